@@ -1,0 +1,43 @@
+#pragma once
+
+#include <QString>
+#include <QUrl>
+
+// Kinds of message, with their fixed captions and icons. Any other value means
+// no icon and the program name as caption.
+enum MsgDlgType { Warning = 0, Error = 1, Information = 2, Confirm = 3, NoIcon = -1 };
+
+// Button sets and results keep the Windows message-box numbers, since the
+// suite's programs compare against them.
+enum MsgButtons { MbOk = 0, MbOkCancel = 1, MbYesNoCancel = 3, MbYesNo = 4 };
+enum MsgResult { IdOk = 1, IdCancel = 2, IdYes = 6, IdNo = 7 };
+
+// Which of the two message-box flavours was asked for: the system box
+// (MsgBox) or the toolkit's dialog centred on its owner (MsgDlg).
+enum class MsgStyle { SystemBox, CentredDialog };
+
+// What the core needs from whoever shows it: the desktop window, the headless
+// runner or a test. The core never touches a widget; it asks through this.
+class FrontEnd {
+public:
+    virtual ~FrontEnd() = default;
+
+    // Shows a message and returns the button pressed (a MsgResult).
+    virtual int showMessage(const QString& text, MsgDlgType type, int buttons, MsgStyle style) = 0;
+
+    virtual void setStatusText(const QString& text) { Q_UNUSED(text); }
+    virtual void setProgress(int percent) { Q_UNUSED(percent); }
+    virtual void beep() {}
+
+    // Lets pending events run for the given time; the default processes the
+    // event loop until the time is up.
+    virtual void waitTicks(int ms);
+
+    // The help engine and the web links: a front end that cannot open a URL
+    // reports that it has no opener.
+    virtual bool canOpenUrls() const { return false; }
+    virtual bool openUrl(const QUrl& url) {
+        Q_UNUSED(url);
+        return false;
+    }
+};

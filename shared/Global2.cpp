@@ -1,0 +1,291 @@
+#include "Global2.h"
+
+#include "IniFile.h"
+#include "SuiteDatabase.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QFileInfo>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTimer>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+bool g_helpLoaded = false;
+
+bool isWritableFolder(const QString& path) {
+    const QFileInfo info(path);
+    return info.isDir() && info.isWritable();
+}
+
+QString executablePath() {
+    return QCoreApplication::applicationFilePath();
+}
+
+// Without any front end a message can only go to standard error; the answer
+// is the one that changes nothing.
+int messageWithoutFrontEnd(const QString& text, int buttons) {
+    std::fprintf(stderr, "%s\n", qPrintable(text));
+    return buttons == MbOk ? IdOk : IdCancel;
+}
+
+} // namespace
+
+void VkAssertFailed(const char* condition, const char* unit) {
+    std::fprintf(stderr, "Assertion failed: %s, file %s\n", condition, unit);
+    std::fflush(stderr);
+    std::abort();
+}
+
+// Dispatches events until the time is up, sleeping in the event loop rather
+// than spinning.
+static void processEventsFor(int ms) {
+    if (ms <= 0 || !QCoreApplication::instance()) {
+        QCoreApplication::processEvents();
+        return;
+    }
+    QEventLoop loop;
+    QTimer::singleShot(ms, Qt::PreciseTimer, &loop, &QEventLoop::quit);
+    loop.exec();
+}
+
+void FrontEnd::waitTicks(int ms) {
+    processEventsFor(ms);
+}
+
+QString ProgramFolder() {
+    QString folder = qEnvironmentVariable("VKSTATS_HOME");
+    if (folder.isEmpty()) {
+        const QString exeFolder = QCoreApplication::applicationDirPath();
+        if (isWritableFolder(exeFolder)) {
+            folder = exeFolder;
+        } else {
+            folder = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
+                     QStringLiteral("/vkstats");
+            QDir().mkpath(folder);
+        }
+    }
+    return AddTrailingBackslash(QDir(folder).absolutePath());
+}
+
+QString IniFileName() {
+    return ProgramFolder() + QStringLiteral("vkstats.ini");
+}
+
+QString DataFileName() {
+    return ProgramFolder() + QStringLiteral("VK.dbc");
+}
+
+QString EncryptedDataFileName() {
+    return ProgramFolder() + QStringLiteral("VK.pgp");
+}
+
+QString HelpFileName() {
+    const QString besideExe = QCoreApplication::applicationDirPath() + QStringLiteral("/vkstats.html");
+#ifdef VKSTATS_DOCDIR
+    const QString installed = QStringLiteral(VKSTATS_DOCDIR "/vkstats.html");
+    if (!QFileInfo::exists(besideExe) && QFileInfo::exists(installed))
+        return installed;
+#endif
+    return besideExe;
+}
+
+QString ProgramName() {
+    return QFileInfo(executablePath()).fileName().section(u'.', 0, 0);
+}
+
+bool OpenSuiteDataFile(FrontEnd* owner) {
+    QString path = ProgramFolder() + QStringLiteral("vk.dbc");
+    path = IniFile(IniFileName()).readString(QStringLiteral("main"), QStringLiteral("datafile"), path);
+    if (!QFileInfo::exists(path)) {
+        MsgBox(owner,
+               QStringLiteral("I was unable to locate VK datafile '") + path +
+                   QStringLiteral("'. I am unable to \ncontinue without it. Quitting!"),
+               NoIcon, MbOk);
+        return false;
+    }
+    auto* file = new SuiteDataFile;
+    if (!QFileInfo::exists(path)) {
+        MsgBox(owner, QStringLiteral("Data file: ") + path + QStringLiteral(" doesn't exist!\nQuitting!"),
+               NoIcon, MbOk);
+        file->failed = true;
+    }
+    const int version = GetVKDBVersion(path);
+    if (version == 1)
+        file->database = new TVKDB1(path);
+    else if (version == 2)
+        file->database = new TVKDB2(path);
+    else {
+        MsgBox(owner, QStringLiteral("Data file: ") + path + QStringLiteral(" is not a VK datadase!"),
+               NoIcon, MbOk);
+        file->failed = true;
+    }
+    if (file->database && file->database->error() != 0) {
+        MsgBox(owner, QStringLiteral("Data file: ") + path + QStringLiteral(" isn't valid!\nQuitting!"),
+               NoIcon, MbOk);
+        file->failed = true;
+        delete file->database;
+        file->database = nullptr;
+    }
+    file->owner = owner;
+    if (file->failed) {
+        delete file;
+        SetSuiteDataFile(nullptr);
+        return false;
+    }
+    SetSuiteDataFile(file);
+    return true;
+}
+
+bool IsDataFileEncrypted(FrontEnd* owner, QString message) {
+    if (QFileInfo::exists(DataFileName()) || !QFileInfo::exists(EncryptedDataFileName()))
+        return false;
+    if (message.isEmpty())
+        message = QStringLiteral("I find your VK datafile, VK.dbc, is encrypted. You need   \n"
+                                 "to start VK and decrypt the file.");
+    MsgDlg(owner, message, Information, MbOk);
+    return true;
+}
+
+QString GetMixmasterDir() {
+    if (qEnvironmentVariableIsSet("MIXPATH"))
+        return AddTrailingBackslash(qEnvironmentVariable("MIXPATH"));
+    const QString home = QDir::homePath() + QStringLiteral("/.Mix");
+    return QFileInfo(home).isDir() ? AddTrailingBackslash(home) : QString();
+}
+
+QString AddTrailingBackslash(const QString& path) {
+    if (path.isEmpty() || path.endsWith(u'/'))
+        return path;
+    return path + u'/';
+}
+
+QString GetField(int index, const QString& line, QChar separator, const QString& def) {
+    VK_ASSERT(index >= 0 && "pos >= 0", Global2Unit);
+    if (!line.contains(separator))
+        return def;
+    qsizetype start = 0;
+    for (int n = 0; n < index; ++n) {
+        const qsizetype next = line.indexOf(separator, start);
+        if (next < 0)
+            return def;
+        start = next + 1;
+    }
+    qsizetype end = line.indexOf(separator, start);
+    if (end < 0)
+        end = line.size();
+    const QString field = line.mid(start, end - start);
+    return field.isEmpty() ? def : field;
+}
+
+int MonthNumber(const QString& name) {
+    static const QString months = QStringLiteral("...janfebmaraprmayjunjulaugsepoctnovdec");
+    if (name.isEmpty())
+        return 0;
+    const qsizetype position = months.indexOf(name.toLower()) + 1; // 1-based, 0 when absent
+    return int(position / 3);
+}
+
+QString StripAmpersand(const QString& caption) {
+    QString text = caption;
+    const qsizetype at = text.indexOf(u'&');
+    if (at >= 0)
+        text.remove(at, 1);
+    return text;
+}
+
+static bool isBlankLine(const QString& line) {
+    return line.trimmed().isEmpty();
+}
+
+void TrimLeadingBlankLines(QStringList& lines) {
+    qsizetype n = 0;
+    while (n < lines.size() && isBlankLine(lines.at(n)))
+        ++n;
+    lines.remove(0, n);
+}
+
+void TrimTrailingBlankLines(QStringList& lines) {
+    while (!lines.isEmpty() && isBlankLine(lines.constLast()))
+        lines.removeLast();
+}
+
+QString FontToString(const FontSpec& font) {
+    QString styles;
+    if (font.bold)
+        styles += u'b';
+    if (font.italic)
+        styles += u'i';
+    if (font.underline)
+        styles += u'u';
+    if (font.strikeOut)
+        styles += u's';
+    return font.name + u',' + QString::number(font.size) + u',' + styles + u',' +
+           QString::number(font.color);
+}
+
+FontSpec StringToFont(const QString& text) {
+    const QStringList fields = text.split(u',');
+    const auto field = [&](int i) { return i < fields.size() ? fields.at(i) : QString(); };
+    FontSpec font;
+    font.name = field(0);
+    font.size = field(1).trimmed().toInt();
+    const QString styles = field(2);
+    font.bold = styles.contains(u'b');
+    font.italic = styles.contains(u'i');
+    font.underline = styles.contains(u'u');
+    font.strikeOut = styles.contains(u's');
+    font.color = field(3).trimmed().toLongLong();
+    return font;
+}
+
+qint64 RunProgram(const QString& commandLine, int showMode) {
+    Q_UNUSED(showMode); // a started program chooses its own window on this platform
+    QStringList words = QProcess::splitCommand(commandLine);
+    if (words.isEmpty())
+        return 0;
+    const QString program = words.takeFirst();
+    qint64 pid = 0;
+    return QProcess::startDetached(program, words, QString(), &pid) ? pid : 0;
+}
+
+void WaitTicks(FrontEnd* frontEnd, int ms) {
+    if (frontEnd)
+        frontEnd->waitTicks(ms);
+    else
+        processEventsFor(ms);
+}
+
+int MsgBox(FrontEnd* owner, const QString& text, int type, int buttons) {
+    if (!owner)
+        return messageWithoutFrontEnd(text, buttons);
+    const auto kind = type >= Warning && type <= Confirm ? MsgDlgType(type) : NoIcon;
+    return owner->showMessage(text, kind, buttons, MsgStyle::SystemBox);
+}
+
+int MsgDlg(FrontEnd* owner, const QString& text, int type, int buttons) {
+    if (type < Warning || type > Confirm)
+        return MsgBox(owner, text, NoIcon, buttons);
+    if (!owner)
+        return messageWithoutFrontEnd(text, buttons);
+    return owner->showMessage(text, MsgDlgType(type), buttons, MsgStyle::CentredDialog);
+}
+
+bool InitHtmlHelp(FrontEnd* frontEnd) {
+    g_helpLoaded = frontEnd && frontEnd->canOpenUrls();
+    return g_helpLoaded;
+}
+
+void CloseHtmlHelp() {
+    g_helpLoaded = false;
+}
+
+bool HtmlHelpLoaded() {
+    return g_helpLoaded;
+}

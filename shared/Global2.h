@@ -1,0 +1,70 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+#include "FrontEnd.h"
+
+// The suite environment: where the program's files live, the suite data file,
+// the Mixmaster folder, text helpers, running other programs and the standard
+// message boxes. Every other module reaches the environment through these.
+
+// Reports a broken invariant with the condition's text and the unit's name,
+// then stops the program.
+[[noreturn]] void VkAssertFailed(const char* condition, const char* unit);
+#define VK_ASSERT(cond, unit)                                                                      \
+    do {                                                                                           \
+        if (!(cond))                                                                               \
+            VkAssertFailed(#cond, unit);                                                           \
+    } while (false)
+
+inline constexpr char Global2Unit[] = "shared\\Global2";
+
+QString ProgramFolder();
+QString IniFileName();
+QString DataFileName();
+QString EncryptedDataFileName();
+QString HelpFileName();
+QString ProgramName();
+
+bool OpenSuiteDataFile(FrontEnd* owner);
+bool IsDataFileEncrypted(FrontEnd* owner, QString message = {});
+
+QString GetMixmasterDir();
+QString AddTrailingBackslash(const QString& path);
+
+QString GetField(int index, const QString& line, QChar separator, const QString& def = {});
+int MonthNumber(const QString& name);
+QString StripAmpersand(const QString& caption);
+
+void TrimLeadingBlankLines(QStringList& lines);
+void TrimTrailingBlankLines(QStringList& lines);
+
+// A font as the suite stores it: face, point size, styles and a 0x00BBGGRR
+// colour. Kept as plain data so the core needs no GUI module.
+struct FontSpec {
+    QString name;
+    int size = 0;
+    bool bold = false;
+    bool italic = false;
+    bool underline = false;
+    bool strikeOut = false;
+    qint64 color = 0;
+    bool operator==(const FontSpec&) const = default;
+};
+QString FontToString(const FontSpec& font);
+FontSpec StringToFont(const QString& text);
+
+enum ShowMode { SwHide = 0, SwShowNormal = 1 };
+// Starts a program from a command line split as a shell would, without a
+// shell, and does not wait. Returns the process id, or 0 when it failed.
+qint64 RunProgram(const QString& commandLine, int showMode);
+
+void WaitTicks(FrontEnd* frontEnd, int ms);
+
+int MsgBox(FrontEnd* owner, const QString& text, int type, int buttons);
+int MsgDlg(FrontEnd* owner, const QString& text, int type, int buttons);
+
+bool InitHtmlHelp(FrontEnd* frontEnd);
+void CloseHtmlHelp();
+bool HtmlHelpLoaded();

@@ -1,0 +1,121 @@
+#pragma once
+
+#include <QSqlDatabase>
+#include <QString>
+#include <QStringList>
+
+class FrontEnd;
+
+// The suite data file: an SQLite file whose format version (1 or 2) is its
+// user_version and whose application id marks it as the suite's. It holds
+// named values ("statslastsource", page dates) and proxy records.
+//
+// A proxy record is one comma-separated line:
+//   name,kind,hidden,host,port,user,password
+// kind is "http" or "socks5"; hidden is a single blank for a proxy that is
+// not offered; user and password are percent-encoded. Like the suite, the
+// file keeps the byte 0xAD where a name has a slash.
+
+inline constexpr int VkdbApplicationId = 0x564B4442; // "VKDB"
+
+// The format version of the file at path: 1 or 2 for a suite data file,
+// 0 for anything else (no file, not SQLite, another application's database).
+int GetVKDBVersion(const QString& path);
+
+struct ProxyEntry {
+    QString name;
+    QString kind = QStringLiteral("http");
+    bool hidden = false;
+    QString host;
+    int port = 0;
+    QString user;
+    QString password;
+};
+
+QString ProxyEntryToRecord(const ProxyEntry& entry);
+
+class TVKDB {
+public:
+    virtual ~TVKDB();
+    TVKDB(const TVKDB&) = delete;
+    TVKDB& operator=(const TVKDB&) = delete;
+
+    // Non-zero after a construction or operation that failed.
+    int error() const { return m_error; }
+    QString errorText() const { return m_errorText; }
+    QString path() const { return m_path; }
+    virtual int version() const = 0;
+
+    QString readValue(const QString& name, const QString& def = {});
+    bool writeValue(const QString& name, const QString& value);
+    bool deleteValue(const QString& name);
+    QStringList valueNames();
+
+    // Appends every stored proxy record to records.
+    bool getProxyRecords(QStringList& records);
+    // Turns one record into name=value lines (kind, host, port, user,
+    // password) appended to settings; false for a record too short to use.
+    static bool proxyRecordToSettings(const QString& record, QStringList& settings);
+
+    bool addProxy(const ProxyEntry& entry);
+    bool deleteProxy(const QString& name);
+
+    // Creates a new, empty data file of the given format version.
+    static bool create(const QString& path, int version, QString* error);
+
+protected:
+    TVKDB(const QString& path, int expectedVersion);
+    virtual QStringList selectRecords() = 0;
+    virtual bool insertProxy(const ProxyEntry& entry) = 0;
+    virtual bool removeProxy(const QString& name) = 0;
+    // Checks that the tables this format needs are there and readable.
+    virtual bool checkSchema() = 0;
+
+    QSqlDatabase db() const { return QSqlDatabase::database(m_connection, false); }
+    bool exec(const QString& sql, const QVariantList& values = {}, QStringList* column = nullptr);
+    void fail(const QString& text);
+    void finishConstruction();
+
+private:
+    QString m_path;
+    QString m_connection;
+    int m_error = 0;
+    QString m_errorText;
+};
+
+// Format 1: proxy records stored as lines, as the suite's first releases had them.
+class TVKDB1 : public TVKDB {
+public:
+    explicit TVKDB1(const QString& path);
+    int version() const override { return 1; }
+
+protected:
+    QStringList selectRecords() override;
+    bool insertProxy(const ProxyEntry& entry) override;
+    bool removeProxy(const QString& name) override;
+    bool checkSchema() override;
+};
+
+// Format 2: one column per proxy field; records are composed on reading.
+class TVKDB2 : public TVKDB {
+public:
+    explicit TVKDB2(const QString& path);
+    int version() const override { return 2; }
+
+protected:
+    QStringList selectRecords() override;
+    bool insertProxy(const ProxyEntry& entry) override;
+    bool removeProxy(const QString& name) override;
+    bool checkSchema() override;
+};
+
+// The single open data file of the process, empty until start-up opened it.
+struct SuiteDataFile {
+    bool failed = false;
+    TVKDB* database = nullptr;
+    FrontEnd* owner = nullptr;
+    ~SuiteDataFile() { delete database; }
+};
+SuiteDataFile* TheSuiteDataFile();
+void CloseSuiteDataFile();
+void SetSuiteDataFile(SuiteDataFile* holder); // takes ownership

@@ -1,0 +1,62 @@
+#include "TextFile.h"
+
+#include <QFile>
+#include <QSaveFile>
+
+QStringList SplitLines(const QString& text) {
+    QStringList lines;
+    qsizetype start = 0;
+    const qsizetype n = text.size();
+    for (qsizetype i = 0; i < n; ++i) {
+        const QChar c = text.at(i);
+        if (c != u'\r' && c != u'\n')
+            continue;
+        lines.append(text.mid(start, i - start));
+        if (c == u'\r' && i + 1 < n && text.at(i + 1) == u'\n')
+            ++i;
+        start = i + 1;
+    }
+    if (start < n)
+        lines.append(text.mid(start));
+    return lines;
+}
+
+QStringList BytesToLines(const QByteArray& bytes) {
+    return SplitLines(QString::fromLatin1(bytes));
+}
+
+QByteArray LinesToBytes(const QStringList& lines) {
+    qsizetype size = 0;
+    for (const QString& line : lines)
+        size += line.size() + 1;
+    QByteArray out;
+    out.reserve(size);
+    for (const QString& line : lines) {
+        out += line.toLatin1();
+        out += '\n';
+    }
+    return out;
+}
+
+QStringList ReadLines(const QString& path, bool* ok) {
+    QFile file(path);
+    const bool opened = file.open(QIODevice::ReadOnly);
+    if (ok)
+        *ok = opened;
+    if (!opened)
+        return {};
+    return BytesToLines(file.readAll());
+}
+
+bool WriteBytes(const QString& path, const QByteArray& bytes, QString* error) {
+    QSaveFile file(path);
+    const bool done = file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() &&
+                      file.commit();
+    if (!done && error)
+        *error = QStringLiteral("Cannot write %1: %2").arg(path, file.errorString());
+    return done;
+}
+
+bool WriteLines(const QString& path, const QStringList& lines, QString* error) {
+    return WriteBytes(path, LinesToBytes(lines), error);
+}
