@@ -28,6 +28,9 @@ public:
     virtual void setStatusText(const QString& text) { Q_UNUSED(text); }
     virtual void setProgress(int percent) { Q_UNUSED(percent); }
     virtual void beep() {}
+    // Brings the main window forward (it may have been hidden) before a
+    // message that concerns it.
+    virtual void bringToFront() {}
 
     // Lets pending events run for the given time; the default processes the
     // event loop until the time is up.

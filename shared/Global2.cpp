@@ -87,7 +87,8 @@ QString EncryptedDataFileName() {
 }
 
 QString HelpFileName() {
-    const QString besideExe = QCoreApplication::applicationDirPath() + QStringLiteral("/vkstats.html");
+    const QString besideExe =
+        QCoreApplication::applicationDirPath() + QStringLiteral("/vkstats.html");
 #ifdef VKSTATS_DOCDIR
     const QString installed = QStringLiteral(VKSTATS_DOCDIR "/vkstats.html");
     if (!QFileInfo::exists(besideExe) && QFileInfo::exists(installed))
@@ -102,7 +103,8 @@ QString ProgramName() {
 
 bool OpenSuiteDataFile(FrontEnd* owner) {
     QString path = ProgramFolder() + QStringLiteral("vk.dbc");
-    path = IniFile(IniFileName()).readString(QStringLiteral("main"), QStringLiteral("datafile"), path);
+    path =
+        IniFile(IniFileName()).readString(QStringLiteral("main"), QStringLiteral("datafile"), path);
     if (!QFileInfo::exists(path)) {
         MsgBox(owner,
                QStringLiteral("I was unable to locate VK datafile '") + path +
@@ -112,7 +114,8 @@ bool OpenSuiteDataFile(FrontEnd* owner) {
     }
     auto* file = new SuiteDataFile;
     if (!QFileInfo::exists(path)) {
-        MsgBox(owner, QStringLiteral("Data file: ") + path + QStringLiteral(" doesn't exist!\nQuitting!"),
+        MsgBox(owner,
+               QStringLiteral("Data file: ") + path + QStringLiteral(" doesn't exist!\nQuitting!"),
                NoIcon, MbOk);
         file->failed = true;
     }
@@ -122,12 +125,14 @@ bool OpenSuiteDataFile(FrontEnd* owner) {
     else if (version == 2)
         file->database = new TVKDB2(path);
     else {
-        MsgBox(owner, QStringLiteral("Data file: ") + path + QStringLiteral(" is not a VK datadase!"),
+        MsgBox(owner,
+               QStringLiteral("Data file: ") + path + QStringLiteral(" is not a VK datadase!"),
                NoIcon, MbOk);
         file->failed = true;
     }
     if (file->database && file->database->error() != 0) {
-        MsgBox(owner, QStringLiteral("Data file: ") + path + QStringLiteral(" isn't valid!\nQuitting!"),
+        MsgBox(owner,
+               QStringLiteral("Data file: ") + path + QStringLiteral(" isn't valid!\nQuitting!"),
                NoIcon, MbOk);
         file->failed = true;
         delete file->database;
@@ -232,7 +237,9 @@ QString FontToString(const FontSpec& font) {
 
 FontSpec StringToFont(const QString& text) {
     const QStringList fields = text.split(u',');
-    const auto field = [&](int i) { return i < fields.size() ? fields.at(i) : QString(); };
+    const auto field = [&](int i) {
+        return i < fields.size() ? fields.at(i) : QString();
+    };
     FontSpec font;
     font.name = field(0);
     font.size = field(1).trimmed().toInt();

@@ -36,8 +36,7 @@ int readPragma(const QString& path, const char* pragma) {
         db.setConnectOptions(QStringLiteral("QSQLITE_OPEN_READONLY;QSQLITE_BUSY_TIMEOUT=2000"));
         if (db.open()) {
             QSqlQuery query(db);
-            if (query.exec(QStringLiteral("PRAGMA %1").arg(QLatin1String(pragma))) &&
-                query.next())
+            if (query.exec(QStringLiteral("PRAGMA %1").arg(QLatin1String(pragma))) && query.next())
                 value = query.value(0).toInt();
         }
         db.close();
@@ -178,8 +177,7 @@ bool TVKDB::proxyRecordToSettings(const QString& record, QStringList& settings) 
     settings << QStringLiteral("kind=") + fields.at(1).trimmed().toLower()
              << QStringLiteral("host=") + fields.at(3).trimmed()
              << QStringLiteral("port=") + QString::number(port)
-             << QStringLiteral("user=") + decoded(5)
-             << QStringLiteral("password=") + decoded(6);
+             << QStringLiteral("user=") + decoded(5) << QStringLiteral("password=") + decoded(6);
     return true;
 }
 
@@ -201,13 +199,13 @@ bool TVKDB::create(const QString& path, int version, QString* error) {
         return failWith(QStringLiteral("Unknown format version %1").arg(version));
     if (QFileInfo::exists(path))
         return failWith(QStringLiteral("%1 exists already").arg(path));
-    const QString proxies =
-        version == 1 ? QStringLiteral("CREATE TABLE vk_proxies (record TEXT NOT NULL)")
-                     : QStringLiteral("CREATE TABLE vk_proxies (id INTEGER PRIMARY KEY, "
-                                      "name TEXT NOT NULL UNIQUE, kind TEXT NOT NULL, "
-                                      "hidden INTEGER NOT NULL, host TEXT NOT NULL, "
-                                      "port INTEGER NOT NULL, user TEXT NOT NULL, "
-                                      "password TEXT NOT NULL)");
+    const QString proxies = version == 1
+                                ? QStringLiteral("CREATE TABLE vk_proxies (record TEXT NOT NULL)")
+                                : QStringLiteral("CREATE TABLE vk_proxies (id INTEGER PRIMARY KEY, "
+                                                 "name TEXT NOT NULL UNIQUE, kind TEXT NOT NULL, "
+                                                 "hidden INTEGER NOT NULL, host TEXT NOT NULL, "
+                                                 "port INTEGER NOT NULL, user TEXT NOT NULL, "
+                                                 "password TEXT NOT NULL)");
     const QStringList statements = {
         QStringLiteral("PRAGMA application_id = %1").arg(VkdbApplicationId),
         QStringLiteral("PRAGMA user_version = %1").arg(version),
@@ -314,7 +312,8 @@ bool TVKDB2::removeProxy(const QString& name) {
     QStringList found;
     if (!exec(QStringLiteral("SELECT name FROM vk_proxies WHERE name = ?"), {name}, &found))
         return false;
-    return !found.isEmpty() && exec(QStringLiteral("DELETE FROM vk_proxies WHERE name = ?"), {name});
+    return !found.isEmpty() &&
+           exec(QStringLiteral("DELETE FROM vk_proxies WHERE name = ?"), {name});
 }
 
 SuiteDataFile* TheSuiteDataFile() {

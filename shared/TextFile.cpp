@@ -50,8 +50,8 @@ QStringList ReadLines(const QString& path, bool* ok) {
 
 bool WriteBytes(const QString& path, const QByteArray& bytes, QString* error) {
     QSaveFile file(path);
-    const bool done = file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() &&
-                      file.commit();
+    const bool done =
+        file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.commit();
     if (!done && error)
         *error = QStringLiteral("Cannot write %1: %2").arg(path, file.errorString());
     return done;

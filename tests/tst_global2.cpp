@@ -5,14 +5,14 @@
 #include "TestFrontEnd.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
-#include <QTest>
-#include <QTimer>
-#include <QDir>
 #include <QSqlDatabase>
 #include <QSqlQuery>
 #include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
 
 class TestGlobal2 : public QObject {
     Q_OBJECT
@@ -48,17 +48,50 @@ void TestGlobal2::getField_data() {
     QTest::addColumn<QString>("separator");
     QTest::addColumn<QString>("def");
     QTest::addColumn<QString>("expected");
-    QTest::newRow("first") << 0 << "a,b,,d" << "," << "" << "a";
-    QTest::newRow("second") << 1 << "a,b,,d" << "," << "" << "b";
-    QTest::newRow("empty field") << 2 << "a,b,,d" << "," << "" << "";
-    QTest::newRow("empty field gives default") << 2 << "a,b,,d" << "," << "x" << "x";
-    QTest::newRow("last") << 3 << "a,b,,d" << "," << "" << "d";
-    QTest::newRow("past the end") << 7 << "a,b,,d" << "," << "" << "";
-    QTest::newRow("past the end gives default") << 7 << "a,b,,d" << "," << "z" << "z";
-    QTest::newRow("no separator, index 0") << 0 << "abc" << "," << "dflt" << "dflt";
-    QTest::newRow("blank separated") << 3 << "Last Update: Sat 15 Nov 2026" << " " << "" << "15";
-    QTest::newRow("two blanks make empty field") << 1 << "name  addr@x v" << " " << "" << "";
-    QTest::newRow("nothing trimmed") << 1 << "a, b ,c" << "," << "" << " b ";
+    QTest::newRow("first") << 0 << "a,b,,d"
+                           << ","
+                           << ""
+                           << "a";
+    QTest::newRow("second") << 1 << "a,b,,d"
+                            << ","
+                            << ""
+                            << "b";
+    QTest::newRow("empty field") << 2 << "a,b,,d"
+                                 << ","
+                                 << ""
+                                 << "";
+    QTest::newRow("empty field gives default") << 2 << "a,b,,d"
+                                               << ","
+                                               << "x"
+                                               << "x";
+    QTest::newRow("last") << 3 << "a,b,,d"
+                          << ","
+                          << ""
+                          << "d";
+    QTest::newRow("past the end") << 7 << "a,b,,d"
+                                  << ","
+                                  << ""
+                                  << "";
+    QTest::newRow("past the end gives default") << 7 << "a,b,,d"
+                                                << ","
+                                                << "z"
+                                                << "z";
+    QTest::newRow("no separator, index 0") << 0 << "abc"
+                                           << ","
+                                           << "dflt"
+                                           << "dflt";
+    QTest::newRow("blank separated") << 3 << "Last Update: Sat 15 Nov 2026"
+                                     << " "
+                                     << ""
+                                     << "15";
+    QTest::newRow("two blanks make empty field") << 1 << "name  addr@x v"
+                                                 << " "
+                                                 << ""
+                                                 << "";
+    QTest::newRow("nothing trimmed") << 1 << "a, b ,c"
+                                     << ","
+                                     << ""
+                                     << " b ";
 }
 
 void TestGlobal2::getField() {
@@ -90,10 +123,14 @@ void TestGlobal2::monthNumber() {
 void TestGlobal2::stripAmpersand_data() {
     QTest::addColumn<QString>("caption");
     QTest::addColumn<QString>("expected");
-    QTest::newRow("accelerator") << "t&ype2.list" << "type2.list";
-    QTest::newRow("only the first") << "&Save && Exit" << "Save && Exit";
-    QTest::newRow("none") << "mlist.txt" << "mlist.txt";
-    QTest::newRow("empty") << "" << "";
+    QTest::newRow("accelerator") << "t&ype2.list"
+                                 << "type2.list";
+    QTest::newRow("only the first") << "&Save && Exit"
+                                    << "Save && Exit";
+    QTest::newRow("none") << "mlist.txt"
+                          << "mlist.txt";
+    QTest::newRow("empty") << ""
+                           << "";
 }
 
 void TestGlobal2::stripAmpersand() {
@@ -133,14 +170,17 @@ void TestGlobal2::fontStrings_data() {
     QTest::addColumn<QString>("styles");
     QTest::addColumn<qint64>("color");
     QTest::addColumn<QString>("written");
-    QTest::newRow("bold underline red") << "Arial,12,bu,255" << "Arial" << 12 << "bu" << qint64(255)
-                                        << "Arial,12,bu,255";
-    QTest::newRow("plain default") << "Courier New,9,,0" << "Courier New" << 9 << "" << qint64(0)
-                                   << "Courier New,9,,0";
-    QTest::newRow("blue highlight") << "MS Sans Serif,8,,16711680" << "MS Sans Serif" << 8 << ""
-                                    << qint64(16711680) << "MS Sans Serif,8,,16711680";
-    QTest::newRow("styles in any order") << "Times,10,sui b,1" << "Times" << 10 << "bius"
-                                         << qint64(1) << "Times,10,bius,1";
+    QTest::newRow("bold underline red")
+        << "Arial,12,bu,255"
+        << "Arial" << 12 << "bu" << qint64(255) << "Arial,12,bu,255";
+    QTest::newRow("plain default") << "Courier New,9,,0"
+                                   << "Courier New" << 9 << "" << qint64(0) << "Courier New,9,,0";
+    QTest::newRow("blue highlight")
+        << "MS Sans Serif,8,,16711680"
+        << "MS Sans Serif" << 8 << "" << qint64(16711680) << "MS Sans Serif,8,,16711680";
+    QTest::newRow("styles in any order")
+        << "Times,10,sui b,1"
+        << "Times" << 10 << "bius" << qint64(1) << "Times,10,bius,1";
 }
 
 void TestGlobal2::fontStrings() {
@@ -164,9 +204,12 @@ void TestGlobal2::fontStrings() {
 void TestGlobal2::addTrailingBackslash_data() {
     QTest::addColumn<QString>("path");
     QTest::addColumn<QString>("expected");
-    QTest::newRow("added") << "/opt/mix" << "/opt/mix/";
-    QTest::newRow("kept") << "/opt/mix/" << "/opt/mix/";
-    QTest::newRow("empty stays empty") << "" << "";
+    QTest::newRow("added") << "/opt/mix"
+                           << "/opt/mix/";
+    QTest::newRow("kept") << "/opt/mix/"
+                          << "/opt/mix/";
+    QTest::newRow("empty stays empty") << ""
+                                       << "";
 }
 
 void TestGlobal2::addTrailingBackslash() {
@@ -358,7 +401,8 @@ void TestGlobal2::runProgramStartsWithoutShell() {
     QVERIFY(QDir::setCurrent(env.programFolder()));
     // The quoted name must reach touch as one argument; a shell would also
     // have expanded the $HOME below, which must stay literal.
-    const qint64 pid = RunProgram(QStringLiteral("touch \"%1\" \"$HOME\"").arg(marker), SwShowNormal);
+    const qint64 pid =
+        RunProgram(QStringLiteral("touch \"%1\" \"$HOME\"").arg(marker), SwShowNormal);
     QVERIFY(pid > 0);
     QTRY_VERIFY(QFile::exists(marker));
     QTRY_VERIFY(QFile::exists(env.programFolder() + "$HOME"));

@@ -29,6 +29,7 @@ private:
 };
 
 void TestIniFile::init() {
+    m_env.reset(); // the old one restores the environment it found
     m_env = std::make_unique<TempEnvironment>();
 }
 
@@ -40,19 +41,41 @@ void TestIniFile::reads_data() {
     const QByteArray ini = "; suite settings\r\n[stats]\r\nshowtoolbar=0\r\n"
                            "windowfont = Courier New,9,,0 \r\n[Main]\r\nDataFile=C:\\vk\\vk.dbc\r\n"
                            "quoted=\"a, b\"\r\nempty=\r\n";
-    QTest::newRow("plain") << ini << "stats" << "showtoolbar" << "0";
-    QTest::newRow("blanks around") << ini << "stats" << "windowfont" << "Courier New,9,,0";
-    QTest::newRow("case of names") << ini << "main" << "datafile" << "C:\\vk\\vk.dbc";
-    QTest::newRow("quotes dropped") << ini << "main" << "quoted" << "a, b";
-    QTest::newRow("empty value") << ini << "main" << "empty" << "";
-    QTest::newRow("missing key") << ini << "stats" << "nothing" << "DEF";
-    QTest::newRow("key of other section") << ini << "stats" << "datafile" << "DEF";
-    QTest::newRow("missing section") << ini << "pingersite" << "home" << "DEF";
-    QTest::newRow("no file") << QByteArray() << "stats" << "showtoolbar" << "DEF";
-    QTest::newRow("comment is no key") << QByteArray("[s]\n;k=1\n") << "s" << ";k" << "DEF";
-    QTest::newRow("binary garbage") << QByteArray("\x00\xff[s\x01]\n=\n\xfe=k", 13) << "s" << "k"
+    QTest::newRow("plain") << ini << "stats"
+                           << "showtoolbar"
+                           << "0";
+    QTest::newRow("blanks around") << ini << "stats"
+                                   << "windowfont"
+                                   << "Courier New,9,,0";
+    QTest::newRow("case of names") << ini << "main"
+                                   << "datafile"
+                                   << "C:\\vk\\vk.dbc";
+    QTest::newRow("quotes dropped") << ini << "main"
+                                    << "quoted"
+                                    << "a, b";
+    QTest::newRow("empty value") << ini << "main"
+                                 << "empty"
+                                 << "";
+    QTest::newRow("missing key") << ini << "stats"
+                                 << "nothing"
+                                 << "DEF";
+    QTest::newRow("key of other section") << ini << "stats"
+                                          << "datafile"
+                                          << "DEF";
+    QTest::newRow("missing section") << ini << "pingersite"
+                                     << "home"
+                                     << "DEF";
+    QTest::newRow("no file") << QByteArray() << "stats"
+                             << "showtoolbar"
+                             << "DEF";
+    QTest::newRow("comment is no key") << QByteArray("[s]\n;k=1\n") << "s"
+                                       << ";k"
+                                       << "DEF";
+    QTest::newRow("binary garbage") << QByteArray("\x00\xff[s\x01]\n=\n\xfe=k", 13) << "s"
+                                    << "k"
                                     << "DEF";
-    QTest::newRow("first of duplicates") << QByteArray("[s]\nk=1\nk=2\n[s]\nk=3\n") << "s" << "k"
+    QTest::newRow("first of duplicates") << QByteArray("[s]\nk=1\nk=2\n[s]\nk=3\n") << "s"
+                                         << "k"
                                          << "1";
 }
 
@@ -72,21 +95,27 @@ void TestIniFile::writesKeepLayout_data() {
     QTest::addColumn<QString>("key");
     QTest::addColumn<QString>("value");
     QTest::addColumn<QByteArray>("after");
-    QTest::newRow("new file") << QByteArray() << "stats" << "pages" << "mlist.txt"
-                              << QByteArray("[stats]\npages=mlist.txt\n");
+    QTest::newRow("new file") << QByteArray() << "stats"
+                              << "pages"
+                              << "mlist.txt" << QByteArray("[stats]\npages=mlist.txt\n");
     QTest::newRow("replace in place, comments kept")
-        << QByteArray("; mine\n[stats]\nb=1\n; note\na=2\n") << "Stats" << "A" << "3"
-        << QByteArray("; mine\n[stats]\nb=1\n; note\nA=3\n");
+        << QByteArray("; mine\n[stats]\nb=1\n; note\na=2\n") << "Stats"
+        << "A"
+        << "3" << QByteArray("; mine\n[stats]\nb=1\n; note\nA=3\n");
     QTest::newRow("new key after last entry")
-        << QByteArray("[stats]\nz=1\n\n[main]\nx=2\n") << "stats" << "a" << "0"
-        << QByteArray("[stats]\nz=1\na=0\n\n[main]\nx=2\n");
+        << QByteArray("[stats]\nz=1\n\n[main]\nx=2\n") << "stats"
+        << "a"
+        << "0" << QByteArray("[stats]\nz=1\na=0\n\n[main]\nx=2\n");
     QTest::newRow("new section at end")
-        << QByteArray("[stats]\nz=1\n") << "pingersite" << "home" << "http://x/"
-        << QByteArray("[stats]\nz=1\n\n[pingersite]\nhome=http://x/\n");
-    QTest::newRow("CR LF kept") << QByteArray("[stats]\r\nz=1\r\n") << "stats" << "z" << "2"
-                                << QByteArray("[stats]\r\nz=2\r\n");
-    QTest::newRow("no final line end kept")
-        << QByteArray("[stats]\nz=1") << "stats" << "z" << "2" << QByteArray("[stats]\nz=2");
+        << QByteArray("[stats]\nz=1\n") << "pingersite"
+        << "home"
+        << "http://x/" << QByteArray("[stats]\nz=1\n\n[pingersite]\nhome=http://x/\n");
+    QTest::newRow("CR LF kept") << QByteArray("[stats]\r\nz=1\r\n") << "stats"
+                                << "z"
+                                << "2" << QByteArray("[stats]\r\nz=2\r\n");
+    QTest::newRow("no final line end kept") << QByteArray("[stats]\nz=1") << "stats"
+                                            << "z"
+                                            << "2" << QByteArray("[stats]\nz=2");
 }
 
 void TestIniFile::writesKeepLayout() {

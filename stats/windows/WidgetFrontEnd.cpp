@@ -65,8 +65,7 @@ int resultOf(int button) {
 
 } // namespace
 
-int WidgetFrontEnd::showMessage(const QString& text, MsgDlgType type, int buttons,
-                                MsgStyle style) {
+int WidgetFrontEnd::showMessage(const QString& text, MsgDlgType type, int buttons, MsgStyle style) {
     QMessageBox box(iconOf(type), captionOf(type), text, buttonsOf(buttons), m_owner);
     if (style == MsgStyle::CentredDialog && m_owner) {
         box.adjustSize();
