@@ -106,7 +106,8 @@ bool IniFile::save(const Parsed& parsed) {
         text += eol;
     const QByteArray bytes = text.toUtf8();
     QSaveFile file(m_path);
-    if (file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.commit()) {
+    if (file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.flush() &&
+        file.commit()) {
         m_error.clear();
         return true;
     }

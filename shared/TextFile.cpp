@@ -50,8 +50,11 @@ QStringList ReadLines(const QString& path, bool* ok) {
 
 bool WriteBytes(const QString& path, const QByteArray& bytes, QString* error) {
     QSaveFile file(path);
-    const bool done =
-        file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.commit();
+    // The flush is checked before the commit: QSaveFile (Qt 6.4) commits even
+    // when the final flush of its buffer failed, which would swap a cut-off
+    // file in for the old one.
+    const bool done = file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() &&
+                      file.flush() && file.commit();
     if (!done && error)
         *error = QStringLiteral("Cannot write %1: %2").arg(path, file.errorString());
     return done;
