@@ -1,0 +1,230 @@
+#include "RemailerDocs.h"
+
+#include "Global2.h"
+
+#include <algorithm>
+#include <initializer_list>
+
+namespace {
+
+// The statistics pages name their format version in a header line; only
+// version 1 is understood here.
+bool isStatsVersion2(const QStringList& lines) {
+    // The marker holds no line break, so looking line by line finds exactly
+    // what a search of the joined text would, without building that text.
+    for (const QString& line : lines) {
+        if (line.contains(QLatin1String("Stats-Version: 2.0")))
+            return true;
+    }
+    return false;
+}
+
+// Puts the "Last update: " line first, moving whatever stood above it (a
+// banner, a note) below the table after one empty line, in its order. Done
+// as one rotation so that long pages cost a single pass. With no such line
+// the lines stay in their order: turning them round fully changes nothing.
+void normaliseStatsPage(PageView& view) {
+    QStringList& lines = view.lines();
+    TrimLeadingBlankLines(lines);
+    TrimTrailingBlankLines(lines);
+    lines.append(QString());
+    const auto first = std::find_if(lines.begin(), lines.end(), [](const QString& line) {
+        return line.contains(QLatin1String("Last update: "));
+    });
+    if (first != lines.end())
+        std::rotate(lines.begin(), first, lines.end());
+    view.notifyChanged();
+}
+
+// A header line starts with the first column's name and carries the others
+// further on; blanks around and capitals are forgiven, a colon after the
+// first word is not.
+bool hasHeaderLine(const QStringList& lines, QLatin1String firstWord,
+                   std::initializer_list<QLatin1String> columns) {
+    for (const QString& line : lines) {
+        const QString text = line.trimmed().toLower();
+        if (!text.startsWith(firstWord))
+            continue;
+        const bool all = std::all_of(columns.begin(), columns.end(), [&](QLatin1String column) {
+            return text.indexOf(column) > 0;
+        });
+        if (all)
+            return true;
+    }
+    return false;
+}
+
+// Stale when the "Last Update: " date lies more than 3 days back. Pingers
+// write "Last update: " with a small "u", which this deliberately does not
+// match, so such pages never count as stale; anything unreadable counts as
+// current too, since a page is refused for its content, not for its date.
+bool isStatsPageOutOfDate(const QStringList& lines, const QDate& today) {
+    const auto found = std::find_if(lines.begin(), lines.end(), [](const QString& line) {
+        return line.startsWith(QLatin1String("Last Update: "));
+    });
+    if (found == lines.end())
+        return false;
+    const QString& line = *found;
+    const auto number = [&line](int index) {
+        bool ok = false;
+        const int value = GetField(index, line, u' ', QStringLiteral("1")).toInt(&ok);
+        return ok ? value : 1;
+    };
+    const int day = number(3);
+    const int month = MonthNumber(GetField(4, line, u' '));
+    const int year = number(5);
+    // QDate counts years before 1 as valid, but no page was written then.
+    if (year < 1 || !QDate::isValid(year, month, day))
+        return false;
+    return QDate(year, month, day).daysTo(today) > 3;
+}
+
+// Key and notice pages carry a marker as a line of its own, in any case.
+bool hasMarkerLine(const QStringList& lines, QLatin1String marker) {
+    return lines.contains(marker, Qt::CaseInsensitive);
+}
+
+const QLatin1String PgpKeyMarker("-----BEGIN PGP PUBLIC KEY BLOCK-----");
+
+} // namespace
+
+TRemailerDoc::TRemailerDoc(const QString& origin, PageView* viewer)
+    : Viewer(viewer), Origin(origin), DocName(QStringLiteral("generic")) {
+    VK_ASSERT(Viewer != nullptr, RemailerDocsUnit);
+}
+
+TRemailerDoc::~TRemailerDoc() {
+    delete Viewer;
+}
+
+bool TRemailerDoc::IsStatsVersion2() const {
+    return false;
+}
+
+bool TRemailerDoc::IsOutOfDate(const QDate& today) const {
+    Q_UNUSED(today);
+    return false;
+}
+
+bool TRemailerDoc::IsValidPage() {
+    return true;
+}
+
+TMixMListTxt::TMixMListTxt(const QString& origin, PageView* viewer) : TRemailerDoc(origin, viewer) {
+    DocName = QStringLiteral("mlist.txt");
+    if (!IsStatsVersion2())
+        normaliseStatsPage(*Viewer);
+}
+
+bool TMixMListTxt::IsStatsVersion2() const {
+    return isStatsVersion2(Lines());
+}
+
+bool TMixMListTxt::IsOutOfDate(const QDate& today) const {
+    return isStatsPageOutOfDate(Lines(), today);
+}
+
+bool TMixMListTxt::IsValidPage() {
+    // A version-2 page may look like a table but is not read as one.
+    if (IsStatsVersion2())
+        return false;
+    return hasHeaderLine(
+        Lines(), QLatin1String("mixmaster "),
+        {QLatin1String(" history "), QLatin1String(" latency "), QLatin1String(" uptime")});
+}
+
+TCpkRListTxt::TCpkRListTxt(const QString& origin, PageView* viewer) : TRemailerDoc(origin, viewer) {
+    DocName = QStringLiteral("rlist.txt");
+    if (!IsStatsVersion2())
+        normaliseStatsPage(*Viewer);
+}
+
+bool TCpkRListTxt::IsStatsVersion2() const {
+    return isStatsVersion2(Lines());
+}
+
+bool TCpkRListTxt::IsOutOfDate(const QDate& today) const {
+    return isStatsPageOutOfDate(Lines(), today);
+}
+
+bool TCpkRListTxt::IsValidPage() {
+    if (IsStatsVersion2())
+        return false;
+    return hasHeaderLine(Lines(), QLatin1String("remailer "),
+                         {QLatin1String(" email "), QLatin1String(" address "),
+                          QLatin1String(" history "), QLatin1String(" latency "),
+                          QLatin1String(" uptime")});
+}
+
+TMixPubringMix::TMixPubringMix(const QString& origin, PageView* viewer)
+    : TRemailerDoc(origin, viewer) {
+    DocName = QStringLiteral("pubring.mix");
+}
+
+bool TMixPubringMix::IsValidPage() {
+    return hasMarkerLine(Lines(), QLatin1String("-----Begin Mix Key-----"));
+}
+
+TMixType2List::TMixType2List(const QString& origin, PageView* viewer)
+    : TRemailerDoc(origin, viewer) {
+    DocName = QStringLiteral("type2.list");
+}
+
+// Every line names a remailer and then its address; blank lines around the
+// list are dropped from the page first, so they do not spoil it.
+bool TMixType2List::IsValidPage() {
+    QStringList& lines = Lines();
+    const qsizetype before = lines.size();
+    TrimLeadingBlankLines(lines);
+    TrimTrailingBlankLines(lines);
+    if (lines.size() != before)
+        Viewer->notifyChanged();
+    return std::all_of(lines.cbegin(), lines.cend(),
+                       [](const QString& line) { return GetField(1, line, u' ').contains(u'@'); });
+}
+
+TCpkPubringAsc::TCpkPubringAsc(const QString& origin, PageView* viewer)
+    : TRemailerDoc(origin, viewer) {
+    DocName = QStringLiteral("pubring.asc");
+}
+
+bool TCpkPubringAsc::IsValidPage() {
+    return hasMarkerLine(Lines(), PgpKeyMarker);
+}
+
+TVKAdvisoryTxt::TVKAdvisoryTxt(const QString& origin, PageView* viewer)
+    : TRemailerDoc(origin, viewer) {
+    DocName = QStringLiteral("advisory.txt");
+}
+
+bool TVKAdvisoryTxt::IsValidPage() {
+    return hasMarkerLine(Lines(), QLatin1String("velkin user advisory"));
+}
+
+TVKUrlsTxt::TVKUrlsTxt(const QString& origin, PageView* viewer) : TRemailerDoc(origin, viewer) {
+    DocName = QStringLiteral("urls.txt");
+}
+
+bool TVKUrlsTxt::IsValidPage() {
+    return hasMarkerLine(Lines(), QLatin1String("velkin urls"));
+}
+
+TVKNymServerAsc::TVKNymServerAsc(const QString& origin, PageView* viewer)
+    : TRemailerDoc(origin, viewer) {
+    DocName = QStringLiteral("nymserver.asc");
+}
+
+bool TVKNymServerAsc::IsValidPage() {
+    return hasMarkerLine(Lines(), PgpKeyMarker);
+}
+
+TVKMail2newsTxt::TVKMail2newsTxt(const QString& origin, PageView* viewer)
+    : TRemailerDoc(origin, viewer) {
+    DocName = QStringLiteral("mail2news.txt");
+}
+
+// Mail-to-news lists come in too many shapes to check; they are taken as
+// they come, even empty.
+bool TVKMail2newsTxt::IsValidPage() {
+    return true;
+}
