@@ -3,11 +3,13 @@
 #include <QAtomicInt>
 #include <QFile>
 #include <QFileInfo>
+#include <QRegularExpression>
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QUrl>
 
 #include <memory>
+#include <utility>
 
 namespace {
 
@@ -19,34 +21,75 @@ QString nextConnectionName() {
     return QStringLiteral("vkdb-%1").arg(counter.fetchAndAddRelaxed(1));
 }
 
-bool hasSqliteHeader(const QString& path) {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return false;
-    return file.read(16) == QByteArray("SQLite format 3", 16);
+// How long a connection waits for another one's lock before it gives up:
+// long enough for the suite to finish a write, short enough not to look hung.
+const QString BusyTimeout = QStringLiteral("QSQLITE_BUSY_TIMEOUT=2000");
+
+// Sorts an SQLite failure by its primary result code; the Qt driver reports
+// it as the native code.
+TVKDB::ErrorCode classify(const QSqlError& error) {
+    switch (error.nativeErrorCode().toInt() & 0xff) {
+    case 5: // SQLITE_BUSY
+    case 6: // SQLITE_LOCKED
+        return TVKDB::ErrorLocked;
+    case 11: // SQLITE_CORRUPT
+    case 26: // SQLITE_NOTADB
+        return TVKDB::ErrorDamaged;
+    default:
+        return TVKDB::ErrorFailed;
+    }
 }
 
-// Opens a connection, runs one pragma and closes again.
-int readPragma(const QString& path, const char* pragma) {
+// The driver's text ends with its own words on a new line at times; the
+// callers show one line.
+QString oneLine(const QString& text) {
+    return text.simplified();
+}
+
+// Opens a read-only connection, runs one pragma and closes again.
+TVKDB::ErrorCode readPragma(const QString& path, const char* pragma, int* value, QString* text) {
     const QString name = nextConnectionName();
-    int value = -1;
+    TVKDB::ErrorCode code = TVKDB::NoError;
     {
         QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), name);
         db.setDatabaseName(path);
-        db.setConnectOptions(QStringLiteral("QSQLITE_OPEN_READONLY;QSQLITE_BUSY_TIMEOUT=2000"));
-        if (db.open()) {
+        db.setConnectOptions(QStringLiteral("QSQLITE_OPEN_READONLY;") + BusyTimeout);
+        QSqlError error;
+        if (!db.open()) {
+            error = db.lastError();
+        } else {
             QSqlQuery query(db);
             if (query.exec(QStringLiteral("PRAGMA %1").arg(QLatin1String(pragma))) && query.next())
-                value = query.value(0).toInt();
+                *value = query.value(0).toInt();
+            else
+                error = query.lastError();
+        }
+        if (error.isValid()) {
+            code = classify(error);
+            *text = oneLine(error.text());
         }
         db.close();
     }
     QSqlDatabase::removeDatabase(name);
-    return value;
+    return code;
 }
 
 QString withSlashMarks(QString text) {
     return text.replace(u'/', QChar(uchar(SlashMark)));
+}
+
+QString withSlashes(QString text) {
+    return text.replace(QChar(uchar(SlashMark)), u'/');
+}
+
+// A null QString binds as SQL NULL, which the NOT NULL columns refuse; an
+// entry without a user has an empty one.
+QString notNull(const QString& text) {
+    return text.isNull() ? QStringLiteral("") : text;
+}
+
+bool hasLineBreak(const QString& text) {
+    return text.contains(u'\n') || text.contains(u'\r');
 }
 
 std::unique_ptr<SuiteDataFile>& holder() {
@@ -57,12 +100,54 @@ std::unique_ptr<SuiteDataFile>& holder() {
 } // namespace
 
 int GetVKDBVersion(const QString& path) {
-    if (!QFileInfo(path).isFile() || !hasSqliteHeader(path))
-        return 0;
-    if (readPragma(path, "application_id") != VkdbApplicationId)
-        return 0;
-    const int version = readPragma(path, "user_version");
-    return version < 0 ? 0 : version;
+    int version = 0;
+    return TVKDB::probe(path, &version) == TVKDB::NoError ? version : 0;
+}
+
+TVKDB::ErrorCode TVKDB::probe(const QString& path, int* version, QString* text) {
+    QString ignored;
+    QString& why = text ? *text : ignored;
+    why.clear();
+    if (version)
+        *version = 0;
+    const QFileInfo info(path);
+    if (!info.exists()) {
+        why = QStringLiteral("no such file");
+        return ErrorMissing;
+    }
+    if (!info.isFile()) {
+        why = QStringLiteral("not a file");
+        return ErrorNotDataFile;
+    }
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        why = QStringLiteral("cannot read it: ") + file.errorString();
+        return ErrorFailed;
+    }
+    // Checked before SQLite sees the file, which takes an empty file for an
+    // empty database.
+    if (file.read(16) != QByteArray("SQLite format 3", 16)) {
+        why = QStringLiteral("not an SQLite database");
+        return ErrorNotDataFile;
+    }
+    file.close();
+    int applicationId = 0;
+    if (const ErrorCode code = readPragma(path, "application_id", &applicationId, &why))
+        return code;
+    if (applicationId != VkdbApplicationId) {
+        why = QStringLiteral("another application's database");
+        return ErrorNotDataFile;
+    }
+    int found = 0;
+    if (const ErrorCode code = readPragma(path, "user_version", &found, &why))
+        return code;
+    if (found != 1 && found != 2) {
+        why = QStringLiteral("format version %1 is not known").arg(found);
+        return ErrorNotDataFile;
+    }
+    if (version)
+        *version = found;
+    return NoError;
 }
 
 QString ProxyEntryToRecord(const ProxyEntry& entry) {
@@ -82,18 +167,28 @@ TVKDB::TVKDB(const QString& path, int expectedVersion)
     : m_path(path), m_connection(nextConnectionName()) {
     QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), m_connection);
     db.setDatabaseName(path);
-    db.setConnectOptions(QStringLiteral("QSQLITE_BUSY_TIMEOUT=2000"));
-    if (!QFileInfo(path).isFile())
-        fail(QStringLiteral("no such file"));
+    db.setConnectOptions(BusyTimeout);
+    // Probed first: SQLite would create a missing file on opening, and a
+    // locked file must not be taken for a foreign one.
+    int version = 0;
+    QString why;
+    if (const ErrorCode code = probe(path, &version, &why))
+        fail(code, why);
+    else if (version != expectedVersion)
+        fail(ErrorNotDataFile, QStringLiteral("not a format %1 data file (it is format %2)")
+                                   .arg(expectedVersion)
+                                   .arg(version));
     else if (!db.open())
-        fail(db.lastError().text());
-    else if (GetVKDBVersion(path) != expectedVersion)
-        fail(QStringLiteral("not a format %1 data file").arg(expectedVersion));
+        fail(db.lastError());
 }
 
 void TVKDB::finishConstruction() {
-    if (m_error == 0 && !checkSchema() && m_error == 0)
-        fail(QStringLiteral("the tables are missing"));
+    if (m_error != 0 || checkSchema())
+        return;
+    // Our application id but not our tables: as foreign as any other file.
+    // A lock or damage found on the way says more, so it stays.
+    if (m_error == ErrorFailed || m_error == 0)
+        fail(ErrorNotDataFile, QStringLiteral("the tables are missing"));
 }
 
 TVKDB::~TVKDB() {
@@ -104,21 +199,40 @@ TVKDB::~TVKDB() {
     QSqlDatabase::removeDatabase(m_connection);
 }
 
+bool TVKDB::isOpen() {
+    if (db().isOpen())
+        return true;
+    // Only after a failed construction; the reason found then says more.
+    if (m_error == 0)
+        fail(QStringLiteral("the data file is not open"));
+    return false;
+}
+
 void TVKDB::fail(const QString& text) {
-    m_error = 1;
+    fail(ErrorFailed, text);
+}
+
+void TVKDB::fail(ErrorCode code, const QString& text) {
+    m_error = code;
     m_errorText = text;
 }
 
+void TVKDB::fail(const QSqlError& error) {
+    fail(classify(error), oneLine(error.text()));
+}
+
 bool TVKDB::exec(const QString& sql, const QVariantList& values, QStringList* column) {
+    if (!isOpen())
+        return false;
     QSqlQuery query(db());
     if (!query.prepare(sql)) {
-        fail(query.lastError().text());
+        fail(query.lastError());
         return false;
     }
     for (const QVariant& value : values)
         query.addBindValue(value);
     if (!query.exec()) {
-        fail(query.lastError().text());
+        fail(query.lastError());
         return false;
     }
     while (column && query.next())
@@ -164,29 +278,83 @@ bool TVKDB::getProxyRecords(QStringList& records) {
 }
 
 bool TVKDB::proxyRecordToSettings(const QString& record, QStringList& settings) {
+    // User and password may be left off; anything beyond them means the
+    // fields have shifted (a comma in a name) and none of them can be trusted.
     const QStringList fields = record.split(u',');
-    if (fields.size() < 5 || fields.at(3).isEmpty())
+    if (fields.size() < 5 || fields.size() > 7)
+        return false;
+    const QString kind = fields.at(1).trimmed().toLower();
+    if (kind != QLatin1String("http") && kind != QLatin1String("socks5"))
+        return false;
+    const QString host = fields.at(3).trimmed();
+    if (host.isEmpty() || host.contains(QRegularExpression(QStringLiteral("\\s"))))
         return false;
     bool portOk = false;
-    const int port = fields.at(4).toInt(&portOk);
+    const int port = fields.at(4).trimmed().toInt(&portOk);
     if (!portOk || port <= 0 || port > 65535)
         return false;
     const auto decoded = [&](int i) {
-        return i < fields.size() ? QUrl::fromPercentEncoding(fields.at(i).toLatin1()) : QString();
+        return i < fields.size() ? QUrl::fromPercentEncoding(fields.at(i).toUtf8()) : QString();
     };
-    settings << QStringLiteral("kind=") + fields.at(1).trimmed().toLower()
-             << QStringLiteral("host=") + fields.at(3).trimmed()
+    settings << QStringLiteral("kind=") + kind << QStringLiteral("host=") + host
              << QStringLiteral("port=") + QString::number(port)
              << QStringLiteral("user=") + decoded(5) << QStringLiteral("password=") + decoded(6);
     return true;
 }
 
+QString TVKDB::checkProxyEntry(const ProxyEntry& entry) {
+    if (entry.name.trimmed().isEmpty())
+        return QStringLiteral("a proxy needs a name");
+    if (entry.name.contains(u',') || hasLineBreak(entry.name))
+        return QStringLiteral("a proxy name cannot hold commas or line breaks");
+    // The file uses this character for "/", so it would come back as one.
+    if (entry.name.contains(QChar(uchar(SlashMark))))
+        return QStringLiteral("a proxy name cannot hold the soft hyphen U+00AD");
+    if (entry.kind != QLatin1String("http") && entry.kind != QLatin1String("socks5"))
+        return QStringLiteral("unknown proxy kind \"%1\" (use http or socks5)").arg(entry.kind);
+    if (entry.host.isEmpty() || entry.host.contains(u',') ||
+        entry.host.contains(QRegularExpression(QStringLiteral("\\s"))))
+        return QStringLiteral("the host must be a name or address without commas or blanks");
+    if (entry.port <= 0 || entry.port > 65535)
+        return QStringLiteral("port %1 is out of range (1 to 65535)").arg(entry.port);
+    return {};
+}
+
 bool TVKDB::addProxy(const ProxyEntry& entry) {
-    return insertProxy(entry);
+    if (const QString problem = checkProxyEntry(entry); !problem.isEmpty()) {
+        fail(ErrorBadEntry, problem);
+        return false;
+    }
+    // The look for a clash and the insert are one transaction, so two tools
+    // adding the same name at once cannot both succeed.
+    if (!exec(QStringLiteral("BEGIN IMMEDIATE")))
+        return false;
+    QStringList records;
+    bool ok = getProxyRecords(records);
+    for (const QString& record : std::as_const(records)) {
+        const QString stored = withSlashes(record.section(u',', 0, 0));
+        if (ok && stored.compare(entry.name, Qt::CaseInsensitive) == 0) {
+            fail(ErrorExists, QStringLiteral("a proxy named \"%1\" is stored already").arg(stored));
+            ok = false;
+        }
+    }
+    ok = ok && insertProxy(entry) && exec(QStringLiteral("COMMIT"));
+    if (!ok) {
+        // Keeps the reason already recorded rather than that of the rollback.
+        QSqlQuery(db()).exec(QStringLiteral("ROLLBACK"));
+    }
+    return ok;
 }
 
 bool TVKDB::deleteProxy(const QString& name) {
-    return removeProxy(name);
+    const int before = m_error;
+    m_error = 0;
+    const bool removed = removeProxy(name);
+    if (removed)
+        m_error = before;
+    else if (m_error == 0)
+        fail(ErrorNotFound, QStringLiteral("no proxy named \"%1\"").arg(name));
+    return removed;
 }
 
 bool TVKDB::create(const QString& path, int version, QString* error) {
@@ -256,7 +424,8 @@ bool TVKDB1::insertProxy(const ProxyEntry& entry) {
 
 bool TVKDB1::removeProxy(const QString& name) {
     QStringList records;
-    exec(QStringLiteral("SELECT record FROM vk_proxies"), {}, &records);
+    if (!exec(QStringLiteral("SELECT record FROM vk_proxies"), {}, &records))
+        return false;
     const QString prefix = withSlashMarks(name) + u',';
     bool found = false;
     for (const QString& record : records) {
@@ -281,10 +450,12 @@ bool TVKDB2::checkSchema() {
 
 QStringList TVKDB2::selectRecords() {
     QStringList records;
+    if (!isOpen())
+        return records;
     QSqlQuery query(db());
     if (!query.exec(QStringLiteral(
             "SELECT name, kind, hidden, host, port, user, password FROM vk_proxies ORDER BY id"))) {
-        fail(query.lastError().text());
+        fail(query.lastError());
         return records;
     }
     while (query.next()) {
@@ -301,19 +472,22 @@ QStringList TVKDB2::selectRecords() {
     return records;
 }
 
+// The name column keeps the slash mark too, so the file holds names the same
+// way in both formats.
 bool TVKDB2::insertProxy(const ProxyEntry& entry) {
     return exec(QStringLiteral("INSERT INTO vk_proxies (name, kind, hidden, host, port, user, "
                                "password) VALUES (?, ?, ?, ?, ?, ?, ?)"),
-                {entry.name, entry.kind, entry.hidden ? 1 : 0, entry.host, entry.port, entry.user,
-                 entry.password});
+                {withSlashMarks(entry.name), notNull(entry.kind), entry.hidden ? 1 : 0,
+                 notNull(entry.host), entry.port, notNull(entry.user), notNull(entry.password)});
 }
 
 bool TVKDB2::removeProxy(const QString& name) {
+    const QString stored = withSlashMarks(name);
     QStringList found;
-    if (!exec(QStringLiteral("SELECT name FROM vk_proxies WHERE name = ?"), {name}, &found))
+    if (!exec(QStringLiteral("SELECT name FROM vk_proxies WHERE name = ?"), {stored}, &found))
         return false;
     return !found.isEmpty() &&
-           exec(QStringLiteral("DELETE FROM vk_proxies WHERE name = ?"), {name});
+           exec(QStringLiteral("DELETE FROM vk_proxies WHERE name = ?"), {stored});
 }
 
 SuiteDataFile* TheSuiteDataFile() {

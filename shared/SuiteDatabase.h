@@ -5,6 +5,7 @@
 #include <QStringList>
 
 class FrontEnd;
+class QSqlError;
 
 // The suite data file: an SQLite file whose format version (1 or 2) is its
 // user_version and whose application id marks it as the suite's. It holds
@@ -19,7 +20,8 @@ class FrontEnd;
 inline constexpr int VkdbApplicationId = 0x564B4442; // "VKDB"
 
 // The format version of the file at path: 1 or 2 for a suite data file,
-// 0 for anything else (no file, not SQLite, another application's database).
+// 0 for anything else (no file, not SQLite, another application's database,
+// an unknown version, or a file another program holds locked).
 int GetVKDBVersion(const QString& path);
 
 struct ProxyEntry {
@@ -36,11 +38,25 @@ QString ProxyEntryToRecord(const ProxyEntry& entry);
 
 class TVKDB {
 public:
+    // What error() holds. Callers that only ask "did it fail" compare with 0;
+    // the others let a tool tell its user why.
+    enum ErrorCode {
+        NoError = 0,
+        ErrorFailed = 1,  // anything not named below
+        ErrorMissing,     // no file at the path
+        ErrorNotDataFile, // not a suite data file (of this format)
+        ErrorDamaged,     // SQLite finds the file corrupt or cut short
+        ErrorLocked,      // another connection held a lock past the busy time-out
+        ErrorNotFound,    // no proxy of that name
+        ErrorExists,      // a proxy of that name is stored already
+        ErrorBadEntry,    // the entry would not make a readable record
+    };
+
     virtual ~TVKDB();
     TVKDB(const TVKDB&) = delete;
     TVKDB& operator=(const TVKDB&) = delete;
 
-    // Non-zero after a construction or operation that failed.
+    // Non-zero (an ErrorCode) after a construction or operation that failed.
     int error() const { return m_error; }
     QString errorText() const { return m_errorText; }
     QString path() const { return m_path; }
@@ -54,14 +70,26 @@ public:
     // Appends every stored proxy record to records.
     bool getProxyRecords(QStringList& records);
     // Turns one record into name=value lines (kind, host, port, user,
-    // password) appended to settings; false for a record too short to use.
+    // password) appended to settings; false, appending nothing, for a record
+    // with a field missing or malformed (unknown kind, no host, bad port).
     static bool proxyRecordToSettings(const QString& record, QStringList& settings);
 
+    // Refuses an entry checkProxyEntry rejects and a name already stored
+    // (ignoring case, as VKstats looks names up that way).
     bool addProxy(const ProxyEntry& entry);
+    // False with ErrorNotFound when no proxy has exactly that name.
     bool deleteProxy(const QString& name);
+
+    // Why entry cannot be stored as a record; empty when it can.
+    static QString checkProxyEntry(const ProxyEntry& entry);
 
     // Creates a new, empty data file of the given format version.
     static bool create(const QString& path, int version, QString* error);
+
+    // Looks at path without changing it: NoError and the format version for a
+    // data file of a known version, otherwise the ErrorCode that says why not
+    // and a few words in text.
+    static ErrorCode probe(const QString& path, int* version = nullptr, QString* text = nullptr);
 
 protected:
     TVKDB(const QString& path, int expectedVersion);
@@ -72,8 +100,12 @@ protected:
     virtual bool checkSchema() = 0;
 
     QSqlDatabase db() const { return QSqlDatabase::database(m_connection, false); }
+    // False (recording why) when construction failed and left no connection.
+    bool isOpen();
     bool exec(const QString& sql, const QVariantList& values = {}, QStringList* column = nullptr);
     void fail(const QString& text);
+    void fail(ErrorCode code, const QString& text);
+    void fail(const QSqlError& error);
     void finishConstruction();
 
 private:
