@@ -1,0 +1,302 @@
+#include "HttpGet.h"
+
+#include "FrontEnd.h"
+#include "TextFile.h"
+
+#include <QEventLoop>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+#include <QTimer>
+#include <QUrl>
+
+#include <memory>
+
+namespace {
+
+// How often the cancel flag is looked at: often enough that a click on
+// Cancel feels immediate, rarely enough to cost nothing.
+constexpr int CancelPollMs = 50;
+// QTimer counts in int milliseconds.
+constexpr int MaxTimeoutSeconds = 24 * 3600;
+
+// Why the fetch stopped the transfer itself.
+enum class Stop { None, Cancelled, TimedOut, TooBig, ErrorPageFull };
+
+int httpStatus(const QNetworkReply& reply) {
+    return reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+}
+
+// Transport failures, sorted by what the engine should do next: "no answer"
+// lets an unattended run go on to the next pinger; the others would fail the
+// same way anywhere, so they stop at once.
+int codeForError(QNetworkReply::NetworkError error) {
+    switch (error) {
+    case QNetworkReply::ConnectionRefusedError:
+    case QNetworkReply::RemoteHostClosedError:
+    case QNetworkReply::HostNotFoundError:
+    case QNetworkReply::TimeoutError:
+    case QNetworkReply::TemporaryNetworkFailureError:
+    case QNetworkReply::NetworkSessionFailedError:
+    case QNetworkReply::UnknownNetworkError:
+    case QNetworkReply::ProxyConnectionRefusedError:
+    case QNetworkReply::ProxyConnectionClosedError:
+    case QNetworkReply::ProxyNotFoundError:
+    case QNetworkReply::ProxyTimeoutError:
+    // A SOCKS proxy (Tor) that could not reach the pinger says so this way.
+    case QNetworkReply::UnknownProxyError:
+        return HttpCode::TimedOut;
+    case QNetworkReply::ProxyAuthenticationRequiredError:
+    case QNetworkReply::ProtocolUnknownError:
+        return HttpCode::LibraryError;
+    default:
+        return HttpCode::TransferError;
+    }
+}
+
+} // namespace
+
+HttpSession::HttpSession() {
+    // Never the desktop's or the environment's proxy: a Tor user's traffic
+    // must go exactly where the chosen proxy setting says.
+    m_manager.setProxy(QNetworkProxy(QNetworkProxy::NoProxy));
+}
+
+bool HttpSession::proxyFromSettings(const QStringList& settings, QNetworkProxy& proxy,
+                                    QString* error) {
+    const auto failWith = [&](const QString& text) {
+        if (error)
+            *error = text;
+        return false;
+    };
+    QString kind;
+    QString host;
+    QString portText;
+    QString user;
+    QString password;
+    bool any = false;
+    for (const QString& line : settings) {
+        if (line.trimmed().isEmpty())
+            continue;
+        const qsizetype equals = line.indexOf(u'=');
+        // The line is not echoed: it might be a mangled password.
+        if (equals <= 0)
+            return failWith(QStringLiteral("A proxy setting has no name"));
+        const QString name = line.left(equals).trimmed().toLower();
+        const QString value = line.mid(equals + 1);
+        any = true;
+        if (name == u"kind")
+            kind = value.trimmed().toLower();
+        else if (name == u"host")
+            host = value.trimmed();
+        else if (name == u"port")
+            portText = value.trimmed();
+        else if (name == u"user")
+            user = value;
+        else if (name == u"password")
+            password = value;
+        // Other names are for other tools of the suite.
+    }
+    if (!any) {
+        proxy = QNetworkProxy(QNetworkProxy::NoProxy);
+        return true;
+    }
+
+    QNetworkProxy::ProxyType type;
+    if (kind == u"http")
+        type = QNetworkProxy::HttpProxy;
+    else if (kind == u"socks5")
+        type = QNetworkProxy::Socks5Proxy;
+    else
+        return failWith(QStringLiteral("Unknown proxy kind \"%1\"").arg(kind));
+    if (host.isEmpty())
+        return failWith(QStringLiteral("The proxy has no host"));
+    bool portOk = false;
+    const int port = portText.toInt(&portOk);
+    if (!portOk || port <= 0 || port > 65535)
+        return failWith(QStringLiteral("The proxy port \"%1\" is not usable").arg(portText));
+
+    proxy = QNetworkProxy(type, host, quint16(port), user, password);
+    // Host names go to the proxy unresolved, so a Tor user's pinger lookups
+    // never reach the local resolver.
+    proxy.setCapabilities(proxy.capabilities() | QNetworkProxy::HostNameLookupCapability);
+    return true;
+}
+
+int HttpSession::HTTPGet(FrontEnd* owner, const QString& url, QStringList& lines,
+                         const QStringList& proxySettings, const bool* cancel, int timeoutSeconds,
+                         QDateTime& lastModified) {
+    lines.clear();
+    const QDateTime sentDate = lastModified;
+    lastModified = QDateTime();
+    m_lastError.clear();
+    const auto fail = [this](int code, const QString& why) {
+        m_lastError = why;
+        return code;
+    };
+
+    const QUrl target(url.trimmed());
+    if (!target.isValid() || target.host().isEmpty())
+        return fail(HttpCode::LibraryError, QStringLiteral("Not a usable URL: %1").arg(url));
+    // The access manager would also read file: and other schemes; a stats
+    // source must never make the program read local files.
+    const QString scheme = target.scheme();
+    if (scheme != u"http" && scheme != u"https")
+        return fail(HttpCode::LibraryError,
+                    QStringLiteral("Only http and https pages can be fetched: %1").arg(url));
+    QNetworkProxy proxy;
+    QString proxyError;
+    if (!proxyFromSettings(proxySettings, proxy, &proxyError))
+        return fail(HttpCode::LibraryError, proxyError);
+    if (cancel && *cancel)
+        return fail(HttpCode::TransferError, QStringLiteral("Cancelled"));
+    if (timeoutSeconds <= 0)
+        timeoutSeconds = DefaultTimeoutSeconds;
+    timeoutSeconds = qMin(timeoutSeconds, MaxTimeoutSeconds);
+
+    // Changing the proxy only when it changes keeps the kept-alive
+    // connections of the session.
+    if (!(m_manager.proxy() == proxy))
+        m_manager.setProxy(proxy);
+
+    QNetworkRequest request(target);
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
+                         QNetworkRequest::NoLessSafeRedirectPolicy);
+    request.setMaximumRedirectsAllowed(MaxRedirects);
+    // Small pages over one kept-alive HTTP/1.1 connection need nothing more,
+    // and this way the wire looks the same with and without a proxy.
+    request.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
+    if (sentDate.isValid())
+        request.setHeader(QNetworkRequest::IfModifiedSinceHeader, sentDate);
+
+    if (owner)
+        owner->setProgress(0);
+    const std::unique_ptr<QNetworkReply> reply(m_manager.get(request));
+    QEventLoop loop;
+    QByteArray body;
+    Stop stop = Stop::None;
+    int shownPercent = 0;
+
+    const auto halt = [&](Stop why) {
+        if (stop != Stop::None)
+            return;
+        stop = why;
+        reply->abort();
+    };
+    // Takes what has arrived, never more than one byte past the cap, so an
+    // endless body costs no more memory than the cap allows.
+    const auto take = [&] {
+        if (stop != Stop::None)
+            return;
+        const bool errorPage = httpStatus(*reply) >= 400;
+        const qint64 cap = errorPage ? qMin(ErrorPageMaxBytes, m_maxBytes) : m_maxBytes;
+        body += reply->read(cap + 1 - body.size());
+        if (body.size() <= cap)
+            return;
+        if (errorPage) {
+            // Enough to show; the rest of an error page does not matter.
+            body.truncate(cap);
+            halt(Stop::ErrorPageFull);
+        } else {
+            halt(Stop::TooBig);
+        }
+    };
+
+    QObject::connect(reply.get(), &QNetworkReply::readyRead, &loop, take);
+    QObject::connect(reply.get(), &QNetworkReply::metaDataChanged, &loop, [&] {
+        const int status = httpStatus(*reply);
+        const QVariant length = reply->header(QNetworkRequest::ContentLengthHeader);
+        if (status >= 200 && status < 300 && length.isValid() && length.toLongLong() > m_maxBytes)
+            halt(Stop::TooBig);
+    });
+    QObject::connect(
+        reply.get(), &QNetworkReply::downloadProgress, &loop, [&](qint64 received, qint64 total) {
+            if (!owner || total <= 0)
+                return;
+            const int percent = int(qBound(qint64(0), received * 100 / total, qint64(100)));
+            if (percent > shownPercent) {
+                shownPercent = percent;
+                owner->setProgress(percent);
+            }
+        });
+    QObject::connect(reply.get(), &QNetworkReply::finished, &loop, &QEventLoop::quit);
+
+    QTimer deadline;
+    deadline.setSingleShot(true);
+    QObject::connect(&deadline, &QTimer::timeout, &loop, [&] { halt(Stop::TimedOut); });
+    deadline.start(timeoutSeconds * 1000);
+    QTimer cancelWatch;
+    if (cancel) {
+        QObject::connect(&cancelWatch, &QTimer::timeout, &loop, [&] {
+            if (*cancel)
+                halt(Stop::Cancelled);
+        });
+        cancelWatch.start(CancelPollMs);
+    }
+
+    if (!reply->isFinished())
+        loop.exec();
+    // The loop also ends when the application quits under it; a transfer
+    // still running then must not pass for a complete page.
+    if (!reply->isFinished())
+        halt(Stop::Cancelled);
+    deadline.stop();
+    cancelWatch.stop();
+    take();
+
+    switch (stop) {
+    case Stop::Cancelled:
+        return fail(HttpCode::TransferError, QStringLiteral("Cancelled"));
+    case Stop::TimedOut:
+        return fail(HttpCode::TimedOut,
+                    QStringLiteral("No complete answer within %1 seconds").arg(timeoutSeconds));
+    case Stop::TooBig:
+        return fail(HttpCode::TransferError,
+                    QStringLiteral("The page is larger than %1 bytes").arg(m_maxBytes));
+    case Stop::ErrorPageFull:
+    case Stop::None:
+        break;
+    }
+
+    const QNetworkReply::NetworkError error = reply->error();
+    const int status = httpStatus(*reply);
+    const QString reason =
+        reply->attribute(QNetworkRequest::HttpReasonPhraseAttribute).toString().trimmed();
+    // Checked before the status: an HTTP proxy refusing the credentials
+    // answers 407, which is a settings problem, not the pinger's error.
+    if (error == QNetworkReply::ProxyAuthenticationRequiredError)
+        return fail(HttpCode::LibraryError, reply->errorString());
+    if (status >= 400) {
+        lines = BytesToLines(body);
+        return fail(HttpCode::HttpError, QStringLiteral("HTTP %1 %2").arg(status).arg(reason));
+    }
+    if (error != QNetworkReply::NoError)
+        return fail(codeForError(error), reply->errorString());
+
+    const QDateTime pageDate = reply->header(QNetworkRequest::LastModifiedHeader).toDateTime();
+    if (status == 304) {
+        // Nothing new came; the copy the caller holds keeps its date unless
+        // the server named one.
+        lastModified = pageDate.isValid() ? pageDate : sentDate;
+        if (owner)
+            owner->setProgress(100);
+        return HttpCode::NotModified;
+    }
+    if (status >= 200 && status < 300) {
+        lines = BytesToLines(body);
+        lastModified = pageDate;
+        if (owner)
+            owner->setProgress(100);
+        return HttpCode::Ok;
+    }
+    // An answer that is neither the page nor an error: a redirect that was
+    // not followed (no Location), or an informational status.
+    lines = BytesToLines(body.left(qMin(ErrorPageMaxBytes, m_maxBytes)));
+    return fail(HttpCode::HttpError, QStringLiteral("HTTP %1 %2").arg(status).arg(reason));
+}
+
+int HTTPGet(FrontEnd* owner, const QString& url, QStringList& lines,
+            const QStringList& proxySettings, const bool* cancel, int timeoutSeconds,
+            QDateTime& lastModified) {
+    HttpSession session;
+    return session.HTTPGet(owner, url, lines, proxySettings, cancel, timeoutSeconds, lastModified);
+}

@@ -1,0 +1,88 @@
+#pragma once
+
+#include <QDateTime>
+#include <QNetworkAccessManager>
+#include <QNetworkProxy>
+#include <QString>
+#include <QStringList>
+
+class FrontEnd;
+
+// Result codes of one download. The update engine appends its status word by
+// these numbers and decides from them whether to try the next source; how
+// each failure is sorted is written down in docs/downloads.md.
+namespace HttpCode {
+inline constexpr int Ok = 200;
+inline constexpr int NotModified = 304;
+// Misuse: bad URL, a scheme other than http/https, proxy settings that
+// cannot be used (malformed, or credentials the proxy refuses).
+inline constexpr int LibraryError = -5000;
+// The transfer failed in a way another source would not mend: TLS
+// verification, a redirect refused, a body over the size cap, an answer that
+// is not HTTP, or the user cancelled.
+inline constexpr int TransferError = -5001;
+// No answer: refused, unknown host, connection lost, proxy unreachable or
+// the time-out reached.
+inline constexpr int TimedOut = -5003;
+// The server answered with an HTTP error status; its page comes back.
+inline constexpr int HttpError = -5005;
+} // namespace HttpCode
+
+// One update run's downloads. All pages of a run go through one access
+// manager, so the pages of one pinger share one kept-alive connection
+// (through the same proxy, with the same credentials).
+//
+// Fetches block the caller in a local event loop: the window keeps
+// repainting and its cancel button can set the flag that the fetch watches.
+class HttpSession {
+public:
+    static constexpr qint64 DefaultMaxBytes = 16 * 1024 * 1024;
+    // Enough of an error page to show what went wrong.
+    static constexpr qint64 ErrorPageMaxBytes = 64 * 1024;
+    static constexpr int MaxRedirects = 5;
+    // Used when the settings give no usable time-out.
+    static constexpr int DefaultTimeoutSeconds = 30;
+
+    HttpSession();
+    HttpSession(const HttpSession&) = delete;
+    HttpSession& operator=(const HttpSession&) = delete;
+
+    // The largest page body accepted; a larger one is dropped while it is
+    // still arriving.
+    void setMaxBytes(qint64 bytes) { m_maxBytes = bytes > 0 ? bytes : DefaultMaxBytes; }
+    qint64 maxBytes() const { return m_maxBytes; }
+
+    // Downloads url into lines (one entry per line, bytes kept as Latin-1).
+    //   owner          receives progress 0..100; may be null
+    //   proxySettings  name=value lines (kind, host, port, user, password);
+    //                  empty for a direct connection
+    //   cancel         watched while waiting; may be null
+    //   timeoutSeconds bounds the whole transfer, redirects included
+    //   lastModified   in: sent as If-Modified-Since when valid;
+    //                  out: the page's Last-Modified, invalid when it had none
+    // Returns one of the HttpCode values. lines holds the page on Ok, the
+    // (shortened) error page on HttpError, and nothing otherwise.
+    int HTTPGet(FrontEnd* owner, const QString& url, QStringList& lines,
+                const QStringList& proxySettings, const bool* cancel, int timeoutSeconds,
+                QDateTime& lastModified);
+
+    // Why the last fetch failed, in words, for the status page; empty after
+    // a success.
+    QString lastErrorText() const { return m_lastError; }
+
+    // Turns proxy settings into a proxy: none for an empty list. False, with
+    // the reason in error, for settings that cannot be used.
+    static bool proxyFromSettings(const QStringList& settings, QNetworkProxy& proxy,
+                                  QString* error = nullptr);
+
+private:
+    QNetworkAccessManager m_manager;
+    qint64 m_maxBytes = DefaultMaxBytes;
+    QString m_lastError;
+};
+
+// A single download in a session of its own, for callers outside an update
+// run (the URL list manager).
+int HTTPGet(FrontEnd* owner, const QString& url, QStringList& lines,
+            const QStringList& proxySettings, const bool* cancel, int timeoutSeconds,
+            QDateTime& lastModified);

@@ -1,0 +1,104 @@
+#pragma once
+
+#include <QByteArray>
+#include <QDateTime>
+#include <QHash>
+#include <QHostAddress>
+#include <QList>
+#include <QObject>
+#include <QString>
+
+#include <utility>
+
+class QSslConfiguration;
+class QTcpServer;
+class QTcpSocket;
+
+// A small HTTP/1.1 server on 127.0.0.1 that plays a pinger site, well
+// behaved or not, for the download tests and the demo. Each path is set up
+// with a Route; every request is logged. QtCore and QtNetwork only.
+class TestPinger : public QObject {
+    Q_OBJECT
+public:
+    using Header = std::pair<QByteArray, QByteArray>;
+
+    enum class Mode {
+        Normal,      // the whole answer at once
+        Drip,        // the body in small pieces at intervals
+        Endless,     // a body that never ends, as fast as the client reads
+        ResetMidway, // half of the announced body, then the connection is reset
+        Garbage,     // bytes that are no HTTP at all, then the connection closes
+        Silent,      // reads the request and never answers
+    };
+
+    struct Route {
+        Mode mode = Mode::Normal;
+        int status = 200;
+        QByteArray body;
+        // Sent as Last-Modified; a request whose If-Modified-Since is at or
+        // after it gets 304.
+        QDateTime lastModified;
+        QList<Header> headers; // added as they are
+        int delayMs = 0;       // before the answer starts
+        int dripBytes = 16;
+        int dripIntervalMs = 100;
+        // Without a length the body ends when the connection closes.
+        bool sendLength = true;
+        // Garbage: the connection stays open after the bytes.
+        bool keepOpen = false;
+    };
+
+    struct Request {
+        int connection = 0; // which accepted connection, counted from 0
+        QByteArray method;
+        QByteArray target; // as sent, origin or absolute form
+        QByteArray path;
+        QByteArray version;
+        QList<Header> headers;
+        QHostAddress peer;
+        quint16 peerPort = 0;
+        // Empty when missing; names ignore case.
+        QByteArray header(const QByteArray& name) const;
+        bool hasHeader(const QByteArray& name) const;
+    };
+
+    explicit TestPinger(QObject* parent = nullptr);
+    ~TestPinger() override;
+
+    // Listens on 127.0.0.1 at a free port; with a TLS configuration it
+    // speaks https.
+    bool listen();
+    bool listenTls(const QSslConfiguration& configuration);
+    void close();
+    quint16 port() const;
+    QString url(const QString& path, const QString& host = QStringLiteral("127.0.0.1")) const;
+
+    void setRoute(const QString& path, const Route& route);
+    void serve(const QString& path, const QByteArray& body, const QDateTime& lastModified = {});
+    void fail(const QString& path, int status, const QByteArray& body);
+    void redirect(const QString& path, const QString& location, int status = 302);
+
+    int connectionCount() const { return m_connections; }
+    QList<Request> requests() const { return m_requests; }
+    void clearLog();
+    // Drops every open connection, as a restarted server would.
+    void dropConnections();
+
+    static QByteArray httpDate(const QDateTime& time);
+    static QDateTime parseHttpDate(const QByteArray& text);
+
+signals:
+    void requestReceived(const TestPinger::Request& request);
+
+private:
+    class Client;
+    friend class Client;
+    bool startListening();
+    void acceptAll();
+    Route routeFor(const QByteArray& path) const;
+
+    QTcpServer* m_server = nullptr;
+    QHash<QString, Route> m_routes;
+    QList<Request> m_requests;
+    int m_connections = 0;
+};

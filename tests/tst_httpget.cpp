@@ -1,0 +1,873 @@
+#include "HttpGet.h"
+#include "ProxyProcess.h"
+#include "SuiteDatabase.h"
+#include "TestFrontEnd.h"
+#include "TestPinger.h"
+#include "TextFile.h"
+
+#include <QElapsedTimer>
+#include <QFile>
+#include <QHostInfo>
+#include <QScopeGuard>
+#include <QSslCertificate>
+#include <QSslConfiguration>
+#include <QSslKey>
+#include <QSslSocket>
+#include <QTcpServer>
+#include <QTest>
+#include <QTimeZone>
+#include <QTimer>
+
+#include <algorithm>
+
+namespace {
+
+// How long past its time-out a fetch may take before it counts as hung. Wide
+// on purpose: the point is that it returns, not how exactly.
+constexpr qint64 SlackMs = 3000;
+
+const QDateTime PageDate(QDate(2026, 3, 1), QTime(12, 0, 0), Qt::UTC);
+const QByteArray PageDateText = "Sun, 01 Mar 2026 12:00:00 GMT";
+
+struct Fetch {
+    int code = 0;
+    QStringList lines;
+    QDateTime lastModified;
+    qint64 elapsedMs = 0;
+};
+
+Fetch fetch(HttpSession& session, const QString& url, const QStringList& proxy = {},
+            int timeout = 2, const QDateTime& since = {}, FrontEnd* ui = nullptr,
+            const bool* cancel = nullptr) {
+    Fetch result;
+    result.lastModified = since;
+    QElapsedTimer clock;
+    clock.start();
+    result.code =
+        session.HTTPGet(ui, url, result.lines, proxy, cancel, timeout, result.lastModified);
+    result.elapsedMs = clock.elapsed();
+    return result;
+}
+
+QByteArray highBytes() {
+    QByteArray bytes;
+    for (int i = 0x80; i <= 0xff; ++i)
+        bytes.append(char(i));
+    return bytes;
+}
+
+// size bytes of 64-byte lines ("...\n"), so that a body cut at a multiple of
+// 64 still ends in a line end.
+QByteArray linesOfSize(qint64 size) {
+    QByteArray line(63, 'v');
+    line.append('\n');
+    QByteArray body;
+    body.reserve(size);
+    while (body.size() < size)
+        body.append(line);
+    body.truncate(size);
+    return body;
+}
+
+// A port on which nothing listens.
+quint16 closedPort() {
+    QTcpServer probe;
+    if (!probe.listen(QHostAddress::LocalHost, 0))
+        return 0;
+    return probe.serverPort();
+}
+
+QStringList settingsFor(const QString& kind, quint16 port) {
+    return {QStringLiteral("kind=") + kind, QStringLiteral("host=127.0.0.1"),
+            QStringLiteral("port=") + QString::number(port), QStringLiteral("user="),
+            QStringLiteral("password=")};
+}
+
+int requestsFor(const TestPinger& pinger, const QByteArray& path) {
+    const QList<TestPinger::Request> requests = pinger.requests();
+    return int(std::count_if(requests.cbegin(), requests.cend(),
+                             [&](const TestPinger::Request& r) { return r.path == path; }));
+}
+
+TestPinger::Route dripRoute(const QByteArray& body, int bytes, int intervalMs) {
+    TestPinger::Route route;
+    route.mode = TestPinger::Mode::Drip;
+    route.body = body;
+    route.dripBytes = bytes;
+    route.dripIntervalMs = intervalMs;
+    return route;
+}
+
+} // namespace
+
+class TestHttpGet : public QObject {
+    Q_OBJECT
+private slots:
+    void initTestCase();
+    void keepsBytesAndLines_data();
+    void keepsBytesAndLines();
+    void unpacksCompressedPage();
+    void lastModifiedOut_data();
+    void lastModifiedOut();
+    void ifModifiedSince_data();
+    void ifModifiedSince();
+    void failures_data();
+    void failures();
+    void sizeCap_data();
+    void sizeCap();
+    void cancelStopsSlowTransfer();
+    void cancelledBeforeStart();
+    void reportsProgress();
+    void oneSessionOneConnection();
+    void proxySettings_data();
+    void proxySettings();
+    void https_data();
+    void https();
+    void throughTinyproxy();
+    void throughMicrosocks();
+    void microsocksRefusesBadCredentials_data();
+    void microsocksRefusesBadCredentials();
+    void credentialsKeepStreamsApart();
+    // Last: once the application has been told to quit, no event loop of
+    // this process runs again.
+    void applicationQuitEndsFetch();
+
+private:
+    TestPinger m_pinger;
+    TestPinger m_tlsPinger;
+    QSslCertificate m_certificate;
+    QString m_tlsProblem;
+};
+
+void TestHttpGet::initTestCase() {
+    QVERIFY(m_pinger.listen());
+
+    if (!QSslSocket::supportsSsl()) {
+        m_tlsProblem = QStringLiteral("no TLS backend");
+        return;
+    }
+    QFile certFile(QStringLiteral(VK_TESTDATA "/tls/pinger.crt"));
+    QFile keyFile(QStringLiteral(VK_TESTDATA "/tls/pinger.key"));
+    QVERIFY(certFile.open(QIODevice::ReadOnly));
+    QVERIFY(keyFile.open(QIODevice::ReadOnly));
+    m_certificate = QSslCertificate(certFile.readAll(), QSsl::Pem);
+    const QSslKey key(keyFile.readAll(), QSsl::Rsa, QSsl::Pem);
+    QVERIFY(!m_certificate.isNull());
+    QVERIFY(!key.isNull());
+    QSslConfiguration server = QSslConfiguration::defaultConfiguration();
+    server.setLocalCertificate(m_certificate);
+    server.setPrivateKey(key);
+    server.setPeerVerifyMode(QSslSocket::VerifyNone);
+    if (!m_tlsPinger.listenTls(server))
+        m_tlsProblem = QStringLiteral("the https pinger could not listen");
+}
+
+void TestHttpGet::keepsBytesAndLines_data() {
+    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<QByteArray>("contentType");
+    QTest::addColumn<QByteArrayList>("expected");
+
+    QTest::newRow("LF") << QByteArray("one\ntwo\nthree\n") << QByteArray()
+                        << QByteArrayList{"one", "two", "three"};
+    QTest::newRow("CR LF") << QByteArray("one\r\ntwo\r\n") << QByteArray()
+                           << QByteArrayList{"one", "two"};
+    QTest::newRow("CR alone") << QByteArray("one\rtwo") << QByteArray()
+                              << QByteArrayList{"one", "two"};
+    QTest::newRow("blank lines kept")
+        << QByteArray("a\r\n\r\nb\n\nc") << QByteArray() << QByteArrayList{"a", "", "b", "", "c"};
+    QTest::newRow("bytes 0x80-0xFF") << highBytes() + "\r\n\xff\x80 end\r\n"
+                                     << QByteArray() << QByteArrayList{highBytes(), "\xff\x80 end"};
+    QTest::newRow("UTF-8 label, bytes kept")
+        << QByteArray("caf\xc3\xa9\r\n") << QByteArray("text/html; charset=utf-8")
+        << QByteArrayList{"caf\xc3\xa9"};
+    QTest::newRow("Latin-1 bytes under a UTF-8 label")
+        << QByteArray("\xe4\xf6\xfc\r\n") << QByteArray("text/plain; charset=utf-8")
+        << QByteArrayList{"\xe4\xf6\xfc"};
+    QTest::newRow("NUL byte") << QByteArray("a\0b\n", 4) << QByteArray()
+                              << QByteArrayList{QByteArray("a\0b", 3)};
+    QTest::newRow("empty body") << QByteArray() << QByteArray() << QByteArrayList{};
+}
+
+void TestHttpGet::keepsBytesAndLines() {
+    QFETCH(QByteArray, body);
+    QFETCH(QByteArray, contentType);
+    QFETCH(QByteArrayList, expected);
+
+    TestPinger::Route route;
+    route.body = body;
+    if (!contentType.isEmpty())
+        route.headers.append(TestPinger::Header{"Content-Type", contentType});
+    m_pinger.setRoute(QStringLiteral("/bytes"), route);
+
+    HttpSession session;
+    const Fetch got = fetch(session, m_pinger.url(QStringLiteral("/bytes")));
+    QCOMPARE(got.code, HttpCode::Ok);
+    QCOMPARE(got.lines.size(), expected.size());
+    for (qsizetype i = 0; i < expected.size(); ++i) {
+        const QString& line = got.lines.at(i);
+        // One character per byte, each the byte's own value.
+        QCOMPARE(line.size(), expected.at(i).size());
+        for (qsizetype j = 0; j < line.size(); ++j)
+            QCOMPARE(line.at(j).unicode(), char16_t(uchar(expected.at(i).at(j))));
+        QCOMPARE(line.toLatin1(), expected.at(i));
+    }
+}
+
+void TestHttpGet::unpacksCompressedPage() {
+    const QByteArray page = highBytes() + "\r\n" + linesOfSize(64 * 1024);
+    TestPinger::Route route;
+    // An HTTP "deflate" body is a zlib stream: qCompress without its length prefix.
+    route.body = qCompress(page).mid(4);
+    route.headers.append(TestPinger::Header{"Content-Encoding", "deflate"});
+    m_pinger.setRoute(QStringLiteral("/packed"), route);
+    m_pinger.clearLog();
+
+    HttpSession session;
+    const Fetch got = fetch(session, m_pinger.url(QStringLiteral("/packed")));
+    QCOMPARE(got.code, HttpCode::Ok);
+    QVERIFY(m_pinger.requests().constFirst().header("Accept-Encoding").contains("deflate"));
+    QCOMPARE(got.lines.constFirst().toLatin1(), highBytes());
+    QCOMPARE(LinesToBytes(got.lines), highBytes() + "\n" + linesOfSize(64 * 1024));
+}
+
+void TestHttpGet::lastModifiedOut_data() {
+    QTest::addColumn<QByteArray>("header");
+    QTest::addColumn<QDateTime>("expected");
+
+    const QDateTime date(QDate(1994, 11, 6), QTime(8, 49, 37), Qt::UTC);
+    QTest::newRow("RFC 1123") << QByteArray("Sun, 06 Nov 1994 08:49:37 GMT") << date;
+    QTest::newRow("RFC 850") << QByteArray("Sunday, 06-Nov-94 08:49:37 GMT") << date;
+    QTest::newRow("asctime") << QByteArray("Sun Nov  6 08:49:37 1994") << date;
+    QTest::newRow("none") << QByteArray() << QDateTime();
+    QTest::newRow("unparsable") << QByteArray("yesterday at noon") << QDateTime();
+}
+
+void TestHttpGet::lastModifiedOut() {
+    QFETCH(QByteArray, header);
+    QFETCH(QDateTime, expected);
+
+    TestPinger::Route route;
+    route.body = "page\n";
+    if (!header.isEmpty())
+        route.headers.append(TestPinger::Header{"Last-Modified", header});
+    m_pinger.setRoute(QStringLiteral("/dated"), route);
+
+    HttpSession session;
+    // The date going in must not survive a page that has none.
+    const QDateTime sent(QDate(1990, 1, 1), QTime(0, 0), Qt::UTC);
+    const Fetch got = fetch(session, m_pinger.url(QStringLiteral("/dated")), {}, 2, sent);
+    QCOMPARE(got.code, HttpCode::Ok);
+    QCOMPARE(got.lastModified.isValid(), expected.isValid());
+    if (expected.isValid())
+        QCOMPARE(got.lastModified.toUTC(), expected);
+}
+
+void TestHttpGet::ifModifiedSince_data() {
+    QTest::addColumn<QDateTime>("since");
+    QTest::addColumn<QByteArray>("header"); // expected If-Modified-Since; empty: none sent
+    QTest::addColumn<int>("expected");
+
+    QTest::newRow("no date: no header, page") << QDateTime() << QByteArray() << HttpCode::Ok;
+    QTest::newRow("page's own date: 304") << PageDate << PageDateText << HttpCode::NotModified;
+    QTest::newRow("later date: 304")
+        << PageDate.addDays(1) << QByteArray("Mon, 02 Mar 2026 12:00:00 GMT")
+        << HttpCode::NotModified;
+    QTest::newRow("earlier date: page")
+        << PageDate.addSecs(-1) << QByteArray("Sun, 01 Mar 2026 11:59:59 GMT") << HttpCode::Ok;
+    QTest::newRow("date in another zone is sent as GMT")
+        << QDateTime(QDate(2026, 3, 1), QTime(14, 0, 0), QTimeZone(2 * 3600)) << PageDateText
+        << HttpCode::NotModified;
+}
+
+void TestHttpGet::ifModifiedSince() {
+    QFETCH(QDateTime, since);
+    QFETCH(QByteArray, header);
+    QFETCH(int, expected);
+
+    m_pinger.serve(QStringLiteral("/ims"), "mlist body\n", PageDate);
+    m_pinger.clearLog();
+    HttpSession session;
+    const Fetch got = fetch(session, m_pinger.url(QStringLiteral("/ims")), {}, 2, since);
+    QCOMPARE(got.code, expected);
+
+    QCOMPARE(m_pinger.requests().size(), 1);
+    const TestPinger::Request request = m_pinger.requests().constFirst();
+    QCOMPARE(request.hasHeader("If-Modified-Since"), !header.isEmpty());
+    QCOMPARE(request.header("If-Modified-Since"), header);
+    QCOMPARE(request.header("Host"),
+             QByteArray("127.0.0.1:") + QByteArray::number(m_pinger.port()));
+
+    QCOMPARE(got.lastModified.toUTC(), PageDate);
+    if (expected == HttpCode::Ok)
+        QCOMPARE(got.lines, QStringList{QStringLiteral("mlist body")});
+    else
+        QVERIFY(got.lines.isEmpty());
+}
+
+void TestHttpGet::failures_data() {
+    QTest::addColumn<QString>("url");
+    QTest::addColumn<QStringList>("proxy");
+    QTest::addColumn<int>("timeout");
+    QTest::addColumn<qint64>("maxBytes"); // 0: the session's default
+    QTest::addColumn<int>("expected");
+    QTest::addColumn<QString>("inLines"); // empty: no lines may come back
+    QTest::addColumn<bool>("reachesPinger");
+
+    using Mode = TestPinger::Mode;
+    const auto url = [this](const char* path) {
+        return m_pinger.url(QString::fromLatin1(path));
+    };
+    const QStringList direct;
+
+    m_pinger.fail(
+        QStringLiteral("/e500"), 500,
+        "<html><body><h1>Internal Server Error</h1>mixmaster stats broke</body></html>\n");
+    QTest::newRow("500 with an HTML page")
+        << url("/e500") << direct << 2 << qint64(0) << HttpCode::HttpError
+        << QStringLiteral("mixmaster stats broke") << true;
+    QTest::newRow("404 for an unknown page")
+        << url("/no-such-page") << direct << 2 << qint64(0) << HttpCode::HttpError
+        << QStringLiteral("Not Found") << true;
+
+    m_pinger.serve(QStringLiteral("/e200"),
+                   "<html><body>Database error, try later</body></html>\n");
+    QTest::newRow("200 with an HTML error page is a page")
+        << url("/e200") << direct << 2 << qint64(0) << HttpCode::Ok
+        << QStringLiteral("Database error") << true;
+
+    TestPinger::Route delayed;
+    delayed.body = "late but fine\n";
+    delayed.delayMs = 300;
+    m_pinger.setRoute(QStringLiteral("/delay-short"), delayed);
+    QTest::newRow("answer delayed within the time-out")
+        << url("/delay-short") << direct << 2 << qint64(0) << HttpCode::Ok
+        << QStringLiteral("late but fine") << true;
+    delayed.delayMs = 5000;
+    m_pinger.setRoute(QStringLiteral("/delay-long"), delayed);
+    QTest::newRow("answer delayed past the time-out")
+        << url("/delay-long") << direct << 1 << qint64(0) << HttpCode::TimedOut << QString()
+        << true;
+
+    // Bytes keep coming, but the whole page would take a minute.
+    m_pinger.setRoute(QStringLiteral("/drip"), dripRoute(linesOfSize(6400), 16, 150));
+    QTest::newRow("slow drip") << url("/drip") << direct << 1 << qint64(0) << HttpCode::TimedOut
+                               << QString() << true;
+
+    TestPinger::Route silent;
+    silent.mode = Mode::Silent;
+    m_pinger.setRoute(QStringLiteral("/silent"), silent);
+    QTest::newRow("never answers")
+        << url("/silent") << direct << 1 << qint64(0) << HttpCode::TimedOut << QString() << true;
+
+    TestPinger::Route endless;
+    endless.mode = Mode::Endless;
+    m_pinger.setRoute(QStringLiteral("/endless"), endless);
+    QTest::newRow("endless body") << url("/endless") << direct << 10 << qint64(1024 * 1024)
+                                  << HttpCode::TransferError << QString() << true;
+
+    TestPinger::Route reset;
+    reset.mode = Mode::ResetMidway;
+    reset.body = linesOfSize(64 * 1024);
+    m_pinger.setRoute(QStringLiteral("/reset"), reset);
+    QTest::newRow("connection reset in the body")
+        << url("/reset") << direct << 2 << qint64(0) << HttpCode::TimedOut << QString() << true;
+
+    TestPinger::Route noise;
+    noise.mode = Mode::Garbage;
+    m_pinger.setRoute(QStringLiteral("/garbage"), noise);
+    // Qt's HTTP client drops a connection that does not answer in HTTP and
+    // reports it as closed: to the engine it is a pinger that gave no answer.
+    QTest::newRow("garbage instead of HTTP")
+        << url("/garbage") << direct << 2 << qint64(0) << HttpCode::TimedOut << QString() << true;
+    noise.keepOpen = true;
+    m_pinger.setRoute(QStringLiteral("/garbage-open"), noise);
+    QTest::newRow("garbage, connection left open")
+        << url("/garbage-open") << direct << 1 << qint64(0) << HttpCode::TimedOut << QString()
+        << true;
+
+    const quint16 closed = closedPort();
+    QTest::newRow("connection refused")
+        << QStringLiteral("http://127.0.0.1:%1/page").arg(closed) << direct << 2 << qint64(0)
+        << HttpCode::TimedOut << QString() << false;
+
+    // Redirects: up to five are followed, relative or absolute.
+    m_pinger.serve(QStringLiteral("/r0"), "arrived\n");
+    for (int i = 1; i <= 6; ++i) {
+        const QString next = QStringLiteral("/r%1").arg(i - 1);
+        m_pinger.redirect(QStringLiteral("/r%1").arg(i), i % 2 ? next : m_pinger.url(next),
+                          i % 3 ? 302 : 301);
+    }
+    QTest::newRow("five redirects followed") << url("/r5") << direct << 2 << qint64(0)
+                                             << HttpCode::Ok << QStringLiteral("arrived") << true;
+    QTest::newRow("six redirects refused")
+        << url("/r6") << direct << 2 << qint64(0) << HttpCode::TransferError << QString() << true;
+    m_pinger.redirect(QStringLiteral("/loop-a"), QStringLiteral("/loop-b"));
+    m_pinger.redirect(QStringLiteral("/loop-b"), QStringLiteral("/loop-a"));
+    QTest::newRow("redirect loop refused") << url("/loop-a") << direct << 2 << qint64(0)
+                                           << HttpCode::TransferError << QString() << true;
+
+    // Misuse: nothing is sent anywhere.
+    m_pinger.serve(QStringLiteral("/page"), "page\n");
+    const auto misuse = [&](const char* name, const QString& target, const QStringList& proxy) {
+        QTest::newRow(name) << target << proxy << 2 << qint64(0) << HttpCode::LibraryError
+                            << QString() << false;
+    };
+    misuse("empty URL", QString(), direct);
+    misuse("no host", QStringLiteral("http:///page"), direct);
+    misuse("not a URL", QStringLiteral("::not a url::"), direct);
+    misuse("ftp scheme", QStringLiteral("ftp://127.0.0.1/pubring.mix"), direct);
+    misuse("file scheme", QStringLiteral("file:///etc/hostname"), direct);
+    const quint16 port = m_pinger.port();
+    misuse("unknown proxy kind", url("/page"), settingsFor(QStringLiteral("gopher"), port));
+    misuse("proxy without host", url("/page"),
+           {QStringLiteral("kind=socks5"), QStringLiteral("host="), QStringLiteral("port=9050")});
+    misuse("proxy port zero", url("/page"), settingsFor(QStringLiteral("http"), 0));
+    misuse("proxy port not a number", url("/page"),
+           {QStringLiteral("kind=http"), QStringLiteral("host=127.0.0.1"),
+            QStringLiteral("port=eighty")});
+    misuse("proxy setting without a name", url("/page"), {QStringLiteral("socks5 127.0.0.1")});
+
+    QTest::newRow("HTTP proxy unreachable")
+        << url("/page") << settingsFor(QStringLiteral("http"), closed) << 2 << qint64(0)
+        << HttpCode::TimedOut << QString() << false;
+    QTest::newRow("SOCKS5 proxy unreachable")
+        << url("/page") << settingsFor(QStringLiteral("socks5"), closed) << 2 << qint64(0)
+        << HttpCode::TimedOut << QString() << false;
+}
+
+void TestHttpGet::failures() {
+    QFETCH(QString, url);
+    QFETCH(QStringList, proxy);
+    QFETCH(int, timeout);
+    QFETCH(qint64, maxBytes);
+    QFETCH(int, expected);
+    QFETCH(QString, inLines);
+    QFETCH(bool, reachesPinger);
+
+    m_pinger.clearLog();
+    HttpSession session;
+    if (maxBytes > 0)
+        session.setMaxBytes(maxBytes);
+    const Fetch got = fetch(session, url, proxy, timeout);
+    QVERIFY2(got.code == expected,
+             qPrintable(QStringLiteral("got %1 (%2)").arg(got.code).arg(session.lastErrorText())));
+    QVERIFY2(got.elapsedMs < timeout * 1000 + SlackMs,
+             qPrintable(QStringLiteral("took %1 ms").arg(got.elapsedMs)));
+    if (inLines.isEmpty())
+        QVERIFY2(got.lines.isEmpty(), qPrintable(got.lines.join(u'\n').left(200)));
+    else
+        QVERIFY2(got.lines.join(u'\n').contains(inLines), qPrintable(got.lines.join(u'\n')));
+    QCOMPARE(!m_pinger.requests().isEmpty(), reachesPinger);
+    if (expected != HttpCode::Ok)
+        QVERIFY(!session.lastErrorText().isEmpty());
+    else
+        QVERIFY(session.lastErrorText().isEmpty());
+    if (expected != HttpCode::Ok && expected != HttpCode::NotModified)
+        QVERIFY(!got.lastModified.isValid());
+}
+
+void TestHttpGet::sizeCap_data() {
+    QTest::addColumn<int>("status");
+    QTest::addColumn<qint64>("size");
+    QTest::addColumn<bool>("announced");
+    QTest::addColumn<qint64>("cap"); // 0: the default
+    QTest::addColumn<int>("expected");
+    QTest::addColumn<qint64>("returned"); // bytes of the lines that came back
+
+    const qint64 cap = 1024;
+    QTest::newRow("exactly the cap, announced") << 200 << cap << true << cap << 200 << cap;
+    QTest::newRow("exactly the cap, unannounced") << 200 << cap << false << cap << 200 << cap;
+    QTest::newRow("one byte over, announced")
+        << 200 << cap + 1 << true << cap << HttpCode::TransferError << qint64(0);
+    QTest::newRow("one byte over, unannounced")
+        << 200 << cap + 1 << false << cap << HttpCode::TransferError << qint64(0);
+    QTest::newRow("far over, unannounced")
+        << 200 << qint64(4 * 1024 * 1024) << false << cap << HttpCode::TransferError << qint64(0);
+    QTest::newRow("error page shortened") << 500 << qint64(200 * 1024) << true << qint64(0)
+                                          << HttpCode::HttpError << HttpSession::ErrorPageMaxBytes;
+    QTest::newRow("error page never beyond the cap")
+        << 503 << qint64(4096) << true << cap << HttpCode::HttpError << cap;
+    const qint64 sixteen = 16 * 1024 * 1024;
+    QTest::newRow("default cap, at it") << 200 << sixteen << true << qint64(0) << 200 << sixteen;
+    QTest::newRow("default cap, past it")
+        << 200 << sixteen + 64 << false << qint64(0) << HttpCode::TransferError << qint64(0);
+}
+
+void TestHttpGet::sizeCap() {
+    QFETCH(int, status);
+    QFETCH(qint64, size);
+    QFETCH(bool, announced);
+    QFETCH(qint64, cap);
+    QFETCH(int, expected);
+    QFETCH(qint64, returned);
+
+    TestPinger::Route route;
+    route.status = status;
+    route.body = linesOfSize(size);
+    route.sendLength = announced;
+    m_pinger.setRoute(QStringLiteral("/sized"), route);
+
+    HttpSession session;
+    if (cap > 0)
+        session.setMaxBytes(cap);
+    QCOMPARE(session.maxBytes(), cap > 0 ? cap : qint64(16 * 1024 * 1024));
+    const Fetch got = fetch(session, m_pinger.url(QStringLiteral("/sized")), {}, 10);
+    QCOMPARE(got.code, expected);
+    QCOMPARE(got.lines.isEmpty() ? 0 : LinesToBytes(got.lines).size(), returned);
+}
+
+void TestHttpGet::cancelStopsSlowTransfer() {
+    // A minute's worth of dripping; only the cancel can end it early.
+    m_pinger.setRoute(QStringLiteral("/slow"), dripRoute(linesOfSize(6400), 16, 150));
+    bool cancel = false;
+    QTimer::singleShot(300, [&cancel] { cancel = true; });
+    HttpSession session;
+    TestFrontEnd ui;
+    const Fetch got =
+        fetch(session, m_pinger.url(QStringLiteral("/slow")), {}, 30, {}, &ui, &cancel);
+    QVERIFY(cancel);
+    QCOMPARE(got.code, HttpCode::TransferError);
+    QVERIFY(got.lines.isEmpty());
+    QVERIFY2(got.elapsedMs < 5000, qPrintable(QStringLiteral("took %1 ms").arg(got.elapsedMs)));
+}
+
+void TestHttpGet::cancelledBeforeStart() {
+    m_pinger.serve(QStringLiteral("/page"), "page\n");
+    m_pinger.clearLog();
+    const bool cancel = true;
+    HttpSession session;
+    const Fetch got =
+        fetch(session, m_pinger.url(QStringLiteral("/page")), {}, 2, {}, nullptr, &cancel);
+    QCOMPARE(got.code, HttpCode::TransferError);
+    QVERIFY(m_pinger.requests().isEmpty());
+}
+
+void TestHttpGet::reportsProgress() {
+    const QByteArray body = linesOfSize(64 * 1024);
+    m_pinger.setRoute(QStringLiteral("/progress"), dripRoute(body, 4096, 15));
+    HttpSession session;
+    TestFrontEnd ui;
+    const Fetch got = fetch(session, m_pinger.url(QStringLiteral("/progress")), {}, 10, {}, &ui);
+    QCOMPARE(got.code, HttpCode::Ok);
+    QCOMPARE(LinesToBytes(got.lines), body);
+
+    const QList<int>& steps = ui.progress;
+    QVERIFY2(steps.size() >= 3, qPrintable(QStringLiteral("%1 steps").arg(steps.size())));
+    QCOMPARE(steps.constFirst(), 0);
+    QCOMPARE(steps.constLast(), 100);
+    QVERIFY(std::is_sorted(steps.cbegin(), steps.cend()));
+    QVERIFY(std::any_of(steps.cbegin(), steps.cend(), [](int p) { return p > 0 && p < 100; }));
+}
+
+void TestHttpGet::oneSessionOneConnection() {
+    m_pinger.serve(QStringLiteral("/mlist.txt"), "mlist\n");
+    m_pinger.serve(QStringLiteral("/rlist.txt"), "rlist\n");
+    m_pinger.serve(QStringLiteral("/pubring.mix"), "keys\n");
+    m_pinger.clearLog();
+
+    int before = m_pinger.connectionCount();
+    {
+        HttpSession session;
+        for (const char* page : {"/mlist.txt", "/rlist.txt", "/pubring.mix"})
+            QCOMPARE(fetch(session, m_pinger.url(QString::fromLatin1(page))).code, HttpCode::Ok);
+    }
+    QCOMPARE(m_pinger.connectionCount() - before, 1);
+    const QList<TestPinger::Request> requests = m_pinger.requests();
+    QCOMPARE(requests.size(), 3);
+    QCOMPARE(requests.at(1).connection, requests.at(0).connection);
+    QCOMPARE(requests.at(2).connection, requests.at(0).connection);
+
+    // The counting tells the difference: a session per page is a
+    // connection per page.
+    before = m_pinger.connectionCount();
+    for (const char* page : {"/mlist.txt", "/rlist.txt"}) {
+        QStringList lines;
+        QDateTime none;
+        QCOMPARE(
+            HTTPGet(nullptr, m_pinger.url(QString::fromLatin1(page)), lines, {}, nullptr, 2, none),
+            HttpCode::Ok);
+    }
+    QCOMPARE(m_pinger.connectionCount() - before, 2);
+}
+
+void TestHttpGet::proxySettings_data() {
+    QTest::addColumn<QStringList>("settings");
+    QTest::addColumn<bool>("ok");
+    QTest::addColumn<int>("type");
+    QTest::addColumn<QString>("host");
+    QTest::addColumn<int>("port");
+    QTest::addColumn<QString>("user");
+    QTest::addColumn<QString>("password");
+
+    QTest::newRow("none") << QStringList() << true << int(QNetworkProxy::NoProxy) << QString() << 0
+                          << QString() << QString();
+    QTest::newRow("blank lines only")
+        << QStringList{QString(), QStringLiteral("  ")} << true << int(QNetworkProxy::NoProxy)
+        << QString() << 0 << QString() << QString();
+    QTest::newRow("http with credentials")
+        << QStringList{"kind=http", "host=proxy.example", "port=8080", "user=me", "password=pw"}
+        << true << int(QNetworkProxy::HttpProxy) << "proxy.example" << 8080 << "me"
+        << "pw";
+    QTest::newRow("socks5 without credentials")
+        << QStringList{"kind=socks5", "host=127.0.0.1", "port=9050", "user=", "password="} << true
+        << int(QNetworkProxy::Socks5Proxy) << "127.0.0.1" << 9050 << QString() << QString();
+    QTest::newRow("names and kind ignore case, host and port blanks")
+        << QStringList{"KIND=SOCKS5", "Host= 127.0.0.1 ", "PORT= 9150"} << true
+        << int(QNetworkProxy::Socks5Proxy) << "127.0.0.1" << 9150 << QString() << QString();
+    QTest::newRow("password kept as it is")
+        << QStringList{"kind=socks5", "host=h", "port=1", "user= a b", "password=x=y z "} << true
+        << int(QNetworkProxy::Socks5Proxy) << "h" << 1 << " a b"
+        << "x=y z ";
+    QTest::newRow("unknown names ignored")
+        << QStringList{"kind=http", "host=h", "port=3128", "colour=blue"} << true
+        << int(QNetworkProxy::HttpProxy) << "h" << 3128 << QString() << QString();
+
+    const auto bad = [](const char* name, const QStringList& settings) {
+        QTest::newRow(name) << settings << false << 0 << QString() << 0 << QString() << QString();
+    };
+    bad("unknown kind", {"kind=socks4", "host=h", "port=1080"});
+    bad("no kind", {"host=h", "port=1080"});
+    bad("no host", {"kind=http", "port=1080"});
+    bad("port too large", {"kind=http", "host=h", "port=65536"});
+    bad("negative port", {"kind=http", "host=h", "port=-1"});
+    bad("no port", {"kind=http", "host=h"});
+    bad("line without a name", {"kind=http", "host=h", "port=1", "=x"});
+}
+
+void TestHttpGet::proxySettings() {
+    QFETCH(QStringList, settings);
+    QFETCH(bool, ok);
+    QFETCH(int, type);
+    QFETCH(QString, host);
+    QFETCH(int, port);
+    QFETCH(QString, user);
+    QFETCH(QString, password);
+
+    QNetworkProxy proxy(QNetworkProxy::DefaultProxy);
+    QString error;
+    QCOMPARE(HttpSession::proxyFromSettings(settings, proxy, &error), ok);
+    if (!ok) {
+        QVERIFY(!error.isEmpty());
+        return;
+    }
+    QCOMPARE(int(proxy.type()), type);
+    if (type == QNetworkProxy::NoProxy)
+        return;
+    QCOMPARE(proxy.hostName(), host);
+    QCOMPARE(int(proxy.port()), port);
+    QCOMPARE(proxy.user(), user);
+    QCOMPARE(proxy.password(), password);
+    // Names go to the proxy unresolved: no lookups past Tor.
+    QVERIFY(proxy.capabilities().testFlag(QNetworkProxy::HostNameLookupCapability));
+}
+
+void TestHttpGet::https_data() {
+    QTest::addColumn<bool>("tls"); // the URL names the https pinger
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<bool>("trusted"); // its certificate is trusted for this row
+    QTest::addColumn<int>("expected");
+
+    QTest::newRow("trusted certificate") << true << "/page" << true << HttpCode::Ok;
+    QTest::newRow("self-signed certificate refused")
+        << true << "/page" << false << HttpCode::TransferError;
+    QTest::newRow("redirect from https to http refused")
+        << true << "/down" << true << HttpCode::TransferError;
+    QTest::newRow("https to a plain HTTP server")
+        << false << "/page" << true << HttpCode::TransferError;
+}
+
+void TestHttpGet::https() {
+    QFETCH(bool, tls);
+    QFETCH(QString, path);
+    QFETCH(bool, trusted);
+    QFETCH(int, expected);
+    if (!m_tlsProblem.isEmpty())
+        QSKIP(qPrintable(m_tlsProblem));
+
+    m_tlsPinger.serve(QStringLiteral("/page"), "secure page\n");
+    m_tlsPinger.redirect(QStringLiteral("/down"), m_pinger.url(QStringLiteral("/page")));
+    m_pinger.serve(QStringLiteral("/page"), "page\n");
+    m_pinger.clearLog();
+    m_tlsPinger.clearLog();
+
+    const QSslConfiguration saved = QSslConfiguration::defaultConfiguration();
+    const auto restore = qScopeGuard([&] { QSslConfiguration::setDefaultConfiguration(saved); });
+    if (trusted) {
+        QSslConfiguration trusting = saved;
+        trusting.addCaCertificate(m_certificate);
+        QSslConfiguration::setDefaultConfiguration(trusting);
+    }
+
+    const QString url =
+        tls ? m_tlsPinger.url(path)
+            : QStringLiteral("https://127.0.0.1:%1%2").arg(m_pinger.port()).arg(path);
+    HttpSession session;
+    const Fetch got = fetch(session, url, {}, 5);
+    QCOMPARE(got.code, expected);
+    if (expected == HttpCode::Ok) {
+        QCOMPARE(got.lines, QStringList{QStringLiteral("secure page")});
+    } else {
+        QVERIFY(got.lines.isEmpty());
+        QCOMPARE(requestsFor(m_pinger, "/page"), 0);
+        if (tls && !trusted)
+            QVERIFY(m_tlsPinger.requests().isEmpty());
+    }
+}
+
+void TestHttpGet::throughTinyproxy() {
+    ProxyProcess proxy(ProxyProcess::Kind::Tinyproxy);
+    if (!proxy.start())
+        QSKIP(qPrintable(QStringLiteral("tinyproxy could not be started: ") + proxy.errorString()));
+
+    m_pinger.serve(QStringLiteral("/via-http"), "through the proxy \xe9\r\n");
+    m_pinger.clearLog();
+    {
+        HttpSession session;
+        const Fetch got =
+            fetch(session, m_pinger.url(QStringLiteral("/via-http")), proxy.settings(), 5);
+        QCOMPARE(got.code, HttpCode::Ok);
+        QCOMPARE(got.lines, QStringList{QString::fromLatin1("through the proxy \xe9")});
+    }
+    // The proxy's own marks: its Via header at the pinger, its log line.
+    QCOMPARE(m_pinger.requests().size(), 1);
+    QVERIFY2(m_pinger.requests().constFirst().header("Via").contains("tinyproxy"),
+             m_pinger.requests().constFirst().header("Via").constData());
+    const QString logged = QStringLiteral("GET http://127.0.0.1:%1/via-http").arg(m_pinger.port());
+    QVERIFY2(proxy.log().contains(logged), qPrintable(proxy.log().right(1500)));
+
+    // An HTTP proxy that cannot reach the pinger says so with an error page.
+    {
+        HttpSession session;
+        const Fetch got = fetch(session, QStringLiteral("http://127.0.0.1:%1/x").arg(closedPort()),
+                                proxy.settings(), 5);
+        QCOMPARE(got.code, HttpCode::HttpError);
+        QVERIFY2(got.lines.join(u'\n').contains(QLatin1String("tinyproxy")),
+                 qPrintable(got.lines.join(u'\n')));
+    }
+
+    // With the proxy gone the same settings reach nothing, so nothing went
+    // around it.
+    proxy.stop();
+    m_pinger.clearLog();
+    HttpSession session;
+    const Fetch got =
+        fetch(session, m_pinger.url(QStringLiteral("/via-http")), proxy.settings(), 2);
+    QCOMPARE(got.code, HttpCode::TimedOut);
+    QVERIFY(m_pinger.requests().isEmpty());
+}
+
+void TestHttpGet::throughMicrosocks() {
+    ProxyProcess proxy(ProxyProcess::Kind::Microsocks);
+    if (!proxy.start(QStringLiteral("vkstats"), QStringLiteral("correct horse")))
+        QSKIP(
+            qPrintable(QStringLiteral("microsocks could not be started: ") + proxy.errorString()));
+
+    m_pinger.serve(QStringLiteral("/via-socks"), "socks page\n");
+    m_pinger.clearLog();
+    HttpSession session;
+    Fetch got = fetch(session, m_pinger.url(QStringLiteral("/via-socks")), proxy.settings(), 5);
+    QCOMPARE(got.code, HttpCode::Ok);
+    QCOMPARE(got.lines, QStringList{QStringLiteral("socks page")});
+    QVERIFY2(proxy.log().contains(QStringLiteral("connected to 127.0.0.1:%1").arg(m_pinger.port())),
+             qPrintable(proxy.log()));
+
+    // The host name travels to the proxy unresolved: microsocks logs the
+    // name it was asked for. It can only connect if "localhost" is
+    // 127.0.0.1 for it, as for us.
+    const QHostInfo local = QHostInfo::fromName(QStringLiteral("localhost"));
+    if (!local.addresses().isEmpty() && local.addresses().constFirst() == QHostAddress::LocalHost) {
+        got =
+            fetch(session, m_pinger.url(QStringLiteral("/via-socks"), QStringLiteral("localhost")),
+                  proxy.settings(), 5);
+        QCOMPARE(got.code, HttpCode::Ok);
+        QVERIFY2(
+            proxy.log().contains(QStringLiteral("connected to localhost:%1").arg(m_pinger.port())),
+            qPrintable(proxy.log()));
+        QCOMPARE(m_pinger.requests().constLast().header("Host"),
+                 QByteArray("localhost:") + QByteArray::number(m_pinger.port()));
+    } else {
+        qInfo("localhost is not 127.0.0.1 first here; the host name check is left out");
+    }
+
+    // Through the proxy to a port where nothing listens: no answer.
+    got = fetch(session, QStringLiteral("http://127.0.0.1:%1/x").arg(closedPort()),
+                proxy.settings(), 2);
+    QCOMPARE(got.code, HttpCode::TimedOut);
+
+    proxy.stop();
+    m_pinger.clearLog();
+    HttpSession fresh;
+    got = fetch(fresh, m_pinger.url(QStringLiteral("/via-socks")), proxy.settings(), 2);
+    QCOMPARE(got.code, HttpCode::TimedOut);
+    QVERIFY(m_pinger.requests().isEmpty());
+}
+
+void TestHttpGet::microsocksRefusesBadCredentials_data() {
+    QTest::addColumn<QString>("user");
+    QTest::addColumn<QString>("password");
+    QTest::newRow("wrong password") << "vkstats"
+                                    << "wrong horse";
+    QTest::newRow("wrong user") << "someone"
+                                << "correct horse";
+    QTest::newRow("no credentials") << QString() << QString();
+}
+
+void TestHttpGet::microsocksRefusesBadCredentials() {
+    QFETCH(QString, user);
+    QFETCH(QString, password);
+    ProxyProcess proxy(ProxyProcess::Kind::Microsocks);
+    if (!proxy.start(QStringLiteral("vkstats"), QStringLiteral("correct horse")))
+        QSKIP(
+            qPrintable(QStringLiteral("microsocks could not be started: ") + proxy.errorString()));
+
+    m_pinger.serve(QStringLiteral("/via-socks"), "socks page\n");
+    m_pinger.clearLog();
+    HttpSession session;
+    const Fetch got = fetch(session, m_pinger.url(QStringLiteral("/via-socks")),
+                            proxy.settings(user, password), 5);
+    QCOMPARE(got.code, HttpCode::LibraryError);
+    QVERIFY(got.lines.isEmpty());
+    QVERIFY(m_pinger.requests().isEmpty());
+}
+
+void TestHttpGet::credentialsKeepStreamsApart() {
+    // Tor keeps streams with different credentials on different circuits; a
+    // session must not hand a stream opened for one set to another.
+    ProxyProcess proxy(ProxyProcess::Kind::Microsocks);
+    if (!proxy.start(QStringLiteral("alice"), QStringLiteral("one")))
+        QSKIP(
+            qPrintable(QStringLiteral("microsocks could not be started: ") + proxy.errorString()));
+
+    m_pinger.serve(QStringLiteral("/a"), "a\n");
+    m_pinger.serve(QStringLiteral("/b"), "b\n");
+    m_pinger.clearLog();
+    const int before = m_pinger.connectionCount();
+    HttpSession session;
+    QCOMPARE(fetch(session, m_pinger.url(QStringLiteral("/a")), proxy.settings(), 5).code,
+             HttpCode::Ok);
+    QCOMPARE(fetch(session, m_pinger.url(QStringLiteral("/b")), proxy.settings(), 5).code,
+             HttpCode::Ok);
+    // Same credentials: the open stream is reused.
+    QCOMPARE(m_pinger.connectionCount() - before, 1);
+    // Other credentials: a stream of their own, which this proxy refuses,
+    // although alice's stream is still open.
+    const Fetch other = fetch(session, m_pinger.url(QStringLiteral("/a")),
+                              proxy.settings(QStringLiteral("bob"), QStringLiteral("two")), 5);
+    QCOMPARE(other.code, HttpCode::LibraryError);
+    QCOMPARE(m_pinger.requests().size(), 2);
+}
+
+void TestHttpGet::applicationQuitEndsFetch() {
+    // The window closing during an update quits every event loop, the
+    // fetch's own too: half a page must not come back as a page.
+    m_pinger.setRoute(QStringLiteral("/quit"), dripRoute(linesOfSize(6400), 16, 150));
+    QTimer::singleShot(300, [] { QCoreApplication::exit(0); });
+    HttpSession session;
+    const Fetch got = fetch(session, m_pinger.url(QStringLiteral("/quit")), {}, 30);
+    QCOMPARE(got.code, HttpCode::TransferError);
+    QVERIFY(got.lines.isEmpty());
+    QVERIFY2(got.elapsedMs < 5000, qPrintable(QStringLiteral("took %1 ms").arg(got.elapsedMs)));
+}
+
+QTEST_GUILESS_MAIN(TestHttpGet)
+#include "tst_httpget.moc"
