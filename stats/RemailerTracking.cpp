@@ -1,0 +1,165 @@
+#include "RemailerTracking.h"
+
+#include "PagePaths.h"
+#include "TextFile.h"
+
+#include <algorithm>
+
+namespace {
+
+const QString MixmasterTableRule = QStringLiteral("----------------");
+
+bool lessIgnoringCase(const QString& a, const QString& b) {
+    return a.compare(b, Qt::CaseInsensitive) < 0;
+}
+
+// The text before the first blank; the whole text when there is none.
+QString firstWord(const QString& line) {
+    const qsizetype blank = line.indexOf(u' ');
+    return blank < 0 ? line : line.left(blank);
+}
+
+// One row of a statistics table: its name goes to the list (and to newbars
+// when every name read is to be barred).
+void takeRow(const QString& row, QStringList& names, bool barnew, QStringList& newbars) {
+    const QString name = firstWord(row);
+    if (barnew)
+        newbars.append(name);
+    names.append(name);
+}
+
+// The two page kinds differ only in what opens the table: Mixmaster pages
+// have a rule of hyphens above it, Cypherpunk pages are recognised by their
+// first "%" row.
+int extractNames(const QStringList& lines, QStringList& names, bool barnew, QStringList& newbars,
+                 bool opensAtHyphens) {
+    names.clear();
+    bool inTable = false;
+    for (const QString& raw : lines) {
+        const QString line = raw.trimmed();
+        if (line.isEmpty()) {
+            if (inTable)
+                break;
+            continue;
+        }
+        if (opensAtHyphens && line.startsWith(MixmasterTableRule)) {
+            inTable = true;
+            continue;
+        }
+        if (!inTable) {
+            if (opensAtHyphens || !line.contains(u'%'))
+                continue;
+            inTable = true;
+        }
+        // A row without a percentage is no longer the table: whatever comes
+        // after it is not trusted to be remailers.
+        if (!line.contains(u'%'))
+            break;
+        takeRow(line, names, barnew, newbars);
+    }
+    SortRemailerNames(names);
+    return int(names.size());
+}
+
+bool reportChanges(const QString& pageName, const QString& kind, const QStringList& newPage,
+                   QStringList& report, bool barnew, QStringList& newbars) {
+    const bool mixmaster = pageName == QStringLiteral("mlist.txt");
+    // A missing stored copy reads as no lines, so every remailer is new.
+    const QStringList oldPage = ReadLines(PagePath(pageName));
+    QStringList oldNames;
+    QStringList newNames;
+    if (mixmaster) {
+        ExtractMixmasterNames(oldPage, oldNames, barnew, newbars);
+        ExtractMixmasterNames(newPage, newNames, barnew, newbars);
+    } else {
+        ExtractCypherpunkNames(oldPage, oldNames, barnew, newbars);
+        ExtractCypherpunkNames(newPage, newNames, barnew, newbars);
+    }
+    QString newHeading = QStringLiteral("NEW ") + kind + QStringLiteral(" Remailers:");
+    if (barnew)
+        newHeading += QStringLiteral(" (all barred)");
+    const QString deceasedHeading =
+        QStringLiteral("DECEASED ") + kind + QStringLiteral(" Remailers:");
+    return AppendRemailerChanges(oldNames, newNames, newHeading, deceasedHeading, report, newbars);
+}
+
+} // namespace
+
+void SortRemailerNames(QStringList& names) {
+    // Stable, so that of two spellings of one name the first met survives.
+    std::stable_sort(names.begin(), names.end(), lessIgnoringCase);
+    const auto end =
+        std::unique(names.begin(), names.end(), [](const QString& a, const QString& b) {
+            return a.compare(b, Qt::CaseInsensitive) == 0;
+        });
+    names.erase(end, names.end());
+}
+
+bool ContainsRemailerName(const QStringList& sortedNames, const QString& name) {
+    const auto it =
+        std::lower_bound(sortedNames.cbegin(), sortedNames.cend(), name, lessIgnoringCase);
+    return it != sortedNames.cend() && it->compare(name, Qt::CaseInsensitive) == 0;
+}
+
+int ExtractMixmasterNames(const QStringList& lines, QStringList& names, bool barnew,
+                          QStringList& newbars) {
+    return extractNames(lines, names, barnew, newbars, true);
+}
+
+int ExtractMixmasterNames(const QStringList& lines, QStringList& names) {
+    QStringList unused;
+    return extractNames(lines, names, false, unused, true);
+}
+
+int ExtractCypherpunkNames(const QStringList& lines, QStringList& names, bool barnew,
+                           QStringList& newbars) {
+    return extractNames(lines, names, barnew, newbars, false);
+}
+
+int ExtractCypherpunkNames(const QStringList& lines, QStringList& names) {
+    QStringList unused;
+    return extractNames(lines, names, false, unused, false);
+}
+
+bool AppendRemailerChanges(const QStringList& oldNames, const QStringList& newNames,
+                           const QString& newHeading, const QString& deceasedHeading,
+                           QStringList& report, QStringList& newbars) {
+    QStringList work;
+    for (const QString& name : newNames) {
+        if (ContainsRemailerName(oldNames, name))
+            continue;
+        // Collected whatever the bar-new option says; whoever bars them
+        // decides whether to use the list.
+        newbars.append(name);
+        work.append(name);
+    }
+    if (!work.isEmpty()) {
+        report.append(QString());
+        report.append(newHeading);
+        report.append(work);
+    }
+
+    work.clear();
+    for (const QString& name : oldNames) {
+        if (!ContainsRemailerName(newNames, name))
+            work.append(name);
+    }
+    if (!work.isEmpty()) {
+        report.append(QString());
+        report.append(deceasedHeading);
+        report.append(work);
+    }
+    return !report.isEmpty();
+}
+
+bool ReportMixmasterChanges(const QStringList& newPage, QStringList& report, bool barnew,
+                            QStringList& newbars) {
+    return reportChanges(QStringLiteral("mlist.txt"), QStringLiteral("Mixmaster"), newPage, report,
+                         barnew, newbars);
+}
+
+bool ReportCypherpunkChanges(const QStringList& newPage, QStringList& report, bool barnew,
+                             QStringList& newbars) {
+    return reportChanges(QStringLiteral("rlist.txt"), QStringLiteral("Cypherpunk"), newPage, report,
+                         barnew, newbars);
+}
