@@ -3,6 +3,8 @@
 #include <QString>
 #include <QUrl>
 
+#include <array>
+
 // Kinds of message, with their fixed captions and icons. Any other value means
 // no icon and the program name as caption.
 enum MsgDlgType { Warning = 0, Error = 1, Information = 2, Confirm = 3, NoIcon = -1 };
@@ -25,6 +27,10 @@ public:
     // Shows a message and returns the button pressed (a MsgResult).
     virtual int showMessage(const QString& text, MsgDlgType type, int buttons, MsgStyle style) = 0;
 
+    // False when nobody is there to answer: a question that would repeat
+    // without end must then stop the work instead.
+    virtual bool isInteractive() const { return true; }
+
     virtual void setStatusText(const QString& text) { Q_UNUSED(text); }
     virtual void setProgress(int percent) { Q_UNUSED(percent); }
     virtual void beep() {}
@@ -41,6 +47,15 @@ public:
     virtual bool canOpenUrls() const { return false; }
     virtual bool openUrl(const QUrl& url) {
         Q_UNUSED(url);
+        return false;
+    }
+
+    // The new-stats-source question: the caption and the ticks of mlist.txt,
+    // pubring.mix, rlist.txt and pubring.asc, which the answer may change.
+    // True for Ok. Nobody to ask means Cancel with the ticks as they were.
+    virtual bool askAddKeys(const QString& caption, std::array<bool, 4>& ticks) {
+        Q_UNUSED(caption);
+        Q_UNUSED(ticks);
         return false;
     }
 };

@@ -16,6 +16,16 @@ bool TestFrontEnd::openUrl(const QUrl& url) {
     return urlOpener;
 }
 
+bool TestFrontEnd::askAddKeys(const QString& caption, std::array<bool, 4>& ticks) {
+    addKeysQuestions.append({caption, ticks});
+    if (addKeysAnswers.isEmpty())
+        return false;
+    const AddKeysAnswer answer = addKeysAnswers.takeFirst();
+    if (answer.ticks)
+        ticks = *answer.ticks;
+    return answer.ok;
+}
+
 QStringList TestFrontEnd::messageTexts() const {
     QStringList texts;
     for (const Message& message : messages)

@@ -5,6 +5,8 @@
 #include <QList>
 #include <QStringList>
 
+#include <optional>
+
 // A front end for tests: it records every message and answers each from a
 // queue the test fills; with the queue empty it presses the button that
 // changes nothing (Cancel, No or OK).
@@ -23,6 +25,7 @@ public:
     void beep() override { ++beeps; }
     bool canOpenUrls() const override { return urlOpener; }
     bool openUrl(const QUrl& url) override;
+    bool askAddKeys(const QString& caption, std::array<bool, 4>& ticks) override;
 
     QStringList messageTexts() const;
 
@@ -33,4 +36,18 @@ public:
     QList<QUrl> openedUrls;
     int beeps = 0;
     bool urlOpener = false;
+
+    // The new-stats-source question: what was asked, and the answers to give
+    // in turn (Ok or not, and the ticks the user left, if changed). With no
+    // answer queued it is cancelled with the ticks untouched.
+    struct AddKeysQuestion {
+        QString caption;
+        std::array<bool, 4> ticks;
+    };
+    struct AddKeysAnswer {
+        bool ok = false;
+        std::optional<std::array<bool, 4>> ticks;
+    };
+    QList<AddKeysQuestion> addKeysQuestions;
+    QList<AddKeysAnswer> addKeysAnswers;
 };

@@ -1,0 +1,245 @@
+#include "ChkAddKeysDlgs.h"
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QLabel>
+#include <QPushButton>
+#include <QStyle>
+#include <QTest>
+#include <QTimer>
+
+#include <functional>
+
+namespace {
+
+using Ticks = std::array<bool, 4>;
+
+Ticks toTicks(const QList<bool>& list) {
+    Ticks ticks{};
+    for (qsizetype i = 0; i < list.size() && i < qsizetype(ticks.size()); ++i)
+        ticks[std::size_t(i)] = list.at(i);
+    return ticks;
+}
+
+QList<bool> fromTicks(const Ticks& ticks) {
+    return QList<bool>(ticks.begin(), ticks.end());
+}
+
+QList<bool> boxStates(const TChkAddKeysDlg& dialog) {
+    return {dialog.MListBox->isChecked(), dialog.PubringMixBox->isChecked(),
+            dialog.RListBox->isChecked(), dialog.PubringAscBox->isChecked()};
+}
+
+// Clicks on the box's indicator, where a user would.
+void clickBox(QCheckBox* box) {
+    const int indicator = box->style()->pixelMetric(QStyle::PM_IndicatorWidth, nullptr, box);
+    QTest::mouseClick(box, Qt::LeftButton, {}, QPoint(indicator / 2 + 1, box->height() / 2));
+}
+
+} // namespace
+
+class TestChkAddKeysDlg : public QObject {
+    Q_OBJECT
+private slots:
+    void captions();
+    void initialTicks_data();
+    void initialTicks();
+    void okHasFocusAtOpen();
+    void fixedSizeCentredOnOwner();
+    void clicksAndClosing_data();
+    void clicksAndClosing();
+    void captionAndFontFromOwner();
+
+private:
+    // Runs the dialog as the main window would and acts on it from inside
+    // its modal loop. A guard closes it should the action not.
+    bool runModal(QWidget* owner, const QString& caption, Ticks& ticks,
+                  const std::function<void(TChkAddKeysDlg*)>& act);
+    bool m_guardFired = false;
+};
+
+bool TestChkAddKeysDlg::runModal(QWidget* owner, const QString& caption, Ticks& ticks,
+                                 const std::function<void(TChkAddKeysDlg*)>& act) {
+    m_guardFired = false;
+    bool acted = false;
+    QTimer::singleShot(0, this, [&] {
+        if (auto* dialog = qobject_cast<TChkAddKeysDlg*>(QApplication::activeModalWidget())) {
+            acted = true;
+            act(dialog);
+        }
+    });
+    QTimer guard;
+    guard.setSingleShot(true);
+    connect(&guard, &QTimer::timeout, this, [this] {
+        m_guardFired = true;
+        for (QWidget* widget : QApplication::topLevelWidgets()) {
+            if (auto* dialog = qobject_cast<TChkAddKeysDlg*>(widget))
+                dialog->reject();
+        }
+    });
+    guard.start(10000);
+    const bool ok = ShowChkAddKeysDlg(owner, caption, ticks);
+    if (!acted)
+        m_guardFired = true;
+    return ok;
+}
+
+void TestChkAddKeysDlg::captions() {
+    Ticks ticks{};
+    TChkAddKeysDlg dialog(nullptr, ticks);
+    QCOMPARE(
+        dialog.Label1->text(),
+        QStringLiteral("When you change to a different stats source it is a good idea to "
+                       "update all your pages from that source. Consider doing that now now."));
+    QVERIFY(dialog.Label1->wordWrap());
+    QCOMPARE(dialog.MListBox->text(), QStringLiteral("&mlist.txt"));
+    QCOMPARE(dialog.PubringMixBox->text(), QStringLiteral("&pubring.mix"));
+    QCOMPARE(dialog.RListBox->text(), QStringLiteral("&rlist.txt"));
+    QCOMPARE(dialog.PubringAscBox->text(), QStringLiteral("pubring.&asc"));
+    QCOMPARE(dialog.OkBtn->text(), QStringLiteral("Ok"));
+    QCOMPARE(dialog.CancelBtn->text(), QStringLiteral("Cancel"));
+    QVERIFY(dialog.OkBtn->isDefault());
+    // Found by the names the handlers use.
+    for (const char* name :
+         {"Label1", "MListBox", "PubringMixBox", "RListBox", "PubringAscBox", "OkBtn", "CancelBtn"})
+        QVERIFY2(dialog.findChild<QWidget*>(QLatin1String(name)), name);
+}
+
+void TestChkAddKeysDlg::initialTicks_data() {
+    QTest::addColumn<QList<bool>>("ticks");
+    QTest::newRow("none") << QList<bool>{false, false, false, false};
+    QTest::newRow("mlist.txt") << QList<bool>{true, false, false, false};
+    QTest::newRow("pubring.mix") << QList<bool>{false, true, false, false};
+    QTest::newRow("rlist.txt") << QList<bool>{false, false, true, false};
+    QTest::newRow("pubring.asc") << QList<bool>{false, false, false, true};
+    QTest::newRow("all") << QList<bool>{true, true, true, true};
+}
+
+void TestChkAddKeysDlg::initialTicks() {
+    QFETCH(QList<bool>, ticks);
+    Ticks given = toTicks(ticks);
+    TChkAddKeysDlg dialog(nullptr, given);
+    QCOMPARE(boxStates(dialog), ticks);
+}
+
+void TestChkAddKeysDlg::okHasFocusAtOpen() {
+    Ticks ticks{true, true, false, false};
+    TChkAddKeysDlg dialog(nullptr, ticks);
+    dialog.show();
+    QVERIFY(QTest::qWaitForWindowActive(&dialog));
+    QCOMPARE(QApplication::focusWidget(), static_cast<QWidget*>(dialog.OkBtn));
+    // Enter presses the button with the focus: Ok.
+    QTest::keyClick(&dialog, Qt::Key_Return);
+    QCOMPARE(dialog.result(), int(QDialog::Accepted));
+}
+
+void TestChkAddKeysDlg::fixedSizeCentredOnOwner() {
+    QWidget owner;
+    owner.setGeometry(60, 80, 900, 700);
+    owner.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&owner));
+
+    Ticks ticks{};
+    TChkAddKeysDlg dialog(&owner, ticks);
+    dialog.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&dialog));
+    QCOMPARE(dialog.minimumSize(), dialog.maximumSize());
+    QCOMPARE(dialog.size(), dialog.minimumSize());
+    // The whole text shows: the wrapped label is tall enough for its lines.
+    QVERIFY(dialog.Label1->height() >= dialog.Label1->heightForWidth(dialog.Label1->width()));
+    const QPoint offset = dialog.frameGeometry().center() - owner.frameGeometry().center();
+    QVERIFY2(offset.manhattanLength() <= 2,
+             qPrintable(QStringLiteral("off by %1,%2").arg(offset.x()).arg(offset.y())));
+}
+
+void TestChkAddKeysDlg::clicksAndClosing_data() {
+    QTest::addColumn<QList<bool>>("initial");
+    QTest::addColumn<QStringList>("clicks");
+    QTest::addColumn<QString>("closeBy");
+    QTest::addColumn<bool>("ok");
+    QTest::addColumn<QList<bool>>("ticksAfter");
+
+    const QList<bool> mlistOnly{true, false, false, false};
+    QTest::newRow("Ok as shown") << mlistOnly << QStringList() << "OkBtn" << true << mlistOnly;
+    QTest::newRow("Cancel as shown")
+        << mlistOnly << QStringList() << "CancelBtn" << false << mlistOnly;
+    QTest::newRow("tick all three others, Ok")
+        << mlistOnly << QStringList{"PubringMixBox", "RListBox", "PubringAscBox"} << "OkBtn" << true
+        << QList<bool>{true, true, true, true};
+    QTest::newRow("untick mlist.txt, Ok") << mlistOnly << QStringList{"MListBox"} << "OkBtn" << true
+                                          << QList<bool>{false, false, false, false};
+    // Cancel still hands back the boxes as they were left.
+    QTest::newRow("ticks changed, Cancel")
+        << mlistOnly << QStringList{"MListBox", "PubringAscBox"} << "CancelBtn" << false
+        << QList<bool>{false, false, false, true};
+    QTest::newRow("clicked twice, Ok")
+        << mlistOnly << QStringList{"RListBox", "RListBox"} << "OkBtn" << true << mlistOnly;
+    QTest::newRow("close box is Cancel") << mlistOnly << QStringList{"PubringMixBox"} << "close"
+                                         << false << QList<bool>{true, true, false, false};
+    QTest::newRow("Escape is Cancel")
+        << QList<bool>{false, false, true, true} << QStringList{"RListBox"} << "escape" << false
+        << QList<bool>{false, false, false, true};
+}
+
+void TestChkAddKeysDlg::clicksAndClosing() {
+    QFETCH(QList<bool>, initial);
+    QFETCH(QStringList, clicks);
+    QFETCH(QString, closeBy);
+    QFETCH(bool, ok);
+    QFETCH(QList<bool>, ticksAfter);
+
+    QWidget owner;
+    owner.resize(400, 300);
+    owner.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&owner));
+
+    Ticks ticks = toTicks(initial);
+    QList<bool> shown;
+    const bool result = runModal(&owner, QStringLiteral("c"), ticks, [&](TChkAddKeysDlg* dialog) {
+        shown = boxStates(*dialog);
+        for (const QString& name : clicks)
+            clickBox(dialog->findChild<QCheckBox*>(name));
+        if (closeBy == "close")
+            dialog->close();
+        else if (closeBy == "escape")
+            QTest::keyClick(dialog, Qt::Key_Escape);
+        else
+            QTest::mouseClick(dialog->findChild<QPushButton*>(closeBy), Qt::LeftButton);
+    });
+    QVERIFY(!m_guardFired);
+    QCOMPARE(shown, initial);
+    QCOMPARE(result, ok);
+    QCOMPARE(fromTicks(ticks), ticksAfter);
+}
+
+void TestChkAddKeysDlg::captionAndFontFromOwner() {
+    QWidget owner;
+    QFont font(QStringLiteral("Courier New"), 17);
+    font.setItalic(true);
+    owner.setFont(font);
+    owner.resize(500, 400);
+    owner.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&owner));
+
+    Ticks ticks{};
+    QString title;
+    QFont dialogFont;
+    bool fixedModal = false;
+    const bool result = runModal(&owner, QStringLiteral(" New stats source detected {Frog->Dizum}"),
+                                 ticks, [&](TChkAddKeysDlg* dialog) {
+                                     title = dialog->windowTitle();
+                                     dialogFont = dialog->OkBtn->font();
+                                     fixedModal =
+                                         dialog->isModal() && dialog->parentWidget() == &owner;
+                                     dialog->OkBtn->click();
+                                 });
+    QVERIFY(!m_guardFired);
+    QVERIFY(result);
+    QCOMPARE(title, QStringLiteral(" New stats source detected {Frog->Dizum}"));
+    QCOMPARE(dialogFont.pointSize(), 17);
+    QVERIFY(dialogFont.italic());
+    QVERIFY(fixedModal);
+}
+
+QTEST_MAIN(TestChkAddKeysDlg)
+#include "tst_chkaddkeysdlg.moc"
