@@ -172,7 +172,7 @@ QString AddTrailingBackslash(const QString& path) {
 }
 
 QString GetField(int index, const QString& line, QChar separator, const QString& def) {
-    VK_ASSERT(index >= 0 && "pos >= 0", Global2Unit);
+    VK_ASSERT_TEXT(index >= 0, "pos >= 0", Global2Unit);
     if (!line.contains(separator))
         return def;
     qsizetype start = 0;

@@ -18,7 +18,15 @@
             VkAssertFailed(#cond, unit);                                                           \
     } while (false)
 
+// The same, with the condition written out as the suite's messages name it.
+#define VK_ASSERT_TEXT(cond, text, unit)                                                           \
+    do {                                                                                           \
+        if (!(cond))                                                                               \
+            VkAssertFailed(text, unit);                                                            \
+    } while (false)
+
 inline constexpr char Global2Unit[] = "shared\\Global2";
+inline constexpr char StatsWins4Unit[] = "stats\\StatsWins4";
 
 QString ProgramFolder();
 QString IniFileName();

@@ -76,8 +76,10 @@ void ProxySelection::choose(int index) {
     m_settings.clear();
     if (index == 0)
         return;
-    if (SuiteDataFile* file = TheSuiteDataFile(); file && file->database)
-        TVKDB::proxyRecordToSettings(m_records.at(index), m_settings);
+    // A chosen proxy whose record cannot be used must stop the downloads,
+    // never let them go out directly: the user asked for a proxy.
+    if (!TVKDB::proxyRecordToSettings(m_records.at(index), m_settings))
+        m_settings = {QStringLiteral("kind=unusable")};
 }
 
 bool ProxySelection::recheck() {

@@ -1,10 +1,14 @@
 #include "Global2.h"
+#include "HttpGet.h"
 #include "ProxySelection.h"
 #include "SuiteDatabase.h"
 #include "TempEnvironment.h"
 #include "TestFrontEnd.h"
 
 #include <QFile>
+#include <QNetworkProxy>
+#include <QSqlDatabase>
+#include <QSqlQuery>
 #include <QTest>
 
 #include <memory>
@@ -37,6 +41,7 @@ private slots:
     void chooseFillsSettings();
     void recheckKeepsOrWarns();
     void encryptedDataFileChangesNothing();
+    void unusableRecordBlocksDownloads();
     void proxyManagerPath();
 
 private:
@@ -193,6 +198,32 @@ void TestProxySelection::encryptedDataFileChangesNothing() {
     fresh.load("tor");
     QCOMPARE(m_ui.messages.size(), 4); // building and choosing each tell the user
     QVERIFY(fresh.names().isEmpty());
+}
+
+void TestProxySelection::unusableRecordBlocksDownloads() {
+    // A format 1 file holds whatever the suite wrote, here a record without
+    // host and port.
+    CloseSuiteDataFile();
+    const QString path = m_env->programFolder() + "vk.dbc";
+    QVERIFY(QFile::remove(path));
+    QString error;
+    QVERIFY(TVKDB::create(path, 1, &error));
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase("QSQLITE", "raw");
+        db.setDatabaseName(path);
+        QVERIFY(db.open());
+        QSqlQuery query(db);
+        QVERIFY(query.exec("INSERT INTO vk_proxies (record) VALUES ('broken,socks5,')"));
+        db.close();
+    }
+    QSqlDatabase::removeDatabase("raw");
+    QVERIFY(OpenSuiteDataFile(&m_ui));
+    ProxySelection selection(&m_ui);
+    selection.load("broken");
+    QCOMPARE(selection.currentName(), QStringLiteral("broken"));
+    QCOMPARE(selection.settings(), QStringList{"kind=unusable"});
+    QNetworkProxy proxy;
+    QVERIFY(!HttpSession::proxyFromSettings(selection.settings(), proxy));
 }
 
 void TestProxySelection::proxyManagerPath() {

@@ -1,0 +1,91 @@
+#pragma once
+
+#include "FrontEnd.h"
+
+#include <QDateTime>
+#include <QObject>
+#include <QPoint>
+#include <QStringList>
+
+#include <optional>
+
+class HttpSession;
+class PageSet;
+class TRemailerDoc;
+
+// One update run: downloads a source's pages, checks each through its
+// document class, falls back along urls.txt in automatic mode, writes every
+// step on the status page, then fetches the suite's own pages and reports
+// new and deceased remailers.
+class UpdateEngine : public QObject {
+    Q_OBJECT
+public:
+    // How the report viewer is told where to open: beside the main window,
+    // or (for a run started from the source box) in one "winpos=" argument.
+    enum class ReportPlacement { Edges, WinPos };
+
+    UpdateEngine(FrontEnd* frontEnd, PageSet* pages, QObject* parent = nullptr);
+    ~UpdateEngine() override;
+
+    void runUpdate(const QString& source, const QStringList& pages, const QStringList& suitePages,
+                   const QString& suiteSource = QStringLiteral("velkin"),
+                   ReportPlacement placement = ReportPlacement::Edges);
+    void cancel() { m_cancel = true; }
+
+    bool isRunning() const { return m_running; }
+    bool wasCancelled() const { return m_cancel; }
+    // The run stopped because a question could not be answered.
+    bool wasAborted() const { return m_aborted; }
+    int lastResult() const { return m_lastResult; }
+    int changeCount() const { return m_changes; }
+    bool advisoryShown() const { return m_advisoryShown; }
+
+    // Run settings, set by the main window or the unattended runner.
+    bool automaticMode = false;
+    std::optional<QStringList> commandLinePages;
+    bool barNew = false;
+    QStringList proxySettings;
+    // Names of remailers seen for the first time, emptied at each run start.
+    QStringList newbars;
+    // Where the main window stands, for the report viewer's placement.
+    QPoint windowPosition;
+
+    static QString resultWord(int code);
+    static QString suiteResultWord(int code);
+    static QString reportCommandLine(ReportPlacement placement, QPoint windowPosition);
+
+signals:
+    void runStarted();
+    void runFinished();
+    // A downloaded page was accepted, so there is something to save.
+    void pageAccepted();
+
+private:
+    void pageLoop(const QString& source, const QStringList& pages);
+    void fetchSuitePages(const QString& suiteSource, const QStringList& pages);
+    int fetchPage(const QString& source, const QString& url, const QString& pageName,
+                  bool firstTry);
+    QString lookUpUrl(const QString& source, const QString& pageName, bool* stop);
+    void addStatus(const QString& line);
+    void addReplyText(int code);
+    void appendFeedback(const QString& text);
+    void compareRemailers(bool mlist, bool rlist);
+    void writeReport(ReportPlacement placement);
+    void showAdvisory();
+
+    FrontEnd* m_frontEnd;
+    PageSet* m_pages;
+    HttpSession* m_http = nullptr;
+    TRemailerDoc* m_status = nullptr;
+    bool m_cancel = false;
+    bool m_running = false;
+    bool m_aborted = false;
+    bool m_fellBack = false;
+    bool m_advisory = false;
+    bool m_advisoryShown = false;
+    int m_lastResult = 0;
+    int m_timeout = 30;
+    int m_changes = 0;
+    bool m_version2 = false;
+    QStringList m_replyText;
+};
