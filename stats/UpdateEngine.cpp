@@ -57,21 +57,19 @@ QString UpdateEngine::resultWord(int code) {
     }
 }
 
+// The suite's own pages have words of their own for success and failure.
 QString UpdateEngine::suiteResultWord(int code) {
     switch (code) {
     case 200:
     case 304:
         return QStringLiteral("good");
-    case -5000:
-        return QStringLiteral("encountered HTTP library exception");
-    case -5001:
-        return QStringLiteral("encountered HTTP exception");
-    case -5003:
-        return QStringLiteral("timed out");
     case -5005:
         return QStringLiteral("HTTP error");
+    case -5000:
+    case -5001:
+    case -5003:
     case -6000:
-        return QStringLiteral("failed error checks");
+        return resultWord(code);
     default:
         return QStringLiteral("error");
     }
