@@ -253,7 +253,8 @@ bool TVKDB::writeValue(const QString& name, const QString& value) {
     return exec(QStringLiteral("INSERT INTO %1 (name, value) VALUES (?, ?) "
                                "ON CONFLICT(name) DO UPDATE SET value = excluded.value")
                     .arg(ValuesTable),
-                {name, value});
+                // A null text would bind as SQL NULL; an unknown date is stored empty.
+                {name, value.isNull() ? QStringLiteral("") : value});
 }
 
 bool TVKDB::deleteValue(const QString& name) {
