@@ -33,27 +33,27 @@ qint64 FromQColor(const QColor& color) {
     return qint64(color.red()) | (qint64(color.green()) << 8) | (qint64(color.blue()) << 16);
 }
 
-QFont ToQFont(const FontSpec& spec) {
-    QFont font(spec.name);
-    if (spec.size > 0)
-        font.setPointSize(spec.size);
-    font.setBold(spec.bold);
-    font.setItalic(spec.italic);
-    font.setUnderline(spec.underline);
-    font.setStrikeOut(spec.strikeOut);
+QFont ToQFont(const FontSpec& stored) {
+    QFont font(stored.name);
+    if (stored.size > 0)
+        font.setPointSize(stored.size);
+    font.setBold(stored.bold);
+    font.setItalic(stored.italic);
+    font.setUnderline(stored.underline);
+    font.setStrikeOut(stored.strikeOut);
     return font;
 }
 
 FontSpec FromQFont(const QFont& font, qint64 color) {
-    FontSpec spec;
-    spec.name = font.family();
-    spec.size = font.pointSize();
-    spec.bold = font.bold();
-    spec.italic = font.italic();
-    spec.underline = font.underline();
-    spec.strikeOut = font.strikeOut();
-    spec.color = color;
-    return spec;
+    FontSpec stored;
+    stored.name = font.family();
+    stored.size = font.pointSize();
+    stored.bold = font.bold();
+    stored.italic = font.italic();
+    stored.underline = font.underline();
+    stored.strikeOut = font.strikeOut();
+    stored.color = color;
+    return stored;
 }
 
 QColor FontColor(const FontSpec& font) {
