@@ -37,6 +37,9 @@ public:
     // Brings the main window forward (it may have been hidden) before a
     // message that concerns it.
     virtual void bringToFront() {}
+    // Shows or hides the main window; an unattended run hides it before it
+    // closes.
+    virtual void setMainVisible(bool visible) { Q_UNUSED(visible); }
 
     // Lets pending events run for the given time; the default processes the
     // event loop until the time is up.

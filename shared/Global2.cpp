@@ -12,6 +12,7 @@
 #include <QStandardPaths>
 #include <QTimer>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
@@ -148,8 +149,20 @@ bool OpenSuiteDataFile(FrontEnd* owner) {
     return true;
 }
 
+bool ExistsIgnoringCase(const QString& path) {
+    if (QFileInfo::exists(path))
+        return true;
+    const QFileInfo info(path);
+    const QStringList names = info.dir().entryList(QDir::Files | QDir::Hidden | QDir::System);
+    return std::any_of(names.cbegin(), names.cend(), [&](const QString& name) {
+        return name.compare(info.fileName(), Qt::CaseInsensitive) == 0;
+    });
+}
+
 bool IsDataFileEncrypted(FrontEnd* owner, QString message) {
-    if (QFileInfo::exists(DataFileName()) || !QFileInfo::exists(EncryptedDataFileName()))
+    // The suite's file names come from a system that ignores case, so
+    // "vk.dbc" answers for "VK.dbc".
+    if (ExistsIgnoringCase(DataFileName()) || !ExistsIgnoringCase(EncryptedDataFileName()))
         return false;
     if (message.isEmpty())
         message = QStringLiteral("I find your VK datafile, VK.dbc, is encrypted. You need   \n"

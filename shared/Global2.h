@@ -35,6 +35,9 @@ QString EncryptedDataFileName();
 QString HelpFileName();
 QString ProgramName();
 
+// Whether a file of that name exists in its folder, in any letter case.
+bool ExistsIgnoringCase(const QString& path);
+
 bool OpenSuiteDataFile(FrontEnd* owner);
 bool IsDataFileEncrypted(FrontEnd* owner, QString message = {});
 

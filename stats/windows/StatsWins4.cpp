@@ -1,7 +1,731 @@
 #include "StatsWins4.h"
 
-TVKStatsWin4::TVKStatsWin4(QWidget* parent) : QMainWindow(parent) {
+#include "ChkAddKeysDlgs.h"
+#include "Global2Widgets.h"
+#include "IniFile.h"
+#include "KeyringUpdate.h"
+#include "PagePaths.h"
+#include "RearrangeDlgs.h"
+#include "StatsOptionsDlgs.h"
+#include "UpdateSelectDlgs.h"
+
+#include <QActionGroup>
+#include <QApplication>
+#include <QCloseEvent>
+#include <QComboBox>
+#include <QFileInfo>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QMenuBar>
+#include <QPlainTextEdit>
+#include <QProgressBar>
+#include <QStackedWidget>
+#include <QStatusBar>
+#include <QStyle>
+#include <QTabBar>
+#include <QToolBar>
+#include <QToolButton>
+#include <QUrl>
+
+namespace {
+
+const char* const MixmasterPages[] = {"mlist.txt", "pubring.mix", "type2.list", "rlist.txt",
+                                      "pubring.asc"};
+
+// A tool-button hint holds a short and a long text separated by "|"; the
+// long one goes to the status bar.
+void SetHint(QToolButton* button, const QString& hint) {
+    button->setToolTip(hint.section(u'|', 0, 0).trimmed());
+    button->setStatusTip(hint.section(u'|', 1).trimmed());
+}
+
+QString PingerSiteUrl(const char* key, const char* path) {
+    return IniFile(IniFileName())
+        .readString(QStringLiteral("pingersite"), QString::fromLatin1(key),
+                    QStringLiteral("http://echolot.theremailer.net") + QString::fromLatin1(path));
+}
+
+} // namespace
+
+TVKStatsWin4::TVKStatsWin4(StatsController::Broadcast broadcast, QWidget* parent)
+    : QMainWindow(parent), WidgetFrontEnd(this), m_controller(this, std::move(broadcast)) {
     setObjectName(QStringLiteral("TVKStatsWin4"));
-    setWindowTitle(QStringLiteral("VKstats v" VKSTATS_VERSION));
+    setWindowTitle(QStringLiteral("Velkin Stats Manager"));
     resize(686, 516);
+    setMinimumWidth(540);
+    createControls();
+    createToolBar();
+    createMenus();
+
+    Timer1.setInterval(500);
+    Timer2.setInterval(10);
+    Timer3.setInterval(1000);
+    Timer4.setInterval(500);
+    Timer5.setInterval(200);
+    connect(&Timer2, &QTimer::timeout, this, &TVKStatsWin4::Timer2Timer);
+    connect(&Timer3, &QTimer::timeout, this, &TVKStatsWin4::Timer3Timer);
+    connect(&Timer4, &QTimer::timeout, this, &TVKStatsWin4::Timer4Timer);
+    connect(&Timer5, &QTimer::timeout, this, &TVKStatsWin4::Timer5Timer);
+
+    PageSet& pages = m_controller.pages();
+    connect(&pages, &PageSet::pageAdded, this, &TVKStatsWin4::pageAdded);
+    connect(&pages, &PageSet::pagesCleared, this, &TVKStatsWin4::pagesCleared);
+    connect(&pages, &PageSet::currentChanged, this, [this](int index) {
+        TabSet->setCurrentIndex(index);
+        Pages->setCurrentIndex(index);
+    });
+    UpdateEngine& engine = m_controller.engine();
+    connect(&engine, &UpdateEngine::runStarted, this, &TVKStatsWin4::runStarted);
+    connect(&engine, &UpdateEngine::runFinished, this, &TVKStatsWin4::runFinished);
+    connect(&m_controller, &StatsController::saveEnabledChanged, SaveBtn, &QWidget::setEnabled);
+    connect(&m_controller, &StatsController::sourcesChanged, this, &TVKStatsWin4::fillSourceBox);
+}
+
+TVKStatsWin4::~TVKStatsWin4() = default;
+
+void TVKStatsWin4::createControls() {
+    auto* central = new QWidget(this);
+    auto* layout = new QVBoxLayout(central);
+    layout->setContentsMargins(2, 2, 2, 2);
+    auto* row = new QHBoxLayout;
+
+    Panel3 = new QFrame(central);
+    Panel3->setObjectName(QStringLiteral("Panel3"));
+    Panel3->setAutoFillBackground(true);
+    Panel3->setStyleSheet(QStringLiteral("#Panel3 { background: white; }"));
+    auto* panelLayout = new QHBoxLayout(Panel3);
+    panelLayout->setContentsMargins(4, 0, 4, 0);
+    Label1 = new QLabel(QStringLiteral("Loading..."), Panel3);
+    Label1->setObjectName(QStringLiteral("Label1"));
+    Label1->setStyleSheet(QStringLiteral("color: blue;"));
+    panelLayout->addWidget(Label1);
+    Panel3->hide();
+    row->addWidget(Panel3, 1);
+
+    ProgressBar = new QProgressBar(central);
+    ProgressBar->setObjectName(QStringLiteral("ProgressBar"));
+    ProgressBar->setRange(0, 100);
+    ProgressBar->hide();
+    row->addWidget(ProgressBar, 1);
+    row->addStretch();
+
+    auto addBox = [&](const QString& label, const char* name) {
+        auto* box = new QComboBox(central);
+        box->setObjectName(QString::fromLatin1(name));
+        box->setMaxVisibleItems(16);
+        box->setMinimumContentsLength(12);
+        box->addItem(ProxySelection::noneEntry());
+        auto* caption = new QLabel(label, central);
+        caption->setBuddy(box);
+        row->addWidget(caption);
+        row->addWidget(box);
+        return box;
+    };
+    SourceBox = addBox(QStringLiteral("&Source"), "SourceBox");
+    ProxyBox = addBox(QStringLiteral("&Proxy"), "ProxyBox");
+    connect(SourceBox, &QComboBox::activated, this, &TVKStatsWin4::SourceBoxChange);
+    connect(ProxyBox, &QComboBox::activated, this, &TVKStatsWin4::ProxyBoxChange);
+    layout->addLayout(row);
+
+    TabSet = new QTabBar(central);
+    TabSet->setObjectName(QStringLiteral("TabSet"));
+    TabSet->setExpanding(false);
+    TabSet->setStyleSheet(QStringLiteral("QTabBar::tab { min-width: 92px; }"));
+    connect(TabSet, &QTabBar::currentChanged, this, &TVKStatsWin4::TabSetChange);
+    layout->addWidget(TabSet);
+    Pages = new QStackedWidget(central);
+    Pages->setObjectName(QStringLiteral("Pages"));
+    layout->addWidget(Pages, 1);
+    BlankView = new QPlainTextEdit(central);
+    BlankView->setObjectName(QStringLiteral("BlankView"));
+    BlankView->setReadOnly(true);
+    BlankView->hide();
+    setCentralWidget(central);
+    statusBar()->setObjectName(QStringLiteral("StatusBar"));
+}
+
+void TVKStatsWin4::createToolBar() {
+    ToolBar = addToolBar(QStringLiteral("Toolbar"));
+    ToolBar->setObjectName(QStringLiteral("ToolBar"));
+    ToolBar->setMovable(false);
+    ToolBar->setToolButtonStyle(Qt::ToolButtonTextUnderIcon);
+    auto add = [this](const char* name, const QString& text, QStyle::StandardPixmap icon,
+                      const QString& hint) {
+        auto* button = new QToolButton(ToolBar);
+        button->setObjectName(QString::fromLatin1(name));
+        button->setText(text);
+        button->setIcon(style()->standardIcon(icon));
+        button->setMinimumSize(38, 30);
+        if (!hint.isEmpty())
+            SetHint(button, hint);
+        return button;
+    };
+    OkBtn = add("OkBtn", QStringLiteral("Save & Exit"), QStyle::SP_DialogApplyButton,
+                QStringLiteral("Save & Exit|Save new pages and exit program"));
+    RunBtn = add("RunBtn", QStringLiteral("Update"), QStyle::SP_BrowserReload,
+                 QStringLiteral("Update | Update selected pages"));
+    CancelBtn = add("CancelBtn", QStringLiteral("Stop"), QStyle::SP_BrowserStop,
+                    QStringLiteral("Stop | Stop process"));
+    SaveBtn = add("SaveBtn", QStringLiteral("Save"), QStyle::SP_DialogSaveButton,
+                  QStringLiteral("Save| Save pages"));
+    PrintBtn = add("PrintBtn", QStringLiteral("Print"), QStyle::SP_FileDialogDetailedView,
+                   QStringLiteral("Print...| Print pages..."));
+    KeyringBtn = add("KeyringBtn", QStringLiteral("Keys"), QStyle::SP_DriveNetIcon, {});
+
+    OkBtnAction = ToolBar->addWidget(OkBtn);
+    OkSepAction = ToolBar->addSeparator();
+    ToolBar->addWidget(RunBtn);
+    ToolBar->addWidget(CancelBtn);
+    ToolBar->addWidget(SaveBtn);
+    ToolBar->addWidget(PrintBtn);
+    KeyringSep = ToolBar->addSeparator();
+    KeyringBtnAction = ToolBar->addWidget(KeyringBtn);
+
+    connect(RunBtn, &QToolButton::clicked, this, &TVKStatsWin4::RunBtnClick);
+    connect(CancelBtn, &QToolButton::clicked, this, &TVKStatsWin4::CancelBtnClick);
+    connect(SaveBtn, &QToolButton::clicked, this, &TVKStatsWin4::UpdateSaveItemClick);
+    connect(OkBtn, &QToolButton::clicked, this, &TVKStatsWin4::OkBtnClick);
+    CancelBtn->setEnabled(false);
+    SaveBtn->setEnabled(false);
+    // Printing comes with a later release; the button stays off until then.
+    PrintBtn->setEnabled(false);
+}
+
+QMenu* TVKStatsWin4::addMenu(const QString& caption, const char* name) {
+    QMenu* menu = menuBar()->addMenu(caption);
+    menu->setObjectName(QString::fromLatin1(name));
+    return menu;
+}
+
+QAction* TVKStatsWin4::addItem(QMenu* menu, const QString& caption, const char* name) {
+    QAction* item = menu->addAction(caption);
+    item->setObjectName(QString::fromLatin1(name));
+    return item;
+}
+
+void TVKStatsWin4::createMenus() {
+    FileMenu = addMenu(QStringLiteral("&File"), "FileMenu");
+    connect(addItem(FileMenu, QStringLiteral("&Update"), "FileUpdateItem"), &QAction::triggered,
+            this, &TVKStatsWin4::FileUpdateItemClick);
+    connect(addItem(FileMenu, QStringLiteral("Select Up&date..."), "FileUpdateSelectItem"),
+            &QAction::triggered, this, &TVKStatsWin4::FileUpdateSelectItemClick);
+    FileMenu->addSeparator();
+    SourceMenu = FileMenu->addMenu(QStringLiteral("&Source"));
+    SourceMenu->setObjectName(QStringLiteral("SourceMenu"));
+    ProxyMenu = FileMenu->addMenu(QStringLiteral("&Proxy"));
+    ProxyMenu->setObjectName(QStringLiteral("ProxyMenu"));
+    FileMenu->addSeparator();
+    connect(addItem(FileMenu, QStringLiteral("E&xit"), "FileExit"), &QAction::triggered, this,
+            &TVKStatsWin4::FileExitClick);
+    connect(FileMenu, &QMenu::aboutToShow, this, &TVKStatsWin4::FileMenuClick);
+
+    ViewMenu = addMenu(QStringLiteral("&View"), "ViewMenu");
+    QAction* toolbar = addItem(ViewMenu, QStringLiteral("&Toolbar"), "ViewToolbarItem");
+    toolbar->setCheckable(true);
+    connect(toolbar, &QAction::toggled, this, [this](bool on) {
+        ToolBar->setVisible(on);
+        m_controller.settings().showToolbar = on;
+    });
+    QAction* status = addItem(ViewMenu, QStringLiteral("&Status Bar"), "ViewStatusBarItem");
+    status->setCheckable(true);
+    connect(status, &QAction::toggled, this, [this](bool on) {
+        statusBar()->setVisible(on);
+        m_controller.settings().showStatusBar = on;
+    });
+    ViewMenu->addSeparator();
+    addItem(ViewMenu, QStringLiteral("&All pages"), "ViewAllItem")->setVisible(false);
+    ViewMenu->addSeparator()->setVisible(false);
+    for (const char* caption :
+         {"&mlist.txt", "&pubring.mix", "t&ype2.list", "&rlist.txt", "p&ubring.asc"})
+        addItem(ViewMenu, QString::fromLatin1(caption), "ViewPageItem");
+    ViewMenu->addSeparator();
+    for (const char* caption : {"&nymserver.asc", "mail&2news.txt", "&advisory.txt", "&urls.txt"})
+        addItem(ViewMenu, QString::fromLatin1(caption), "ViewPageItem");
+    connect(ViewMenu, &QMenu::triggered, this, &TVKStatsWin4::ViewMenuItemClick);
+
+    KeyringsMenu = addMenu(QStringLiteral("&Keyrings"), "KeyringsMenu");
+    auto runTool = [](const QString& command) {
+        RunProgram(command, SwShowNormal);
+    };
+    connect(addItem(KeyringsMenu, QStringLiteral("&Mixmaster"), "KeyringsMixItem"),
+            &QAction::triggered, this,
+            [runTool] { runTool(MixmasterKeyringCommand(ProgramFolder(), GetMixmasterDir())); });
+    connect(addItem(KeyringsMenu, QStringLiteral("&Cypherpunk"), "KeyringsCpkItem"),
+            &QAction::triggered, this,
+            [runTool] { runTool(CypherpunkKeyringCommand(ProgramFolder(), GetMixmasterDir())); });
+    connect(addItem(KeyringsMenu, QStringLiteral("&Nymservers"), "KeyringsNymItem"),
+            &QAction::triggered, this, [runTool] {
+                runTool(NymserverKeysCommand(ProgramFolder(), GetMixmasterDir(),
+                                             PagePath(QStringLiteral("nymserver.asc"))));
+            });
+    // The key tools are not part of this release's menus.
+    KeyringsMenu->menuAction()->setVisible(false);
+    KeyringSep->setVisible(false);
+    KeyringBtnAction->setVisible(false);
+
+    PagesMenu = addMenu(QStringLiteral("&Pages"), "PagesMenu");
+    PagesMenu->menuAction()->setStatusTip(
+        QStringLiteral("Select pages for update from session to session"));
+    auto tick = [this](const char* caption, bool visible) {
+        QAction* item = addItem(PagesMenu, QString::fromLatin1(caption), "PagesTickItem");
+        item->setCheckable(true);
+        item->setVisible(visible);
+        const QString page = StripAmpersand(item->text());
+        connect(item, &QAction::toggled, this,
+                [this, page](bool on) { m_controller.setTicked(page, on); });
+    };
+    for (const char* caption : {"&mlist.txt", "&pubring.mix", "&rlist.txt", "p&ubring.asc"})
+        tick(caption, true);
+    PagesMenu->addSeparator();
+    for (const char* caption : {"&nymserver.asc", "mail&2news.txt", "&advisory.txt"})
+        tick(caption, true);
+    tick("&urls.txt", false);
+    PagesMenu->addSeparator();
+    connect(addItem(PagesMenu, QStringLiteral("&Close All"), "UpdateCloseAllItem"),
+            &QAction::triggered, this, &TVKStatsWin4::UpdateCloseAllItemClick);
+    addItem(PagesMenu, QStringLiteral("P&rint..."), "UpdatePrintItem")->setEnabled(false);
+    connect(addItem(PagesMenu, QStringLiteral("&Save"), "UpdateSaveItem"), &QAction::triggered,
+            this, &TVKStatsWin4::UpdateSaveItemClick);
+
+    ToolsMenu = addMenu(QStringLiteral("&Tools"), "ToolsMenu");
+    addItem(ToolsMenu, QStringLiteral("&URL Manager"), "ToolsURLManagerItem")->setEnabled(false);
+    ToolsProxyItem = addItem(ToolsMenu, QStringLiteral("Pro&xy Manager"), "ToolsProxyItem");
+    connect(ToolsProxyItem, &QAction::triggered, this, &TVKStatsWin4::ToolsProxyItemClick);
+    ToolsMenu->addSeparator();
+    addItem(ToolsMenu, QStringLiteral("&Barred Remailers"), "ToolsBarRemailerItem")
+        ->setEnabled(false);
+    connect(addItem(ToolsMenu, QStringLiteral("&Re-order Sources"), "RearrangeURLsources"),
+            &QAction::triggered, this, &TVKStatsWin4::RearrangeURLsourcesClick);
+    ToolsMenu->addSeparator();
+    connect(addItem(ToolsMenu, QStringLiteral("&Options..."), "Options1"), &QAction::triggered,
+            this, &TVKStatsWin4::Options1Click);
+    connect(ToolsMenu, &QMenu::aboutToShow, this, [this] {
+        ToolsProxyItem->setEnabled(QFileInfo::exists(ProxySelection::proxyManagerPath()));
+    });
+
+    HelpMenu = addMenu(QStringLiteral("&Help"), "HelpMenu");
+    connect(addItem(HelpMenu, QStringLiteral("Topics"), "HelpTopicsItem"), &QAction::triggered,
+            this, &TVKStatsWin4::HelpTopicsClick);
+    addItem(HelpMenu, QStringLiteral("&History"), "HelpHistoryItem")->setEnabled(false);
+    HelpMenu->addSeparator();
+    QMenu* site = HelpMenu->addMenu(QStringLiteral("Pinger Site"));
+    site->setObjectName(QStringLiteral("PingerSiteMenu"));
+    auto link = [this, site](const char* caption, const char* name, const char* key,
+                             const char* path) {
+        connect(addItem(site, QString::fromLatin1(caption), name), &QAction::triggered, this,
+                [this, key, path] { openUrl(QUrl(PingerSiteUrl(key, path))); });
+    };
+    link("&Home", "Home1", "home", "/");
+    link("&Pubaitri", "Pubaitri1", "pubaitri", "/pubaitri.php");
+    link("&Latency", "Latency1", "latency", "/latency/");
+    link("&All Pingers", "AllPingers1", "allpingers", "/allpingers/");
+    HelpMenu->addSeparator();
+    addItem(HelpMenu, QStringLiteral("&About..."), "About1")->setEnabled(false);
+
+    PopupMenu1 = new QMenu(this);
+    PopupMenu1->setObjectName(QStringLiteral("PopupMenu1"));
+    connect(addItem(PopupMenu1, QStringLiteral("Select Up&date..."), "RunSelectItem"),
+            &QAction::triggered, this, &TVKStatsWin4::FileUpdateSelectItemClick);
+    QAction* update = addItem(PopupMenu1, QStringLiteral("&Update"), "RunUpdateItem");
+    connect(update, &QAction::triggered, this, &TVKStatsWin4::FileUpdateItemClick);
+    PopupMenu1->setDefaultAction(update);
+    RunBtn->setMenu(PopupMenu1);
+    RunBtn->setPopupMode(QToolButton::MenuButtonPopup);
+
+    auto* popup2 = new QMenu(this);
+    popup2->setObjectName(QStringLiteral("PopupMenu2"));
+    popup2->addActions(KeyringsMenu->actions());
+    popup2->setDefaultAction(KeyringsMenu->actions().first());
+    KeyringBtn->setMenu(popup2);
+    KeyringBtn->setPopupMode(QToolButton::MenuButtonPopup);
+
+    PopupMenu3 = new QMenu(this);
+    PopupMenu3->setObjectName(QStringLiteral("PopupMenu3"));
+    QAction* saveExit = addItem(PopupMenu3, QStringLiteral("&Save and Exit"), "SaveExitItem");
+    connect(saveExit, &QAction::triggered, this, &TVKStatsWin4::OkBtnClick);
+    PopupMenu3->setDefaultAction(saveExit);
+    connect(addItem(PopupMenu3, QStringLiteral("E&xit"), "ExitItem"), &QAction::triggered, this,
+            &TVKStatsWin4::FileExitClick);
+    OkBtn->setMenu(PopupMenu3);
+    OkBtn->setPopupMode(QToolButton::MenuButtonPopup);
+}
+
+StartResult TVKStatsWin4::start(const QStringList& arguments) {
+    const StartResult result = m_controller.startUp(arguments);
+    if (result != StartResult::Ready) {
+        m_showAtStart = false;
+        return result;
+    }
+    setWindowTitle(QStringLiteral("VKstats v" VKSTATS_VERSION));
+    applySettings();
+    fillProxyBox();
+    m_controller.engine().windowPosition = pos();
+    if (m_controller.autoMode()) {
+        if (m_controller.hideMode())
+            m_showAtStart = false;
+        else if (TabSet->count() > 0)
+            TabSetChange(0);
+        Timer3.start();
+    }
+    return result;
+}
+
+void TVKStatsWin4::applySettings() {
+    MainSettings& s = m_controller.settings();
+    const WindowGeometry geometry = ParseWindowRecord(s.window, size());
+    if (!s.window.isEmpty() && geometry.rect.isValid())
+        setGeometry(geometry.rect);
+    if (geometry.state == 2)
+        setWindowState(Qt::WindowMaximized);
+    findChild<QAction*>(QStringLiteral("ViewToolbarItem"))->setChecked(s.showToolbar);
+    findChild<QAction*>(QStringLiteral("ViewStatusBarItem"))->setChecked(s.showStatusBar);
+    ToolBar->setVisible(s.showToolbar);
+    statusBar()->setVisible(s.showStatusBar);
+    for (QAction* item : PagesMenu->actions()) {
+        if (item->isCheckable())
+            item->setChecked(s.tickedPages.contains(StripAmpersand(item->text())));
+    }
+    OkBtnAction->setVisible(s.exitLeft);
+    OkSepAction->setVisible(s.exitLeft);
+    applyLook();
+}
+
+// Colour and fonts, at start and after the options dialog.
+void TVKStatsWin4::applyLook() {
+    const MainSettings& s = m_controller.settings();
+    setFont(ToQFont(StringToFont(s.dialogFont)));
+    const QFont boxFont = ToQFont(StringToFont(s.windowFont));
+    const QColor work = ToQColor(s.windowColor);
+    for (QComboBox* box : {SourceBox, ProxyBox}) {
+        box->setFont(boxFont);
+        QPalette palette = box->palette();
+        palette.setColor(QPalette::Base, work);
+        box->setPalette(palette);
+    }
+    BlankView->setFont(ToQFont(StringToFont(s.statsFont)));
+    QPalette palette = BlankView->palette();
+    palette.setColor(QPalette::Base, work);
+    BlankView->setPalette(palette);
+    for (int i = 0; i < Pages->count(); ++i) {
+        Pages->widget(i)->setFont(BlankView->font());
+        Pages->widget(i)->setPalette(palette);
+    }
+}
+
+void TVKStatsWin4::fillSourceBox() {
+    const QSignalBlocker block(SourceBox);
+    SourceBox->clear();
+    SourceBox->addItems(m_controller.sources());
+    SourceBox->setCurrentIndex(m_controller.currentSource());
+}
+
+void TVKStatsWin4::fillProxyBox() {
+    const QSignalBlocker block(ProxyBox);
+    ProxyBox->clear();
+    ProxyBox->addItems(m_controller.proxies().names());
+    ProxyBox->setCurrentIndex(m_controller.proxies().currentIndex());
+}
+
+QPlainTextEdit* TVKStatsWin4::makeView(int index) {
+    TRemailerDoc* doc = m_controller.pages().documentAt(index);
+    auto* view = new QPlainTextEdit(Pages);
+    view->setReadOnly(true);
+    view->setFont(BlankView->font());
+    view->setPalette(BlankView->palette());
+    PageView* lines = doc->Viewer;
+    view->setLineWrapMode(lines->wordWrap() ? QPlainTextEdit::WidgetWidth : QPlainTextEdit::NoWrap);
+    view->setPlainText(lines->lines().join(u'\n'));
+    connect(lines, &PageView::linesChanged, view,
+            [view, lines] { view->setPlainText(lines->lines().join(u'\n')); });
+    return view;
+}
+
+void TVKStatsWin4::pageAdded(int index) {
+    Pages->insertWidget(index, makeView(index));
+    TabSet->insertTab(index, m_controller.pages().captionAt(index));
+}
+
+void TVKStatsWin4::pagesCleared() {
+    const QSignalBlocker block(TabSet);
+    while (TabSet->count() > 0)
+        TabSet->removeTab(0);
+    while (Pages->count() > 0) {
+        QWidget* view = Pages->widget(0);
+        Pages->removeWidget(view);
+        delete view;
+    }
+}
+
+void TVKStatsWin4::SetStatusText(const QString& text) {
+    m_statusText = text;
+    if (Panel3->isHidden())
+        statusBar()->showMessage(u' ' + text);
+    else
+        Label1->setText(text);
+}
+
+void TVKStatsWin4::setProgress(int percent) {
+    ProgressBar->setValue(percent);
+}
+
+void TVKStatsWin4::bringToFront() {
+    showNormal();
+    raise();
+    activateWindow();
+}
+
+void TVKStatsWin4::setMainVisible(bool visible) {
+    setVisible(visible);
+}
+
+bool TVKStatsWin4::askAddKeys(const QString& caption, std::array<bool, 4>& ticks) {
+    return ShowChkAddKeysDlg(this, caption, ticks);
+}
+
+bool TVKStatsWin4::ShowPageTab(const QString& name) {
+    const QString page = StripAmpersand(name);
+    PageSet& pages = m_controller.pages();
+    for (int i = 0; i < pages.count(); ++i) {
+        TRemailerDoc* doc = pages.documentAt(i);
+        if (doc->DocName != page)
+            continue;
+        SetStatusText(doc->Origin + QStringLiteral(": ") + doc->DocName);
+        Pages->setCurrentIndex(i);
+        TabSet->setCurrentIndex(i);
+        return true;
+    }
+    return false;
+}
+
+void TVKStatsWin4::OpenPageIfClosed(const QString& name) {
+    PageSet& pages = m_controller.pages();
+    bool open = false;
+    for (int i = 0; i < pages.count() && !open; ++i)
+        open = pages.documentAt(i)->DocName == name;
+    if (!open && QFileInfo::exists(PagePath(name)))
+        pages.openLocalFile(PagePath(name));
+    WaitTicks(this, 5);
+}
+
+bool TVKStatsWin4::AskSavePages() {
+    return m_controller.askSavePages();
+}
+
+void TVKStatsWin4::TabSetChange(int index) {
+    if (index < 0 || index >= m_controller.pages().count())
+        return;
+    Pages->setCurrentIndex(index);
+    TabSet->setCurrentIndex(index);
+    TRemailerDoc* doc = m_controller.pages().documentAt(index);
+    SetStatusText(doc->Origin + QStringLiteral(": ") + doc->DocName);
+}
+
+void TVKStatsWin4::ViewMenuItemClick(QAction* item) {
+    if (item->objectName() != QStringLiteral("ViewPageItem") &&
+        item->objectName() != QStringLiteral("ViewAllItem"))
+        return; // Toolbar and Status Bar have their own handlers
+    const QString request = StripAmpersand(item->text());
+    if (request.startsWith(QStringLiteral("All"))) {
+        for (const char* page : MixmasterPages) {
+            OpenPageIfClosed(QString::fromLatin1(page));
+            WaitTicks(this, 50);
+        }
+        return;
+    }
+    if (ShowPageTab(request) || !QFileInfo::exists(PagePath(request)))
+        return;
+    m_controller.pages().openLocalFile(PagePath(request));
+    ShowPageTab(request);
+}
+
+void TVKStatsWin4::rebuildChoiceMenu(QMenu* menu, QComboBox* box) {
+    menu->clear();
+    auto* group = new QActionGroup(menu);
+    for (int i = 0; i < box->count(); ++i) {
+        QAction* item = menu->addAction(box->itemText(i));
+        item->setCheckable(true);
+        item->setChecked(i == box->currentIndex());
+        group->addAction(item);
+        connect(item, &QAction::triggered, this, [this, box, i] {
+            box->setCurrentIndex(i);
+            if (box == SourceBox)
+                SourceBoxChange(i);
+            else
+                ProxyBoxChange(i);
+        });
+    }
+}
+
+void TVKStatsWin4::FileMenuClick() {
+    rebuildChoiceMenu(SourceMenu, SourceBox);
+    rebuildChoiceMenu(ProxyMenu, ProxyBox);
+}
+
+void TVKStatsWin4::FileUpdateItemClick() {
+    m_controller.fileUpdate();
+}
+
+void TVKStatsWin4::FileUpdateSelectItemClick() {
+    QString source;
+    QString quickSource;
+    QStringList pages;
+    QStringList quickPages;
+    if (SelectUpdate(this, this, PagePath(QStringLiteral("urls.txt")), source, pages, quickSource,
+                     quickPages))
+        m_controller.updateSelected(source, pages, quickSource, quickPages);
+}
+
+void TVKStatsWin4::FileExitClick() {
+    close();
+}
+
+void TVKStatsWin4::RunBtnClick() {
+    if (AskSavePages())
+        PopupMenu1->defaultAction()->trigger();
+}
+
+void TVKStatsWin4::CancelBtnClick() {
+    m_controller.engine().cancel();
+}
+
+void TVKStatsWin4::OkBtnClick() {
+    if (SaveBtn->isEnabled() && PagesWorthSaving(m_controller.pages()) > 0)
+        m_controller.savePages();
+    FileExitClick();
+}
+
+void TVKStatsWin4::UpdateSaveItemClick() {
+    m_controller.savePages();
+}
+
+void TVKStatsWin4::UpdateCloseAllItemClick() {
+    if (m_controller.closeAll()) {
+        PrintBtn->setEnabled(false);
+        SaveBtn->setEnabled(false);
+    }
+}
+
+void TVKStatsWin4::SourceBoxChange(int index) {
+    m_controller.sourceBoxChange(index);
+}
+
+void TVKStatsWin4::ProxyBoxChange(int index) {
+    m_controller.proxyBoxChange(index);
+}
+
+void TVKStatsWin4::ToolsProxyItemClick() {
+    const QString tool = ProxySelection::proxyManagerPath();
+    if (QFileInfo::exists(tool))
+        RunProgram(tool, SwShowNormal);
+}
+
+void TVKStatsWin4::RearrangeURLsourcesClick() {
+    if (ReorderSources(this, this, PagePath(QStringLiteral("urls.txt"))))
+        m_controller.reloadSources();
+}
+
+void TVKStatsWin4::Options1Click() {
+    const StatsOptionsResult result = ShowStatsOptions(this);
+    MainSettings& s = m_controller.settings();
+    s.barNew = result.barNew;
+    s.windowColor = result.windowColor;
+    s.windowFont = result.windowFont;
+    s.dialogFont = result.dialogFont;
+    s.editorFont = result.editorFont;
+    applyLook();
+}
+
+void TVKStatsWin4::HelpTopicsClick() {
+    const QString help = HelpFileName();
+    if (!QFileInfo::exists(help))
+        MsgDlg(this,
+               QStringLiteral("Sorry, there is no program help available!\nThe help file ") +
+                   QFileInfo(help).fileName() + QStringLiteral(" is missing."),
+               Information, MbOk);
+    else if (HtmlHelpLoaded())
+        openUrl(QUrl::fromLocalFile(help));
+    else
+        MsgDlg(this,
+               QStringLiteral(
+                   "Sorry, there is no program help available!\nHTML help is not installed on "
+                   "this PC."),
+               Information, MbOk);
+}
+
+void TVKStatsWin4::Timer2Timer() {
+    Timer2.stop();
+    RunBtn->setEnabled(false);
+    SaveBtn->setEnabled(false);
+    CancelBtn->setEnabled(true);
+    m_controller.loadLocalFiles();
+    CancelBtn->setEnabled(false);
+    RunBtn->setEnabled(true);
+}
+
+void TVKStatsWin4::Timer3Timer() {
+    Timer3.stop();
+    if (m_controller.unattendedRun() == RunOutcome::Done)
+        close();
+}
+
+void TVKStatsWin4::Timer4Timer() {
+    m_blinkOn = !m_blinkOn;
+    const QString text = m_blinkOn ? m_statusText : QString();
+    if (Panel3->isHidden())
+        statusBar()->showMessage(u' ' + text);
+    else
+        Label1->setText(text);
+}
+
+void TVKStatsWin4::Timer5Timer() {
+    Timer5.stop();
+    m_controller.proxies().recheck();
+    fillProxyBox();
+}
+
+void TVKStatsWin4::suiteMessage(int code, int value) {
+    Q_UNUSED(value);
+    if (code == 1)
+        close();
+    else if (code == 2)
+        Timer5.start();
+}
+
+void TVKStatsWin4::runStarted() {
+    setBusy(true);
+}
+
+void TVKStatsWin4::runFinished() {
+    setBusy(false);
+}
+
+void TVKStatsWin4::setBusy(bool busy) {
+    Panel3->setVisible(busy);
+    ProgressBar->setVisible(busy);
+    ProgressBar->setValue(0);
+    RunBtn->setEnabled(!busy);
+    CancelBtn->setEnabled(busy);
+    SaveBtn->setEnabled(!busy && m_controller.saveEnabled());
+    if (busy) {
+        Timer4.start();
+    } else {
+        Timer4.stop();
+        m_blinkOn = true;
+        SetStatusText(m_statusText);
+    }
+}
+
+QString TVKStatsWin4::windowRecord() const {
+    const int state = isMaximized() ? 2 : (isMinimized() ? 1 : 0);
+    return MakeWindowRecord(m_controller.settings().window, state, 0, normalGeometry());
+}
+
+void TVKStatsWin4::closeEvent(QCloseEvent* event) {
+    if (!m_controller.closeQuery(windowRecord())) {
+        event->ignore();
+        return;
+    }
+    event->accept();
+    // A hidden window's close does not end the program by itself.
+    QMetaObject::invokeMethod(qApp, &QCoreApplication::quit, Qt::QueuedConnection);
 }

@@ -23,6 +23,8 @@ public:
     void setStatusText(const QString& text) override { statusTexts.append(text); }
     void setProgress(int percent) override { progress.append(percent); }
     void beep() override { ++beeps; }
+    bool isInteractive() const override { return interactive; }
+    void setMainVisible(bool visible) override { visibility.append(visible); }
     bool canOpenUrls() const override { return urlOpener; }
     bool openUrl(const QUrl& url) override;
     bool askAddKeys(const QString& caption, std::array<bool, 4>& ticks) override;
@@ -35,6 +37,8 @@ public:
     QList<int> progress;
     QList<QUrl> openedUrls;
     int beeps = 0;
+    bool interactive = true;
+    QList<bool> visibility;
     bool urlOpener = false;
 
     // The new-stats-source question: what was asked, and the answers to give

@@ -1,0 +1,541 @@
+#include "Global2.h"
+#include "Global2Widgets.h"
+#include "RearrangeDlgs.h"
+#include "TempEnvironment.h"
+#include "TestFrontEnd.h"
+#include "TextFile.h"
+
+#include <QApplication>
+#include <QLabel>
+#include <QListWidget>
+#include <QProcess>
+#include <QPushButton>
+#include <QTest>
+#include <QTimer>
+
+#include <csignal>
+#include <functional>
+#include <memory>
+#include <sys/resource.h>
+
+namespace {
+
+const char AssertChild[] = "TST_REORDERDLG_ASSERT";
+
+const QString SaveQuestion = QStringLiteral("The source order is changed. Save your changes?");
+
+const QByteArray Four = "velkin urls\n"
+                        "[a]\nmlist.txt http://a/m\n\n"
+                        "[b]\nmlist.txt http://b/m\n\n"
+                        "[c]\nmlist.txt http://c/m\n\n"
+                        "[d]\nmlist.txt http://d/m\n\n"
+                        "[velkin]\nurls.txt http://v/u\n";
+
+// Four written back in the given order of "a" to "d".
+QByteArray fourIn(const QString& order) {
+    QByteArray bytes;
+    for (const QChar name : order)
+        bytes += "[" + QByteArray(1, char(name.toLatin1())) + "]\nmlist.txt http://" +
+                 char(name.toLatin1()) + "/m\n\n";
+    return bytes + "[velkin]\nurls.txt http://v/u\n";
+}
+
+QStringList rows(const TReorderDlg& dialog) {
+    QStringList names;
+    for (int row = 0; row < dialog.SourceList->count(); ++row)
+        names.append(dialog.SourceList->item(row)->text());
+    return names;
+}
+
+int selectedRow(const TReorderDlg& dialog) {
+    const QList<QListWidgetItem*> selected = dialog.SourceList->selectedItems();
+    return selected.isEmpty() ? -1 : dialog.SourceList->row(selected.first());
+}
+
+// Clicks a row where a user would.
+void clickRow(QListWidget* list, int row) {
+    const QRect rect = list->visualItemRect(list->item(row));
+    QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, rect.center());
+}
+
+// Plays a list of steps: "select N" clicks row N, "Up" and "Down" click the
+// arrow buttons.
+void play(TReorderDlg* dialog, const QStringList& steps) {
+    for (const QString& step : steps) {
+        if (step.startsWith(QLatin1String("select ")))
+            clickRow(dialog->SourceList, step.mid(7).toInt());
+        else if (step == QLatin1String("Up"))
+            QTest::mouseClick(dialog->UpBtn, Qt::LeftButton);
+        else if (step == QLatin1String("Down"))
+            QTest::mouseClick(dialog->DownBtn, Qt::LeftButton);
+        else
+            qFatal("unknown step %s", qPrintable(step));
+    }
+}
+
+// Raises the soft file-size limit back when it goes.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t bytes) {
+        m_ok = getrlimit(RLIMIT_FSIZE, &m_old) == 0;
+        m_oldHandler = std::signal(SIGXFSZ, SIG_IGN);
+        if (m_ok) {
+            rlimit limited = m_old;
+            limited.rlim_cur = bytes;
+            m_ok = setrlimit(RLIMIT_FSIZE, &limited) == 0;
+        }
+    }
+    ~FileSizeLimit() {
+        setrlimit(RLIMIT_FSIZE, &m_old);
+        std::signal(SIGXFSZ, m_oldHandler);
+    }
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+    bool ok() const { return m_ok; }
+
+private:
+    rlimit m_old{};
+    void (*m_oldHandler)(int) = nullptr;
+    bool m_ok = false;
+};
+
+} // namespace
+
+class TestReorderDlg : public QObject {
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup();
+
+    void captionsAndControls();
+    void listsSources_data();
+    void listsSources();
+    void choosingRowEnablesArrows();
+    void arrows_data();
+    void arrows();
+    void closing_data();
+    void closing();
+    void cancelKeepsDialogOpen();
+    void failedSaveKeepsDialogOpen();
+    void lookFromSettings_data();
+    void lookFromSettings();
+    void resizableAndCentredOnOwner();
+    void assertions_data();
+    void assertions();
+
+private:
+    QString urlsPath() const { return m_env->programFolder() + "urls.txt"; }
+    QString iniPath() const { return m_env->programFolder() + "vkstats.ini"; }
+    std::unique_ptr<QWidget> shownOwner();
+    // Runs ReorderSources and acts on the dialog from inside its modal
+    // loop. A guard closes it should the action not.
+    bool runModal(QWidget* owner, const std::function<void(TReorderDlg*)>& act);
+
+    std::unique_ptr<TempEnvironment> m_env;
+    TestFrontEnd m_ui;
+    bool m_guardFired = false;
+};
+
+void TestReorderDlg::init() {
+    m_env.reset(); // the old one restores the environment it found
+    m_env = std::make_unique<TempEnvironment>();
+    QVERIFY(m_env->isValid());
+    m_ui = TestFrontEnd();
+    TempEnvironment::writeFile(urlsPath(), Four);
+}
+
+// Every dialog is gone by the end of a test: the entry function frees it.
+void TestReorderDlg::cleanup() {
+    for (QWidget* widget : QApplication::topLevelWidgets())
+        QVERIFY(!qobject_cast<TReorderDlg*>(widget));
+}
+
+std::unique_ptr<QWidget> TestReorderDlg::shownOwner() {
+    auto owner = std::make_unique<QWidget>();
+    owner->setGeometry(20, 30, 740, 520); // inside the offscreen screen
+    owner->show();
+    if (!QTest::qWaitForWindowExposed(owner.get()))
+        qWarning("owner not exposed");
+    return owner;
+}
+
+bool TestReorderDlg::runModal(QWidget* owner, const std::function<void(TReorderDlg*)>& act) {
+    m_guardFired = false;
+    bool acted = false;
+    QTimer::singleShot(0, this, [&] {
+        if (auto* dialog = qobject_cast<TReorderDlg*>(QApplication::activeModalWidget())) {
+            acted = true;
+            act(dialog);
+        }
+    });
+    QTimer guard;
+    guard.setSingleShot(true);
+    connect(&guard, &QTimer::timeout, this, [this] {
+        m_guardFired = true;
+        m_ui.answers = {IdNo, IdNo};
+        for (QWidget* widget : QApplication::topLevelWidgets()) {
+            if (auto* dialog = qobject_cast<TReorderDlg*>(widget))
+                dialog->reject();
+        }
+    });
+    guard.start(10000);
+    const bool ok = ReorderSources(owner, &m_ui, urlsPath());
+    if (!acted)
+        m_guardFired = true;
+    return ok;
+}
+
+void TestReorderDlg::captionsAndControls() {
+    TReorderDlg dialog(nullptr, &m_ui, urlsPath());
+    QCOMPARE(dialog.windowTitle(), QStringLiteral("Reorder URL Sources"));
+    QCOMPARE(dialog.Label1->text(), QStringLiteral("&Sources"));
+    QCOMPARE(dialog.Label1->buddy(), static_cast<QWidget*>(dialog.SourceList));
+    QCOMPARE(
+        dialog.Label2->text(),
+        QStringLiteral("Changes made in this dialog remain in effect from session to session."));
+    QCOMPARE(dialog.OkBtn->text(), QStringLiteral("Ok"));
+    QCOMPARE(dialog.CancelBtn->text(), QStringLiteral("Cancel"));
+    QVERIFY(dialog.OkBtn->isDefault());
+    QVERIFY(!dialog.UpBtn->icon().isNull());
+    QVERIFY(!dialog.DownBtn->icon().isNull());
+    QVERIFY(!dialog.UpBtn->isEnabled());
+    QVERIFY(!dialog.DownBtn->isEnabled());
+    QVERIFY(!dialog.changed());
+    QCOMPARE(selectedRow(dialog), -1);
+    for (const char* name :
+         {"Label1", "Label2", "SourceList", "UpBtn", "DownBtn", "OkBtn", "CancelBtn"})
+        QVERIFY2(dialog.findChild<QWidget*>(QLatin1String(name)), name);
+}
+
+void TestReorderDlg::listsSources_data() {
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<QStringList>("listed");
+    QTest::newRow("four and velkin") << Four << QStringList{"a", "b", "c", "d"};
+    QTest::newRow("missing file") << QByteArray("<missing>") << QStringList();
+    QTest::newRow("[VELKIN] and [Velkin] are sources here")
+        << QByteArray("[VELKIN]\n\n[velkin]\n\n[Velkin]\n") << QStringList{"VELKIN", "Velkin"};
+    QTest::newRow("blank after the bracket")
+        << QByteArray("[a] \nmlist.txt http://a/m\n\n[b]\n") << QStringList{"a]", "b"};
+    QTest::newRow("duplicates and text before")
+        << QByteArray("velkin urls\nnotes\n[a]\n\n[b]\n\n[a]\n") << QStringList{"a", "b", "a"};
+    QTest::newRow("CR LF") << QByteArray("velkin urls\r\n[a]\r\n\r\n[b]\r\n")
+                           << QStringList{"a", "b"};
+}
+
+void TestReorderDlg::listsSources() {
+    QFETCH(QByteArray, content);
+    QFETCH(QStringList, listed);
+    if (content == "<missing>")
+        QVERIFY(QFile::remove(urlsPath()));
+    else
+        TempEnvironment::writeFile(urlsPath(), content);
+    TReorderDlg dialog(nullptr, &m_ui, urlsPath());
+    QCOMPARE(rows(dialog), listed);
+    QCOMPARE(dialog.order(), listed);
+}
+
+void TestReorderDlg::choosingRowEnablesArrows() {
+    {
+        TReorderDlg dialog(nullptr, &m_ui, urlsPath());
+        dialog.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&dialog));
+        clickRow(dialog.SourceList, 2);
+        QCOMPARE(selectedRow(dialog), 2);
+        QVERIFY(dialog.UpBtn->isEnabled());
+        QVERIFY(dialog.DownBtn->isEnabled());
+        QVERIFY(!dialog.changed());
+    }
+    {
+        // The keyboard chooses a row as well as the mouse.
+        TReorderDlg dialog(nullptr, &m_ui, urlsPath());
+        dialog.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&dialog));
+        dialog.SourceList->setFocus();
+        QTest::keyClick(dialog.SourceList, Qt::Key_End);
+        QCOMPARE(selectedRow(dialog), 3);
+        QVERIFY(dialog.UpBtn->isEnabled());
+        QVERIFY(dialog.DownBtn->isEnabled());
+    }
+}
+
+void TestReorderDlg::arrows_data() {
+    QTest::addColumn<QStringList>("steps");
+    QTest::addColumn<QStringList>("after");
+    QTest::addColumn<int>("selected");
+    QTest::addColumn<bool>("changed");
+    QTest::addColumn<int>("beeps");
+
+    const QStringList abcd{"a", "b", "c", "d"};
+    QTest::newRow("Up in the middle")
+        << QStringList{"select 2", "Up"} << QStringList{"a", "c", "b", "d"} << 1 << true << 0;
+    QTest::newRow("Up at the top beeps, clears the selection, changes nothing")
+        << QStringList{"select 0", "Up"} << abcd << -1 << false << 1;
+    QTest::newRow("Down in the middle")
+        << QStringList{"select 1", "Down"} << QStringList{"a", "c", "b", "d"} << 2 << true << 0;
+    QTest::newRow("Down at the bottom beeps and counts as a change")
+        << QStringList{"select 3", "Down"} << abcd << -1 << true << 1;
+    QTest::newRow("bottom row to the top") << QStringList{"select 3", "Up", "Up", "Up"}
+                                           << QStringList{"d", "a", "b", "c"} << 0 << true << 0;
+    QTest::newRow("top row to the bottom") << QStringList{"select 0", "Down", "Down", "Down"}
+                                           << QStringList{"b", "c", "d", "a"} << 3 << true << 0;
+    QTest::newRow("up and down again")
+        << QStringList{"select 1", "Up", "Down"} << abcd << 1 << true << 0;
+    QTest::newRow("nothing selected: the buttons do nothing")
+        << QStringList{"select 0", "Up", "Up", "Down", "Down"} << abcd << -1 << false << 1;
+    QTest::newRow("through the top and on")
+        << QStringList{"select 1", "Up", "Up", "select 2", "Down"}
+        << QStringList{"b", "a", "d", "c"} << 3 << true << 1;
+}
+
+void TestReorderDlg::arrows() {
+    QFETCH(QStringList, steps);
+    QFETCH(QStringList, after);
+    QFETCH(int, selected);
+    QFETCH(bool, changed);
+    QFETCH(int, beeps);
+    TReorderDlg dialog(nullptr, &m_ui, urlsPath());
+    dialog.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&dialog));
+    play(&dialog, steps);
+    QCOMPARE(rows(dialog), after);
+    QCOMPARE(selectedRow(dialog), selected);
+    QCOMPARE(dialog.changed(), changed);
+    QCOMPARE(m_ui.beeps, beeps);
+    QVERIFY(m_ui.messages.isEmpty());
+    // Nothing is written while the dialog is open.
+    QCOMPARE(TempEnvironment::readFile(urlsPath()), Four);
+}
+
+void TestReorderDlg::closing_data() {
+    QTest::addColumn<QStringList>("steps");
+    QTest::addColumn<QString>("closeBy");
+    QTest::addColumn<int>("answer"); // 0: none queued
+    QTest::addColumn<bool>("asked");
+    QTest::addColumn<bool>("ok");
+    QTest::addColumn<QByteArray>("file");
+
+    const QStringList moved{"select 2", "Up"}; // a c b d
+    const QStringList upAtTop{"select 0", "Up"};
+    const QStringList downAtBottom{"select 3", "Down"};
+
+    QTest::newRow("unchanged, Ok: not rewritten")
+        << QStringList() << "OkBtn" << 0 << false << true << Four;
+    QTest::newRow("unchanged, Cancel")
+        << QStringList() << "CancelBtn" << 0 << false << false << Four;
+    QTest::newRow("Up at the top, Cancel: no question")
+        << upAtTop << "CancelBtn" << 0 << false << false << Four;
+    QTest::newRow("Up at the top, Ok: not rewritten")
+        << upAtTop << "OkBtn" << 0 << false << true << Four;
+    QTest::newRow("moved, Ok writes without asking")
+        << moved << "OkBtn" << 0 << false << true << fourIn("acbd");
+    QTest::newRow("moved, Cancel answered Yes writes")
+        << moved << "CancelBtn" << int(IdYes) << true << false << fourIn("acbd");
+    QTest::newRow("moved, Cancel answered No leaves the file")
+        << moved << "CancelBtn" << int(IdNo) << true << false << Four;
+    QTest::newRow("moved, close box answered No")
+        << moved << "close" << int(IdNo) << true << false << Four;
+    QTest::newRow("moved, Escape answered Yes")
+        << moved << "escape" << int(IdYes) << true << false << fourIn("acbd");
+    QTest::newRow("Down at the bottom, Cancel asks although nothing moved")
+        << downAtBottom << "CancelBtn" << int(IdNo) << true << false << Four;
+    // The order is the same, but the file is written in the program's form.
+    QTest::newRow("Down at the bottom, Ok rewrites")
+        << downAtBottom << "OkBtn" << 0 << false << true << fourIn("abcd");
+}
+
+void TestReorderDlg::closing() {
+    QFETCH(QStringList, steps);
+    QFETCH(QString, closeBy);
+    QFETCH(int, answer);
+    QFETCH(bool, asked);
+    QFETCH(bool, ok);
+    QFETCH(QByteArray, file);
+
+    const auto owner = shownOwner();
+    if (answer)
+        m_ui.answers = {answer};
+    bool closedByAction = false;
+    const bool result = runModal(owner.get(), [&](TReorderDlg* dialog) {
+        play(dialog, steps);
+        if (closeBy == "close")
+            dialog->close();
+        else if (closeBy == "escape")
+            QTest::keyClick(dialog, Qt::Key_Escape);
+        else
+            QTest::mouseClick(dialog->findChild<QPushButton*>(closeBy), Qt::LeftButton);
+        closedByAction = !dialog->isVisible();
+    });
+    QVERIFY(!m_guardFired);
+    QVERIFY(closedByAction);
+    QCOMPARE(result, ok);
+    if (asked) {
+        QCOMPARE(m_ui.messageTexts(), QStringList{SaveQuestion});
+        QCOMPARE(m_ui.messages.first().type, Confirm);
+        QCOMPARE(m_ui.messages.first().buttons, int(MbYesNoCancel));
+        QCOMPARE(m_ui.messages.first().style, MsgStyle::CentredDialog);
+    } else {
+        QVERIFY(m_ui.messages.isEmpty());
+    }
+    QCOMPARE(TempEnvironment::readFile(urlsPath()), file);
+}
+
+// Cancel answered Cancel: the dialog stays, with the order as it was, and can
+// still be left either way.
+void TestReorderDlg::cancelKeepsDialogOpen() {
+    const auto owner = shownOwner();
+    m_ui.answers = {IdCancel, IdCancel};
+    bool openAfterCancel = false;
+    bool openAfterClose = false;
+    QStringList rowsAfter;
+    const bool result = runModal(owner.get(), [&](TReorderDlg* dialog) {
+        play(dialog, {"select 3", "Down"}); // nothing moves, yet it counts
+        QTest::mouseClick(dialog->CancelBtn, Qt::LeftButton);
+        openAfterCancel = dialog->isVisible();
+        dialog->close();
+        openAfterClose = dialog->isVisible();
+        play(dialog, {"select 1", "Down"});
+        rowsAfter = rows(*dialog);
+        QTest::mouseClick(dialog->OkBtn, Qt::LeftButton);
+    });
+    QVERIFY(!m_guardFired);
+    QVERIFY(openAfterCancel);
+    QVERIFY(openAfterClose);
+    QVERIFY(result);
+    QCOMPARE(m_ui.messageTexts(), QStringList({SaveQuestion, SaveQuestion}));
+    QCOMPARE(rowsAfter, QStringList({"a", "c", "b", "d"}));
+    QCOMPARE(TempEnvironment::readFile(urlsPath()), fourIn("acbd"));
+}
+
+void TestReorderDlg::failedSaveKeepsDialogOpen() {
+    const auto owner = shownOwner();
+    bool openAfterOk = false;
+    bool limited = true;
+    m_ui.answers = {IdOk, IdNo}; // the failure, then the question at Cancel
+    const bool result = runModal(owner.get(), [&](TReorderDlg* dialog) {
+        play(dialog, {"select 1", "Up"});
+        {
+            FileSizeLimit limit(16);
+            limited = limit.ok();
+            if (limited)
+                QTest::mouseClick(dialog->OkBtn, Qt::LeftButton);
+        }
+        openAfterOk = dialog->isVisible();
+        QTest::mouseClick(dialog->CancelBtn, Qt::LeftButton); // answered No
+    });
+    if (!limited)
+        QSKIP("cannot lower the file-size limit here");
+    QVERIFY(!m_guardFired);
+    QVERIFY(openAfterOk);
+    QVERIFY(!result);
+    const QString saveFailed =
+        "I was unable to save " + urlsPath() + ". Possibly you don't have file permissions.     ";
+    QCOMPARE(m_ui.messageTexts(), QStringList({saveFailed, SaveQuestion}));
+    QCOMPARE(m_ui.messages.first().type, Error);
+    QCOMPARE(TempEnvironment::readFile(urlsPath()), Four);
+}
+
+void TestReorderDlg::lookFromSettings_data() {
+    QTest::addColumn<QByteArray>("ini");
+    QTest::addColumn<QColor>("listColor");
+    QTest::addColumn<int>("pointSize");
+    QTest::addColumn<bool>("italic");
+    QTest::newRow("stored") << QByteArray(
+                                   "[stats]\nwindowcolor=255\n"
+                                   "dialogfont=Courier New,13,i,0\nwindowfont=Arial,20,b,0\n")
+                            << QColor(255, 0, 0) << 13 << true;
+    QTest::newRow("defaults") << QByteArray() << QApplication::palette().color(QPalette::Base) << 8
+                              << false;
+}
+
+void TestReorderDlg::lookFromSettings() {
+    QFETCH(QByteArray, ini);
+    QFETCH(QColor, listColor);
+    QFETCH(int, pointSize);
+    QFETCH(bool, italic);
+    if (!ini.isEmpty())
+        TempEnvironment::writeFile(iniPath(), ini);
+    TReorderDlg dialog(nullptr, &m_ui, urlsPath());
+    QCOMPARE(dialog.SourceList->palette().color(QPalette::Base), listColor);
+    QCOMPARE(dialog.font().pointSize(), pointSize);
+    QCOMPARE(dialog.font().italic(), italic);
+    QCOMPARE(dialog.SourceList->font().pointSize(), pointSize);
+    QCOMPARE(dialog.OkBtn->font().pointSize(), pointSize);
+}
+
+void TestReorderDlg::resizableAndCentredOnOwner() {
+    const auto owner = shownOwner();
+    QPoint offset(1000, 1000);
+    bool resizable = false;
+    bool modalOverOwner = false;
+    const bool result = runModal(owner.get(), [&](TReorderDlg* dialog) {
+        QVERIFY(QTest::qWaitForWindowExposed(dialog));
+        offset = dialog->frameGeometry().center() - owner->frameGeometry().center();
+        resizable = dialog->minimumSize() != dialog->maximumSize();
+        modalOverOwner = dialog->isModal() && dialog->parentWidget() == owner.get();
+        const QSize before = dialog->size();
+        dialog->resize(before + QSize(120, 90));
+        resizable = resizable && dialog->size() == before + QSize(120, 90);
+        dialog->reject();
+    });
+    QVERIFY(!m_guardFired);
+    QVERIFY(!result);
+    QVERIFY(resizable);
+    QVERIFY(modalOverOwner);
+    QVERIFY2(offset.manhattanLength() <= 2,
+             qPrintable(QStringLiteral("off by %1,%2").arg(offset.x()).arg(offset.y())));
+}
+
+void TestReorderDlg::assertions_data() {
+    QTest::addColumn<QString>("fault");
+    QTest::addColumn<QByteArray>("message");
+    QTest::newRow("no owner") << "owner"
+                              << QByteArray("Assertion failed: owner != nullptr, file "
+                                            "stats\\RearrangeDlgs");
+    QTest::newRow("no front end")
+        << "frontend"
+        << QByteArray("Assertion failed: frontEnd != nullptr, file stats\\RearrangeDlgs");
+    QTest::newRow("empty path")
+        << "path" << QByteArray("Assertion failed: !urlsPath.isEmpty(), file stats\\RearrangeDlgs");
+}
+
+void TestReorderDlg::assertions() {
+    QFETCH(QString, fault);
+    QFETCH(QByteArray, message);
+    QProcess child;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QString::fromLatin1(AssertChild), fault);
+    environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    child.setProcessEnvironment(environment);
+    child.start(QCoreApplication::applicationFilePath(), {});
+    if (!child.waitForFinished(30000)) {
+        child.kill();
+        child.waitForFinished();
+        QFAIL("the child did not stop at the check");
+    }
+    QCOMPARE(child.exitStatus(), QProcess::CrashExit);
+    const QByteArray stderrText = child.readAllStandardError();
+    QVERIFY2(stderrText.contains(message), stderrText.constData());
+    // It stopped before anything was written.
+    QCOMPARE(TempEnvironment::readFile(urlsPath()), Four);
+}
+
+int main(int argc, char** argv) {
+    // The child of assertions(): it must stop at the check.
+    if (qEnvironmentVariableIsSet(AssertChild)) {
+        QApplication app(argc, argv);
+        const QString fault = qEnvironmentVariable(AssertChild);
+        QWidget owner;
+        TestFrontEnd ui;
+        const QString path = ProgramFolder() + QStringLiteral("urls.txt");
+        ReorderSources(fault == QLatin1String("owner") ? nullptr : &owner,
+                       fault == QLatin1String("frontend") ? nullptr : &ui,
+                       fault == QLatin1String("path") ? QString() : path);
+        return 0;
+    }
+    QApplication app(argc, argv);
+    TestReorderDlg test;
+    QTEST_SET_MAIN_SOURCE_PATH
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_reorderdlg.moc"

@@ -1,0 +1,300 @@
+#include "Global2.h"
+#include "IniFile.h"
+#include "StatsWins4.h"
+#include "SuiteDatabase.h"
+#include "TempEnvironment.h"
+#include "TextFile.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QComboBox>
+#include <QFrame>
+#include <QLabel>
+#include <QMenu>
+#include <QMessageBox>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QStatusBar>
+#include <QTabBar>
+#include <QTest>
+#include <QTimer>
+#include <QToolButton>
+
+#include <memory>
+
+namespace {
+
+QByteArray realPage(const char* name) {
+    return TempEnvironment::readFile(QStringLiteral(VK_REALDATA "/2001-11-07/") +
+                                     QLatin1String(name));
+}
+
+QAction* findItem(QMenu* menu, const QString& caption) {
+    for (QAction* item : menu->actions()) {
+        if (item->text() == caption)
+            return item;
+    }
+    return nullptr;
+}
+
+// Answers the next message box with the given button and records its text.
+void answerNextMessage(QMessageBox::StandardButton button, QString* text) {
+    QTimer::singleShot(50, [button, text] {
+        auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+        QVERIFY(box);
+        *text = box->text();
+        box->button(button)->click();
+    });
+}
+
+} // namespace
+
+class TestStatsWin : public QObject {
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup();
+    void layoutAtStart();
+    void startModes_data();
+    void startModes();
+    void statusText_data();
+    void statusText();
+    void viewMenu_data();
+    void viewMenu();
+    void viewAllPages();
+    void tabChangeShowsSource();
+    void fileMenuListsSources();
+    void sourceChoiceAsks();
+    void closeSavesSettings();
+    void proxyManagerEnabling();
+    void suiteMessages();
+
+private:
+    void startWindow(const QStringList& arguments = {});
+    std::unique_ptr<TempEnvironment> m_env;
+    std::unique_ptr<TVKStatsWin4> m_window;
+};
+
+void TestStatsWin::init() {
+    m_env.reset();
+    m_env = std::make_unique<TempEnvironment>();
+    QString error;
+    QVERIFY2(TVKDB::create(m_env->programFolder() + "vk.dbc", 2, &error), qPrintable(error));
+    QVERIFY(WriteLines(m_env->programFolder() + "urls.txt",
+                       {"velkin urls", "[first]", "mlist.txt http://127.0.0.1:9/mlist.txt", "",
+                        "[second]", "mlist.txt http://127.0.0.1:9/mlist.txt", "", "[velkin]"}));
+}
+
+void TestStatsWin::cleanup() {
+    m_window.reset();
+    CloseSuiteDataFile();
+}
+
+void TestStatsWin::startWindow(const QStringList& arguments) {
+    m_window = std::make_unique<TVKStatsWin4>();
+    QCOMPARE(m_window->start(arguments), StartResult::Ready);
+    if (m_window->showAtStart())
+        m_window->show();
+}
+
+void TestStatsWin::layoutAtStart() {
+    startWindow();
+    TVKStatsWin4& w = *m_window;
+    QCOMPARE(w.windowTitle(), QStringLiteral("VKstats v1.9b12"));
+    QVERIFY(!w.SaveBtn->isEnabled());
+    QVERIFY(!w.CancelBtn->isEnabled());
+    QVERIFY(w.RunBtn->isEnabled());
+    QVERIFY(w.Panel3->isHidden());
+    QVERIFY(w.ProgressBar->isHidden());
+    QVERIFY(!w.KeyringsMenu->menuAction()->isVisible());
+    QVERIFY(!w.KeyringBtnAction->isVisible());
+    QVERIFY(!w.KeyringSep->isVisible());
+    // "exitleft" is off by default, so Save & Exit is not on the tool bar.
+    QVERIFY(!w.OkBtnAction->isVisible());
+    QCOMPARE(w.RunBtn->toolTip(), QStringLiteral("Update"));
+    QCOMPARE(w.RunBtn->statusTip(), QStringLiteral("Update selected pages"));
+    QCOMPARE(w.PopupMenu1->defaultAction()->text(), QStringLiteral("&Update"));
+    QCOMPARE(w.SourceBox->count(), 2);
+    QCOMPARE(w.ProxyBox->itemText(0), QStringLiteral("<none>"));
+    QVERIFY(!w.Timer2.isActive());
+    QVERIFY(!w.Timer3.isActive());
+}
+
+void TestStatsWin::startModes_data() {
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<bool>("shown");
+    QTest::addColumn<bool>("updateArmed");
+
+    QTest::newRow("plain") << QStringList() << true << false;
+    QTest::newRow("hide without auto") << QStringList{"hide"} << true << false;
+    QTest::newRow("auto") << QStringList{"auto"} << true << true;
+    QTest::newRow("auto hide") << QStringList{"auto", "hide"} << false << true;
+}
+
+void TestStatsWin::startModes() {
+    QFETCH(QStringList, arguments);
+    QFETCH(bool, shown);
+    QFETCH(bool, updateArmed);
+    startWindow(arguments);
+    QCOMPARE(m_window->showAtStart(), shown);
+    QCOMPARE(m_window->Timer3.isActive(), updateArmed);
+    m_window->Timer3.stop();
+}
+
+void TestStatsWin::statusText_data() {
+    QTest::addColumn<bool>("busy");
+    QTest::addColumn<QString>("bar");
+    QTest::addColumn<QString>("label");
+
+    QTest::newRow("panel hidden") << false << " hello"
+                                  << "Loading...";
+    QTest::newRow("panel shown") << true << ""
+                                 << "hello";
+}
+
+void TestStatsWin::statusText() {
+    QFETCH(bool, busy);
+    QFETCH(QString, bar);
+    QFETCH(QString, label);
+    startWindow();
+    m_window->statusBar()->clearMessage();
+    m_window->Panel3->setVisible(busy);
+    m_window->SetStatusText("hello");
+    QCOMPARE(m_window->statusBar()->currentMessage(), bar);
+    QCOMPARE(m_window->Label1->text(), label);
+}
+
+void TestStatsWin::viewMenu_data() {
+    QTest::addColumn<QString>("caption");
+    QTest::addColumn<QString>("file"); // written into its folder first, or empty
+    QTest::addColumn<QString>("page");
+
+    QTest::newRow("access key dropped") << "t&ype2.list"
+                                        << "type2.list"
+                                        << "type2.list";
+    QTest::newRow("program folder page") << "&advisory.txt"
+                                         << "advisory.txt"
+                                         << "advisory.txt";
+    QTest::newRow("missing file") << "&rlist.txt" << QString() << QString();
+}
+
+void TestStatsWin::viewMenu() {
+    QFETCH(QString, caption);
+    QFETCH(QString, file);
+    QFETCH(QString, page);
+    if (!file.isEmpty()) {
+        const bool mixmaster = file == "type2.list";
+        const QString folder = mixmaster ? m_env->mixFolder() : m_env->programFolder();
+        TempEnvironment::writeFile(folder + file,
+                                   mixmaster ? realPage("type2.list") : "Velkin user advisory\n");
+    }
+    startWindow();
+    m_window->SetStatusText("before");
+    QAction* item = findItem(m_window->ViewMenu, caption);
+    QVERIFY(item);
+    item->trigger();
+    if (page.isEmpty()) {
+        QCOMPARE(m_window->TabSet->count(), 0);
+        QCOMPARE(m_window->statusBar()->currentMessage(), QStringLiteral(" before"));
+        return;
+    }
+    QCOMPARE(m_window->TabSet->count(), 1);
+    QCOMPARE(m_window->TabSet->tabText(0), page);
+    QCOMPARE(m_window->statusBar()->currentMessage(), " local file: " + page);
+    // A second choice shows the open tab instead of opening another.
+    item->trigger();
+    QCOMPARE(m_window->TabSet->count(), 1);
+}
+
+void TestStatsWin::viewAllPages() {
+    for (const char* name : {"mlist.txt", "pubring.mix", "rlist.txt"})
+        TempEnvironment::writeFile(m_env->mixFolder() + name, realPage(name));
+    startWindow();
+    QAction* all = findItem(m_window->ViewMenu, "&All pages");
+    QVERIFY(all);
+    QVERIFY(!all->isVisible());
+    all->trigger();
+    QCOMPARE(m_window->TabSet->count(), 3);
+    QCOMPARE(m_window->TabSet->tabText(0), QStringLiteral("mlist.txt"));
+    QCOMPARE(m_window->TabSet->tabText(2), QStringLiteral("rlist.txt"));
+}
+
+void TestStatsWin::tabChangeShowsSource() {
+    for (const char* name : {"mlist.txt", "rlist.txt"})
+        TempEnvironment::writeFile(m_env->mixFolder() + name, realPage(name));
+    startWindow();
+    findItem(m_window->ViewMenu, "&mlist.txt")->trigger();
+    findItem(m_window->ViewMenu, "&rlist.txt")->trigger();
+    m_window->TabSet->setCurrentIndex(0);
+    QCOMPARE(m_window->statusBar()->currentMessage(), QStringLiteral(" local file: mlist.txt"));
+    QVERIFY(m_window->ShowPageTab("&rlist.txt"));
+    QCOMPARE(m_window->TabSet->currentIndex(), 1);
+    QVERIFY(!m_window->ShowPageTab("pubring.mix"));
+}
+
+void TestStatsWin::fileMenuListsSources() {
+    startWindow();
+    m_window->controller().setLastSource("second");
+    m_window->controller().reloadSources();
+    m_window->SourceBox->setCurrentIndex(1);
+    m_window->FileMenuClick();
+    const QList<QAction*> items = m_window->SourceMenu->actions();
+    QCOMPARE(items.size(), 2);
+    QCOMPARE(items[0]->text(), QStringLiteral("first"));
+    QCOMPARE(items[1]->text(), QStringLiteral("second"));
+    QVERIFY(!items[0]->isChecked());
+    QVERIFY(items[1]->isChecked());
+    QCOMPARE(m_window->ProxyMenu->actions().size(), 1);
+    QVERIFY(m_window->ProxyMenu->actions()[0]->isChecked());
+}
+
+void TestStatsWin::sourceChoiceAsks() {
+    startWindow();
+    m_window->FileMenuClick();
+    QString asked;
+    answerNextMessage(QMessageBox::Cancel, &asked);
+    m_window->SourceMenu->actions()[1]->trigger();
+    QCOMPARE(asked, QStringLiteral("Update remailer pages now?     "));
+    QCOMPARE(m_window->SourceBox->currentIndex(), 1);
+    QCOMPARE(m_window->controller().currentSourceName(), QStringLiteral("second"));
+}
+
+void TestStatsWin::closeSavesSettings() {
+    startWindow();
+    m_window->controller().setLastSource("first");
+    findItem(m_window->PagesMenu, "&rlist.txt")->trigger();
+    findItem(m_window->PagesMenu, "&mlist.txt")->trigger();
+    findItem(m_window->ViewMenu, "&Toolbar")->trigger();
+    QVERIFY(m_window->close());
+    const IniFile ini(IniFileName());
+    QCOMPARE(ini.readString("stats", "pages", ""), QStringLiteral("mlist.txt,rlist.txt"));
+    QCOMPARE(ini.readString("stats", "showtoolbar", ""), QStringLiteral("0"));
+    QVERIFY(ini.readString("stats", "window", "").startsWith("0,0,"));
+    QCOMPARE(ini.readString("stats", "lastproxy", ""), QStringLiteral("<none>"));
+}
+
+void TestStatsWin::proxyManagerEnabling() {
+    startWindow();
+    emit m_window->ToolsMenu->aboutToShow();
+    QVERIFY(!m_window->ToolsProxyItem->isEnabled());
+    TempEnvironment::writeFile(m_env->programFolder() + "vkproxy", "#!/bin/sh\n");
+    emit m_window->ToolsMenu->aboutToShow();
+    QVERIFY(m_window->ToolsProxyItem->isEnabled());
+}
+
+void TestStatsWin::suiteMessages() {
+    startWindow();
+    m_window->controller().setLastSource("first");
+    m_window->suiteMessage(7, 0);
+    QVERIFY(m_window->isVisible());
+    QVERIFY(!m_window->Timer5.isActive());
+    m_window->suiteMessage(2, 0);
+    QVERIFY(m_window->Timer5.isActive());
+    QTRY_VERIFY(!m_window->Timer5.isActive());
+    m_window->suiteMessage(1, 0);
+    QVERIFY(!m_window->isVisible());
+    QVERIFY(IniFile(IniFileName()).readString("stats", "window", "").startsWith("0,0,"));
+}
+
+QTEST_MAIN(TestStatsWin)
+#include "tst_statswin.moc"

@@ -1,0 +1,492 @@
+#include "Global2.h"
+#include "TempEnvironment.h"
+#include "TestFrontEnd.h"
+#include "UpdateSelectDlgs.h"
+
+#include <QApplication>
+#include <QComboBox>
+#include <QElapsedTimer>
+#include <QLabel>
+#include <QListWidget>
+#include <QProcess>
+#include <QPushButton>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+
+#include <functional>
+#include <memory>
+
+namespace {
+
+const char AssertChild[] = "TST_UPDATESELECTDLG_ASSERT";
+
+const QByteArray Ordinary = "velkin urls\n"
+                            "[alpha]\n"
+                            "mlist.txt http://alpha.example/mlist.txt\n"
+                            "pubring.mix http://alpha.example/pubring.mix\n"
+                            "type2.list http://alpha.example/type2.list\n"
+                            "rlist.txt http://alpha.example/rlist.txt\n"
+                            "\n"
+                            "[beta]\n"
+                            "rlist.txt http://beta.example/rlist.txt\n"
+                            "pubring.asc http://beta.example/pgp-all.asc\n"
+                            "\n"
+                            "[velkin]\n"
+                            "advisory.txt http://velkin.example/advisory.txt\n"
+                            "urls.txt http://velkin.example/urls.txt\n"
+                            "nymserver.asc http://velkin.example/nym.asc\n";
+
+QStringList entries(const QComboBox* box) {
+    QStringList texts;
+    for (int i = 0; i < box->count(); ++i)
+        texts.append(box->itemText(i));
+    return texts;
+}
+
+QStringList items(const QListWidget* list) {
+    QStringList texts;
+    for (int row = 0; row < list->count(); ++row)
+        texts.append(list->item(row)->text());
+    return texts;
+}
+
+bool allCheckableAndUnticked(const QListWidget* list) {
+    for (int row = 0; row < list->count(); ++row) {
+        const QListWidgetItem* item = list->item(row);
+        if (!(item->flags() & Qt::ItemIsUserCheckable) || item->checkState() != Qt::Unchecked)
+            return false;
+    }
+    return true;
+}
+
+// Ticks the named entries with the keyboard, as a user would: move to the
+// row, then Space.
+void tick(QListWidget* list, const QStringList& names) {
+    list->setFocus();
+    for (const QString& name : names) {
+        const QList<QListWidgetItem*> found = list->findItems(name, Qt::MatchExactly);
+        if (found.isEmpty())
+            qFatal("no entry %s", qPrintable(name));
+        list->setCurrentItem(found.first());
+        QTest::keyClick(list, Qt::Key_Space);
+    }
+}
+
+// Records every wait and what the watched list held when it began.
+class WaitingFrontEnd : public TestFrontEnd {
+public:
+    void waitTicks(int ms) override {
+        waits.append(ms);
+        listSizes.append(watched ? watched->count() : -1);
+        QElapsedTimer timer;
+        timer.start();
+        FrontEnd::waitTicks(ms);
+        waited.append(timer.elapsed());
+    }
+    QList<int> waits;
+    QList<int> listSizes;
+    QList<qint64> waited;
+    QListWidget* watched = nullptr;
+};
+
+} // namespace
+
+class TestUpdateSelectDlg : public QObject {
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup();
+
+    void captionsAndControls();
+    void listsAtOpen_data();
+    void listsAtOpen();
+    void sourceBoxChangeRelists();
+    void quickBoxChangeRelists();
+    void changeReadsFileAfresh();
+    void selectUpdate_data();
+    void selectUpdate();
+    void lookFromSettings();
+    void fixedSizeCentredOnOwner();
+    void assertions_data();
+    void assertions();
+
+private:
+    QString urlsPath() const { return m_env->programFolder() + "urls.txt"; }
+    // Runs SelectUpdate and acts on the dialog from inside its modal loop.
+    // A guard closes it should the action not.
+    bool runModal(QWidget* owner, const std::function<void(TUpdateSelectDlg*)>& act,
+                  QString& source, QStringList& pages, QString& quickSource,
+                  QStringList& quickPages);
+
+    std::unique_ptr<TempEnvironment> m_env;
+    WaitingFrontEnd m_ui;
+    bool m_guardFired = false;
+};
+
+void TestUpdateSelectDlg::init() {
+    m_env.reset(); // the old one restores the environment it found
+    m_env = std::make_unique<TempEnvironment>();
+    QVERIFY(m_env->isValid());
+    m_ui = WaitingFrontEnd();
+    TempEnvironment::writeFile(urlsPath(), Ordinary);
+}
+
+// Every dialog is gone by the end of a test: the entry function frees it.
+void TestUpdateSelectDlg::cleanup() {
+    for (QWidget* widget : QApplication::topLevelWidgets())
+        QVERIFY(!qobject_cast<TUpdateSelectDlg*>(widget));
+}
+
+bool TestUpdateSelectDlg::runModal(QWidget* owner,
+                                   const std::function<void(TUpdateSelectDlg*)>& act,
+                                   QString& source, QStringList& pages, QString& quickSource,
+                                   QStringList& quickPages) {
+    m_guardFired = false;
+    bool acted = false;
+    QTimer::singleShot(0, this, [&] {
+        if (auto* dialog = qobject_cast<TUpdateSelectDlg*>(QApplication::activeModalWidget())) {
+            acted = true;
+            act(dialog);
+        }
+    });
+    QTimer guard;
+    guard.setSingleShot(true);
+    connect(&guard, &QTimer::timeout, this, [this] {
+        m_guardFired = true;
+        for (QWidget* widget : QApplication::topLevelWidgets()) {
+            if (auto* dialog = qobject_cast<TUpdateSelectDlg*>(widget))
+                dialog->reject();
+        }
+    });
+    guard.start(10000);
+    const bool ok = SelectUpdate(owner, &m_ui, urlsPath(), source, pages, quickSource, quickPages);
+    if (!acted)
+        m_guardFired = true;
+    return ok;
+}
+
+void TestUpdateSelectDlg::captionsAndControls() {
+    TUpdateSelectDlg dialog(nullptr, &m_ui, urlsPath());
+    QCOMPARE(dialog.windowTitle(), QStringLiteral("Select Source and Tick Items for Update"));
+    QCOMPARE(dialog.Label1->text(),
+             QStringLiteral("Selections made in this dialog are temporary.  Use the 'Pages' menu "
+                            "to make selections persistent from session to session. Auto-update "
+                            "will always use the first source in the URL file."));
+    QVERIFY(dialog.Label1->wordWrap());
+    QCOMPARE(entries(dialog.QuickBox), QStringList{"velkin"});
+    QCOMPARE(dialog.OkBtn->text(), QStringLiteral("Update"));
+    QCOMPARE(dialog.CancelBtn->text(), QStringLiteral("Cancel"));
+    QVERIFY(dialog.OkBtn->isDefault());
+    QCOMPARE(dialog.mixmasterDir(), m_env->mixFolder());
+    for (const char* name :
+         {"Label1", "SourceBox", "PageListBox", "QuickBox", "QuickListBox", "OkBtn", "CancelBtn"})
+        QVERIFY2(dialog.findChild<QWidget*>(QLatin1String(name)), name);
+}
+
+void TestUpdateSelectDlg::listsAtOpen_data() {
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<QStringList>("sources");
+    QTest::addColumn<QStringList>("pages");
+    QTest::addColumn<QStringList>("quick");
+
+    QTest::newRow("ordinary") << Ordinary << QStringList{"alpha", "beta"}
+                              << QStringList{"mlist.txt", "pubring.mix", "type2.list", "rlist.txt"}
+                              << QStringList{"advisory.txt", "urls.txt", "nymserver.asc"};
+    QTest::newRow("missing file") << QByteArray("<missing>") << QStringList() << QStringList()
+                                  << QStringList();
+    QTest::newRow("[VELKIN] and [Velkin] left out")
+        << QByteArray("[VELKIN]\nmlist.txt http://V/m\n\n[Velkin]\n\n[alpha]\n"
+                      "rlist.txt http://a/r\n")
+        << QStringList{"alpha"} << QStringList{"rlist.txt"} << QStringList();
+    // The trimmed header loses its blank, and its section is found.
+    QTest::newRow("blank after the bracket")
+        << QByteArray("[alpha] \nmlist.txt http://a/m\n\n[velkin]\nurls.txt http://v/u\n")
+        << QStringList{"alpha"} << QStringList{"mlist.txt"} << QStringList{"urls.txt"};
+    QTest::newRow("duplicate sections both listed")
+        << QByteArray("[alpha]\nmlist.txt http://a/1\n\n[beta]\nmlist.txt http://b/1\n\n"
+                      "[alpha]\nrlist.txt http://a/2\n")
+        << QStringList{"alpha", "beta", "alpha"} << QStringList{"mlist.txt", "rlist.txt"}
+        << QStringList();
+    QTest::newRow("lines without a blank skipped")
+        << QByteArray("[alpha]\nmlist.txt\npubring.mix http://a/p\nnote\n  rlist.txt  http://a/r\n")
+        << QStringList{"alpha"} << QStringList{"pubring.mix", "rlist.txt"} << QStringList();
+    QTest::newRow("text before the first section and CR LF")
+        << QByteArray("velkin urls\r\nmlist.txt http://stray/m\r\n\r\n[alpha]\r\n"
+                      "pubring.asc http://a/p\r\n\r\n[velkin]\r\nmail2news.txt http://v/m\r\n")
+        << QStringList{"alpha"} << QStringList{"pubring.asc"} << QStringList{"mail2news.txt"};
+}
+
+void TestUpdateSelectDlg::listsAtOpen() {
+    QFETCH(QByteArray, content);
+    QFETCH(QStringList, sources);
+    QFETCH(QStringList, pages);
+    QFETCH(QStringList, quick);
+    if (content == "<missing>")
+        QVERIFY(QFile::remove(urlsPath()));
+    else
+        TempEnvironment::writeFile(urlsPath(), content);
+    TUpdateSelectDlg dialog(nullptr, &m_ui, urlsPath());
+    QCOMPARE(entries(dialog.SourceBox), sources);
+    QCOMPARE(dialog.SourceBox->currentIndex(), sources.isEmpty() ? -1 : 0);
+    QCOMPARE(items(dialog.PageListBox), pages);
+    QCOMPARE(dialog.QuickBox->currentText(), QStringLiteral("velkin"));
+    QCOMPARE(items(dialog.QuickListBox), quick);
+    QVERIFY(allCheckableAndUnticked(dialog.PageListBox));
+    QVERIFY(allCheckableAndUnticked(dialog.QuickListBox));
+    // Opening lists at once; only a change waits.
+    QVERIFY(m_ui.waits.isEmpty());
+}
+
+void TestUpdateSelectDlg::sourceBoxChangeRelists() {
+    TUpdateSelectDlg dialog(nullptr, &m_ui, urlsPath());
+    dialog.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&dialog));
+    m_ui.watched = dialog.PageListBox;
+    tick(dialog.PageListBox, {"mlist.txt"});
+    QCOMPARE(dialog.PageListBox->item(0)->checkState(), Qt::Checked);
+
+    dialog.SourceBox->setFocus();
+    QTest::keyClick(dialog.SourceBox, Qt::Key_Down);
+    QCOMPARE(dialog.SourceBox->currentText(), QStringLiteral("beta"));
+    // Cleared, then a 200 ms wait through the front end, then the new pages.
+    QCOMPARE(m_ui.waits, QList<int>{200});
+    QCOMPARE(m_ui.listSizes, QList<int>{0});
+    QVERIFY2(m_ui.waited.first() >= 190, qPrintable(QString::number(m_ui.waited.first())));
+    QCOMPARE(items(dialog.PageListBox), QStringList({"rlist.txt", "pubring.asc"}));
+    QVERIFY(allCheckableAndUnticked(dialog.PageListBox));
+    QCOMPARE(items(dialog.QuickListBox),
+             QStringList({"advisory.txt", "urls.txt", "nymserver.asc"}));
+
+    // Back again: the ticks of before are gone.
+    QTest::keyClick(dialog.SourceBox, Qt::Key_Up);
+    QCOMPARE(m_ui.waits, QList<int>({200, 200}));
+    QCOMPARE(items(dialog.PageListBox),
+             QStringList({"mlist.txt", "pubring.mix", "type2.list", "rlist.txt"}));
+    QVERIFY(allCheckableAndUnticked(dialog.PageListBox));
+}
+
+void TestUpdateSelectDlg::quickBoxChangeRelists() {
+    TUpdateSelectDlg dialog(nullptr, &m_ui, urlsPath());
+    m_ui.watched = dialog.QuickListBox;
+    tick(dialog.QuickListBox, {"urls.txt"});
+    // The box has a single entry; a change can only come from the program.
+    dialog.QuickBox->addItem(QStringLiteral("beta"));
+    dialog.QuickBox->setCurrentIndex(1);
+    QCOMPARE(m_ui.waits, QList<int>{200});
+    QCOMPARE(m_ui.listSizes, QList<int>{0});
+    QCOMPARE(items(dialog.QuickListBox), QStringList({"rlist.txt", "pubring.asc"}));
+    QVERIFY(allCheckableAndUnticked(dialog.QuickListBox));
+    QCOMPARE(items(dialog.PageListBox),
+             QStringList({"mlist.txt", "pubring.mix", "type2.list", "rlist.txt"}));
+}
+
+// A change lists the section as the file holds it then.
+void TestUpdateSelectDlg::changeReadsFileAfresh() {
+    TUpdateSelectDlg dialog(nullptr, &m_ui, urlsPath());
+    TempEnvironment::writeFile(urlsPath(), "[alpha]\nmlist.txt http://a/m\n\n"
+                                           "[beta]\nmail2news.txt http://b/m\n");
+    dialog.SourceBox->setCurrentIndex(1);
+    QCOMPARE(items(dialog.PageListBox), QStringList{"mail2news.txt"});
+}
+
+void TestUpdateSelectDlg::selectUpdate_data() {
+    QTest::addColumn<int>("sourceIndex");
+    QTest::addColumn<QStringList>("ticks");
+    QTest::addColumn<QStringList>("quickTicks");
+    QTest::addColumn<QString>("closeBy");
+    QTest::addColumn<bool>("ok");
+    QTest::addColumn<QString>("source");
+    QTest::addColumn<QStringList>("pages");
+    QTest::addColumn<QString>("quickSource");
+    QTest::addColumn<QStringList>("quickPages");
+
+    QTest::newRow("Update with nothing ticked")
+        << 0 << QStringList() << QStringList() << "OkBtn" << true << "alpha" << QStringList()
+        << "velkin" << QStringList();
+    QTest::newRow("ticks come back in list order")
+        << 0 << QStringList{"rlist.txt", "mlist.txt"}
+        << QStringList{"nymserver.asc", "advisory.txt"} << "OkBtn" << true << "alpha"
+        << QStringList{"mlist.txt", "rlist.txt"} << "velkin"
+        << QStringList{"advisory.txt", "nymserver.asc"};
+    QTest::newRow("type2.list ticked is never returned")
+        << 0 << QStringList{"type2.list", "pubring.mix"} << QStringList() << "OkBtn" << true
+        << "alpha" << QStringList{"pubring.mix"} << "velkin" << QStringList();
+    QTest::newRow("only type2.list ticked")
+        << 0 << QStringList{"type2.list"} << QStringList{"urls.txt"} << "OkBtn" << true << "alpha"
+        << QStringList() << "velkin" << QStringList{"urls.txt"};
+    QTest::newRow("second source")
+        << 1 << QStringList{"pubring.asc"} << QStringList() << "OkBtn" << true << "beta"
+        << QStringList{"pubring.asc"} << "velkin" << QStringList();
+    QTest::newRow("ticked twice is unticked")
+        << 0 << QStringList{"mlist.txt", "mlist.txt", "rlist.txt"} << QStringList() << "OkBtn"
+        << true << "alpha" << QStringList{"rlist.txt"} << "velkin" << QStringList();
+    QTest::newRow("Cancel leaves every output empty")
+        << 1 << QStringList{"rlist.txt"} << QStringList{"urls.txt"} << "CancelBtn" << false
+        << QString() << QStringList() << QString() << QStringList();
+    QTest::newRow("close box is Cancel")
+        << 0 << QStringList{"mlist.txt"} << QStringList() << "close" << false << QString()
+        << QStringList() << QString() << QStringList();
+    QTest::newRow("Escape is Cancel")
+        << 0 << QStringList{"mlist.txt"} << QStringList() << "escape" << false << QString()
+        << QStringList() << QString() << QStringList();
+    QTest::newRow("Enter is Update")
+        << 0 << QStringList{"mlist.txt"} << QStringList() << "enter" << true << "alpha"
+        << QStringList{"mlist.txt"} << "velkin" << QStringList();
+}
+
+void TestUpdateSelectDlg::selectUpdate() {
+    QFETCH(int, sourceIndex);
+    QFETCH(QStringList, ticks);
+    QFETCH(QStringList, quickTicks);
+    QFETCH(QString, closeBy);
+    QFETCH(bool, ok);
+    QFETCH(QString, source);
+    QFETCH(QStringList, pages);
+    QFETCH(QString, quickSource);
+    QFETCH(QStringList, quickPages);
+
+    QWidget owner;
+    owner.resize(600, 500);
+    owner.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&owner));
+
+    // Left over from an earlier run; cleared whatever the outcome.
+    QString outSource = "old";
+    QStringList outPages{"old.txt"};
+    QString outQuickSource = "old";
+    QStringList outQuickPages{"old.txt"};
+    const bool result = runModal(
+        &owner,
+        [&](TUpdateSelectDlg* dialog) {
+            dialog->SourceBox->setFocus();
+            for (int i = 0; i < sourceIndex; ++i)
+                QTest::keyClick(dialog->SourceBox, Qt::Key_Down);
+            tick(dialog->PageListBox, ticks);
+            tick(dialog->QuickListBox, quickTicks);
+            if (closeBy == "close") {
+                dialog->close();
+            } else if (closeBy == "escape") {
+                QTest::keyClick(dialog, Qt::Key_Escape);
+            } else if (closeBy == "enter") {
+                dialog->PageListBox->clearFocus();
+                dialog->OkBtn->setFocus();
+                QTest::keyClick(dialog->OkBtn, Qt::Key_Return);
+            } else {
+                QTest::mouseClick(dialog->findChild<QPushButton*>(closeBy), Qt::LeftButton);
+            }
+        },
+        outSource, outPages, outQuickSource, outQuickPages);
+    QVERIFY(!m_guardFired);
+    QCOMPARE(result, ok);
+    QCOMPARE(outSource, source);
+    QCOMPARE(outPages, pages);
+    QCOMPARE(outQuickSource, quickSource);
+    QCOMPARE(outQuickPages, quickPages);
+}
+
+void TestUpdateSelectDlg::lookFromSettings() {
+    TempEnvironment::writeFile(m_env->programFolder() + "vkstats.ini",
+                               "[stats]\nwindowcolor=16711680\ndialogfont=Courier New,15,b,0\n");
+    TUpdateSelectDlg dialog(nullptr, &m_ui, urlsPath());
+    QCOMPARE(dialog.PageListBox->palette().color(QPalette::Base), QColor(0, 0, 255));
+    QCOMPARE(dialog.QuickListBox->palette().color(QPalette::Base), QColor(0, 0, 255));
+    QCOMPARE(dialog.font().pointSize(), 15);
+    QVERIFY(dialog.font().bold());
+    QCOMPARE(dialog.PageListBox->font().pointSize(), 15);
+    QCOMPARE(dialog.OkBtn->font().pointSize(), 15);
+}
+
+void TestUpdateSelectDlg::fixedSizeCentredOnOwner() {
+    QWidget owner;
+    // Inside the screen, which would otherwise push the dialog back in.
+    owner.setGeometry(20, 30, 740, 520);
+    owner.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&owner));
+    QPoint offset(1000, 1000);
+    bool fixed = false;
+    bool labelWhole = false;
+    bool modalOverOwner = false;
+    QString source;
+    QString quickSource;
+    QStringList pages;
+    QStringList quickPages;
+    const bool result = runModal(
+        &owner,
+        [&](TUpdateSelectDlg* dialog) {
+            offset = dialog->frameGeometry().center() - owner.frameGeometry().center();
+            fixed = dialog->minimumSize() == dialog->maximumSize() &&
+                    dialog->size() == dialog->minimumSize();
+            labelWhole =
+                dialog->Label1->height() >= dialog->Label1->heightForWidth(dialog->Label1->width());
+            modalOverOwner = dialog->isModal() && dialog->parentWidget() == &owner;
+            dialog->reject();
+        },
+        source, pages, quickSource, quickPages);
+    QVERIFY(!m_guardFired);
+    QVERIFY(!result);
+    QVERIFY(fixed);
+    QVERIFY(labelWhole);
+    QVERIFY(modalOverOwner);
+    QVERIFY2(offset.manhattanLength() <= 2,
+             qPrintable(QStringLiteral("off by %1,%2").arg(offset.x()).arg(offset.y())));
+}
+
+void TestUpdateSelectDlg::assertions_data() {
+    QTest::addColumn<QString>("fault");
+    QTest::addColumn<QByteArray>("message");
+    QTest::newRow("empty path")
+        << "path"
+        << QByteArray("Assertion failed: !m_urlsPath.isEmpty(), file stats\\UpdateSelectDlgs");
+    QTest::newRow("no Mixmaster folder")
+        << "mixmaster"
+        << QByteArray("Assertion failed: !m_mixDir.isEmpty(), file stats\\UpdateSelectDlgs");
+}
+
+void TestUpdateSelectDlg::assertions() {
+    QFETCH(QString, fault);
+    QFETCH(QByteArray, message);
+    QTemporaryDir home; // without a .Mix folder
+    QVERIFY(home.isValid());
+    QProcess child;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QString::fromLatin1(AssertChild), fault);
+    environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    if (fault == "mixmaster") {
+        environment.remove(QStringLiteral("MIXPATH"));
+        environment.insert(QStringLiteral("HOME"), home.path());
+    }
+    child.setProcessEnvironment(environment);
+    child.start(QCoreApplication::applicationFilePath(), {});
+    if (!child.waitForFinished(30000)) {
+        child.kill();
+        child.waitForFinished();
+        QFAIL("the child did not stop at the check");
+    }
+    QCOMPARE(child.exitStatus(), QProcess::CrashExit);
+    const QByteArray stderrText = child.readAllStandardError();
+    QVERIFY2(stderrText.contains(message), stderrText.constData());
+}
+
+int main(int argc, char** argv) {
+    // The child of assertions(): it must stop at the check.
+    if (qEnvironmentVariableIsSet(AssertChild)) {
+        QApplication app(argc, argv);
+        const bool emptyPath = qEnvironmentVariable(AssertChild) == QLatin1String("path");
+        QWidget owner;
+        TestFrontEnd ui;
+        QString source = QStringLiteral("x");
+        QStringList pages{QStringLiteral("x")};
+        QString quickSource = QStringLiteral("x");
+        QStringList quickPages{QStringLiteral("x")};
+        SelectUpdate(&owner, &ui, emptyPath ? QString() : ProgramFolder() + "urls.txt", source,
+                     pages, quickSource, quickPages);
+        return 0;
+    }
+    QApplication app(argc, argv);
+    TestUpdateSelectDlg test;
+    QTEST_SET_MAIN_SOURCE_PATH
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_updateselectdlg.moc"
