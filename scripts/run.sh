@@ -22,20 +22,9 @@ mkdir -p "$VKSTATS_HOME" "$MIXPATH"
 # deceased remailers to report.
 cp "$root/data/demo/stored/"* "$MIXPATH"
 
-"$build/app/vkdemopinger" "$root/data/demo/pages" >"$demo/pinger.url" &
-pinger=$!
-trap 'kill $pinger 2>/dev/null || true' EXIT
-for _ in $(seq 50); do [ -s "$demo/pinger.url" ] && break; sleep 0.1; done
-url=$(cat "$demo/pinger.url")
-{
-    echo "velkin urls"
-    echo "[demo]"
-    for page in mlist.txt pubring.mix rlist.txt pubring.asc type2.list; do
-        echo "$page $url$page"
-    done
-    echo
-    echo "[velkin]"
-} >"$VKSTATS_HOME/urls.txt"
+# shellcheck source=scripts/demo-pinger.sh
+. "$root/scripts/demo-pinger.sh"
+start_demo_pinger
 printf '[stats]\npages=mlist.txt,pubring.mix,rlist.txt,pubring.asc\n' >"$VKSTATS_HOME/vkstats.ini"
 
 echo "== VKstats: unattended update from the demo pinger at $url"

@@ -148,7 +148,6 @@ void TVKStatsWin4::createToolBar() {
     ToolBar = addToolBar(QStringLiteral("Toolbar"));
     ToolBar->setObjectName(QStringLiteral("ToolBar"));
     ToolBar->setMovable(false);
-    ToolBar->setToolButtonStyle(Qt::ToolButtonTextUnderIcon);
     auto add = [this](const char* name, const QString& text, QStyle::StandardPixmap icon,
                       const QString& hint) {
         auto* button = new QToolButton(ToolBar);
@@ -156,6 +155,7 @@ void TVKStatsWin4::createToolBar() {
         button->setText(text);
         button->setIcon(style()->standardIcon(icon));
         button->setMinimumSize(38, 30);
+        button->setToolButtonStyle(Qt::ToolButtonTextUnderIcon);
         if (!hint.isEmpty())
             SetHint(button, hint);
         return button;
