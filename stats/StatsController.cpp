@@ -9,12 +9,18 @@
 #include "SuiteDatabase.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 
 namespace {
 
 const QString Velkin = QStringLiteral("velkin");
 const QString LastSourceKey = QStringLiteral("statslastsource");
+
+QByteArray barredBytes() {
+    QFile file(PagePath(QStringLiteral("barred.txt")));
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
 
 QString urlsPath() {
     return PagePath(QStringLiteral("urls.txt"));
@@ -91,6 +97,7 @@ StartResult StatsController::startUp(const QStringList& arguments) {
     if (!InstallDefaultUrls(urlsPath(), &error))
         MsgDlg(m_frontEnd, error, Warning, MbOk);
     loadSettings();
+    m_barredAtStart = barredBytes();
     if (QFileInfo::exists(HelpFileName()))
         InitHtmlHelp(m_frontEnd);
     const QString status = PagePath(QStringLiteral("status.txt"));
@@ -346,13 +353,17 @@ bool StatsController::closeQuery(const QString& windowRecord) {
             setLastSource(shown);
     }
     QString error;
-    if (barredChanged && !ApplyBarredListToStoredFiles(&error))
+    if (barredChanged() && !ApplyBarredListToStoredFiles(&error))
         MsgDlg(m_frontEnd, error, Error, MbOk);
     CloseHtmlHelp();
     saveSettings(windowRecord);
     if (m_frontEnd)
         m_frontEnd->setMainVisible(false);
     return true;
+}
+
+bool StatsController::barredChanged() const {
+    return barredBytes() != m_barredAtStart;
 }
 
 void StatsController::saveSettings(const QString& windowRecord) {

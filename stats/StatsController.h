@@ -73,9 +73,10 @@ public:
     UpdateEngine& engine() { return m_engine; }
 
     bool saveEnabled() const { return m_saveEnabled; }
-    // Set when the barred list was edited, so closing applies it to the
-    // stored files.
-    bool barredChanged = false;
+    // Whether barred.txt changed since start-up (edited by hand or by a
+    // save that barred new remailers): closing then applies it to the
+    // stored pages.
+    bool barredChanged() const;
 
     // The update commands.
     void fileUpdate();
@@ -125,4 +126,5 @@ private:
     bool m_saveEnabled = false;
     std::optional<QStringList> m_commandLinePages;
     SaveResult m_lastSave;
+    QByteArray m_barredAtStart;
 };

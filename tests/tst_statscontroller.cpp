@@ -49,6 +49,8 @@ private slots:
     void closeQuery_data();
     void closeQuery();
     void closeRefusedWhileRunning();
+    void closeAppliesEditedBarredList_data();
+    void closeAppliesEditedBarredList();
 
 private:
     void makeDataFile();
@@ -445,6 +447,29 @@ void TestStatsController::closeRefusedWhileRunning() {
     QCOMPARE(m_ui->messages.size(), 0);
     QCOMPARE(IniFile(IniFileName()).readString("stats", "lastproxy", "unsaved"),
              QStringLiteral("unsaved"));
+}
+
+void TestStatsController::closeAppliesEditedBarredList_data() {
+    QTest::addColumn<bool>("edited");
+    QTest::newRow("edited during the session") << true;
+    QTest::newRow("untouched") << false;
+}
+
+void TestStatsController::closeAppliesEditedBarredList() {
+    QFETCH(bool, edited);
+    makeDataFile();
+    const QByteArray stored = realPage("mlist.txt");
+    TempEnvironment::writeFile(m_env->mixFolder() + "mlist.txt", stored);
+    TempEnvironment::writeFile(m_env->programFolder() + "barred.txt", "lcs\n");
+    QCOMPARE(start(), StartResult::Ready);
+    if (edited)
+        TempEnvironment::writeFile(m_env->programFolder() + "barred.txt", "lcs\naarg\n");
+    QCOMPARE(m_controller->barredChanged(), edited);
+    m_controller->setLastSource(m_controller->currentSourceName());
+    QVERIFY(m_controller->closeQuery(QString()));
+    const QByteArray after = TempEnvironment::readFile(m_env->mixFolder() + "mlist.txt");
+    QCOMPARE(after == stored, !edited);
+    QCOMPARE(after.contains("aarg"), !edited);
 }
 
 QTEST_MAIN(TestStatsController)
