@@ -341,8 +341,11 @@ bool StatsController::closeQuery(const QString& windowRecord) {
     }
     if (!askSavePages())
         return false;
+    // Keeping the shown source makes it the first section, the one
+    // unattended runs use.
     const QString shown = currentSourceName();
-    if (shown != lastSource()) {
+    const StatsSourceList sources(urlsPath(), m_frontEnd);
+    if (shown != sources.sourceNameByIndex(0)) {
         const int answer = MsgDlg(m_frontEnd,
                                   QStringLiteral("Your stats source has been changed. Do you wish "
                                                  "to keep the current source?     "),
@@ -350,7 +353,7 @@ bool StatsController::closeQuery(const QString& windowRecord) {
         if (answer == IdCancel)
             return false;
         if (answer == IdYes)
-            setLastSource(shown);
+            sources.moveSource(shown, 0);
     }
     QString error;
     if (barredChanged() && !ApplyBarredListToStoredFiles(&error))
