@@ -19,20 +19,10 @@ QString firstWord(const QString& line) {
     return blank < 0 ? line : line.left(blank);
 }
 
-// One row of a statistics table: its name goes to the list (and to newbars
-// when every name read is to be barred).
-void takeRow(const QString& row, QStringList& names, bool barnew, QStringList& newbars) {
-    const QString name = firstWord(row);
-    if (barnew)
-        newbars.append(name);
-    names.append(name);
-}
-
 // The two page kinds differ only in what opens the table: Mixmaster pages
 // have a rule of hyphens above it, Cypherpunk pages are recognised by their
 // first "%" row.
-int extractNames(const QStringList& lines, QStringList& names, bool barnew, QStringList& newbars,
-                 bool opensAtHyphens) {
+int extractNames(const QStringList& lines, QStringList& names, bool opensAtHyphens) {
     names.clear();
     bool inTable = false;
     for (const QString& raw : lines) {
@@ -55,7 +45,7 @@ int extractNames(const QStringList& lines, QStringList& names, bool barnew, QStr
         // after it is not trusted to be remailers.
         if (!line.contains(u'%'))
             break;
-        takeRow(line, names, barnew, newbars);
+        names.append(firstWord(line));
     }
     SortRemailerNames(names);
     return int(names.size());
@@ -68,12 +58,14 @@ bool reportChanges(const QString& pageName, const QString& kind, const QStringLi
     const QStringList oldPage = ReadLines(PagePath(pageName));
     QStringList oldNames;
     QStringList newNames;
+    // Only the names that are new go to newbars, with or without barnew:
+    // barring every listed remailer would leave Mixmaster nothing to use.
     if (mixmaster) {
-        ExtractMixmasterNames(oldPage, oldNames, barnew, newbars);
-        ExtractMixmasterNames(newPage, newNames, barnew, newbars);
+        ExtractMixmasterNames(oldPage, oldNames);
+        ExtractMixmasterNames(newPage, newNames);
     } else {
-        ExtractCypherpunkNames(oldPage, oldNames, barnew, newbars);
-        ExtractCypherpunkNames(newPage, newNames, barnew, newbars);
+        ExtractCypherpunkNames(oldPage, oldNames);
+        ExtractCypherpunkNames(newPage, newNames);
     }
     QString newHeading = QStringLiteral("NEW ") + kind + QStringLiteral(" Remailers:");
     if (barnew)
@@ -101,24 +93,12 @@ bool ContainsRemailerName(const QStringList& sortedNames, const QString& name) {
     return it != sortedNames.cend() && it->compare(name, Qt::CaseInsensitive) == 0;
 }
 
-int ExtractMixmasterNames(const QStringList& lines, QStringList& names, bool barnew,
-                          QStringList& newbars) {
-    return extractNames(lines, names, barnew, newbars, true);
-}
-
 int ExtractMixmasterNames(const QStringList& lines, QStringList& names) {
-    QStringList unused;
-    return extractNames(lines, names, false, unused, true);
-}
-
-int ExtractCypherpunkNames(const QStringList& lines, QStringList& names, bool barnew,
-                           QStringList& newbars) {
-    return extractNames(lines, names, barnew, newbars, false);
+    return extractNames(lines, names, true);
 }
 
 int ExtractCypherpunkNames(const QStringList& lines, QStringList& names) {
-    QStringList unused;
-    return extractNames(lines, names, false, unused, false);
+    return extractNames(lines, names, false);
 }
 
 bool AppendRemailerChanges(const QStringList& oldNames, const QStringList& newNames,

@@ -19,17 +19,11 @@ bool ContainsRemailerName(const QStringList& sortedNames, const QString& name);
 // Remailer names of a Mixmaster statistics page (mlist.txt): the table starts
 // after the line of hyphens and ends at a blank line or at a line without
 // "%". Replaces names with the sorted list and returns how many it holds.
-// With barnew set, every name read (repeats included) is also appended to
-// newbars, in page order.
-int ExtractMixmasterNames(const QStringList& lines, QStringList& names, bool barnew,
-                          QStringList& newbars);
 int ExtractMixmasterNames(const QStringList& lines, QStringList& names);
 
 // The same for a Cypherpunk statistics page (rlist.txt), whose table has no
 // hyphen line above it that could be relied on: the first line holding "%"
 // opens the table and is its first row.
-int ExtractCypherpunkNames(const QStringList& lines, QStringList& names, bool barnew,
-                           QStringList& newbars);
 int ExtractCypherpunkNames(const QStringList& lines, QStringList& names);
 
 // Compares two name lists and appends the sections to the report: an empty
