@@ -2,11 +2,13 @@
 
 #include "ChkAddKeysDlgs.h"
 #include "Global2Widgets.h"
+#include "HistoryWins.h"
 #include "IniFile.h"
 #include "KeyringUpdate.h"
 #include "PagePaths.h"
 #include "RearrangeDlgs.h"
 #include "StatsOptionsDlgs.h"
+#include "URLDlgs.h"
 #include "UpdateSelectDlgs.h"
 
 #include <QActionGroup>
@@ -288,7 +290,8 @@ void TVKStatsWin4::createMenus() {
             this, &TVKStatsWin4::UpdateSaveItemClick);
 
     ToolsMenu = addMenu(QStringLiteral("&Tools"), "ToolsMenu");
-    addItem(ToolsMenu, QStringLiteral("&URL Manager"), "ToolsURLManagerItem")->setEnabled(false);
+    connect(addItem(ToolsMenu, QStringLiteral("&URL Manager"), "ToolsURLManagerItem"),
+            &QAction::triggered, this, &TVKStatsWin4::ToolsURLManagerItemClick);
     ToolsProxyItem = addItem(ToolsMenu, QStringLiteral("Pro&xy Manager"), "ToolsProxyItem");
     connect(ToolsProxyItem, &QAction::triggered, this, &TVKStatsWin4::ToolsProxyItemClick);
     ToolsMenu->addSeparator();
@@ -306,7 +309,8 @@ void TVKStatsWin4::createMenus() {
     HelpMenu = addMenu(QStringLiteral("&Help"), "HelpMenu");
     connect(addItem(HelpMenu, QStringLiteral("Topics"), "HelpTopicsItem"), &QAction::triggered,
             this, &TVKStatsWin4::HelpTopicsClick);
-    addItem(HelpMenu, QStringLiteral("&History"), "HelpHistoryItem")->setEnabled(false);
+    connect(addItem(HelpMenu, QStringLiteral("&History"), "HelpHistoryItem"), &QAction::triggered,
+            this, &TVKStatsWin4::HelpHistoryItemClick);
     HelpMenu->addSeparator();
     QMenu* site = HelpMenu->addMenu(QStringLiteral("Pinger Site"));
     site->setObjectName(QStringLiteral("PingerSiteMenu"));
@@ -613,6 +617,13 @@ void TVKStatsWin4::ProxyBoxChange(int index) {
     m_controller.proxyBoxChange(index);
 }
 
+void TVKStatsWin4::ToolsURLManagerItemClick() {
+    ProxySelection& proxies = m_controller.proxies();
+    if (ShowURLManager(this, this, PagePath(QStringLiteral("urls.txt")), proxies.currentName(),
+                       proxies.settings()))
+        m_controller.reloadSources();
+}
+
 void TVKStatsWin4::ToolsProxyItemClick() {
     const QString tool = ProxySelection::proxyManagerPath();
     if (QFileInfo::exists(tool))
@@ -650,6 +661,10 @@ void TVKStatsWin4::HelpTopicsClick() {
                    "Sorry, there is no program help available!\nHTML help is not installed on "
                    "this PC."),
                Information, MbOk);
+}
+
+void TVKStatsWin4::HelpHistoryItemClick() {
+    ShowHistory(this);
 }
 
 void TVKStatsWin4::Timer2Timer() {

@@ -64,10 +64,12 @@ public:
     void SourceBoxChange(int index);
     void ProxyBoxChange(int index);
     void TabSetChange(int index);
+    void ToolsURLManagerItemClick();
     void ToolsProxyItemClick();
     void RearrangeURLsourcesClick();
     void Options1Click();
     void HelpTopicsClick();
+    void HelpHistoryItemClick();
     void Timer2Timer();
     void Timer3Timer();
     void Timer4Timer();

@@ -1,0 +1,853 @@
+#include "Global2.h"
+#include "StatsSources.h"
+#include "StatsWins4.h"
+#include "SuiteDatabase.h"
+#include "TempEnvironment.h"
+#include "TestFrontEnd.h"
+#include "TestPinger.h"
+#include "TextFile.h"
+#include "URLDlgs.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QComboBox>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QFileInfo>
+#include <QMessageBox>
+#include <QPlainTextEdit>
+#include <QProcess>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QTest>
+#include <QTimer>
+
+#include <csignal>
+#include <functional>
+#include <memory>
+#include <sys/resource.h>
+
+namespace {
+
+const char AssertChild[] = "TST_URLDLG_ASSERT";
+
+const QString SaveQuestion = QStringLiteral("Your URLs are modified. Save your changes?");
+const QString BadPage = QStringLiteral(
+    "The new page doesn't look correct. The first line\nshould be 'Velkin URLS'. I'll put this "
+    "page in the    \neditor window for your viewing. Click Cancel to\nreturn to original page.");
+
+QString fetchQuestion(const QString& shownProxy) {
+    return QStringLiteral("Shall I go online and fetch urls.txt?     \nProxy: ") + shownProxy;
+}
+
+QString failureMessage(const QString& url, const QString& meaning) {
+    return QStringLiteral("I was unable to fetch urls.txt from\n") + url + u'\n' + meaning +
+           QStringLiteral("\nYour URLs are unchanged.");
+}
+
+// A list whose "[velkin]" section says where a fresh list lives.
+QByteArray urlsFile(const QString& velkinUrl) {
+    return "velkin urls\n[a]\nmlist.txt http://127.0.0.1:9/mlist.txt\n\n[velkin]\nurls.txt " +
+           velkinUrl.toLatin1() + "\n";
+}
+
+// What the editor shows for a file: its lines, without the last line end.
+QString shown(const QByteArray& file) {
+    return BytesToLines(file).join(u'\n');
+}
+
+const QByteArray NewList = "Velkin URLS\r\n[b]\r\nmlist.txt http://b.example/mlist.txt\r\n\r\n"
+                           "[velkin]\r\n";
+
+// Raises the soft file-size limit back when it goes.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t bytes) {
+        m_ok = getrlimit(RLIMIT_FSIZE, &m_old) == 0;
+        m_oldHandler = std::signal(SIGXFSZ, SIG_IGN);
+        if (m_ok) {
+            rlimit limited = m_old;
+            limited.rlim_cur = bytes;
+            m_ok = setrlimit(RLIMIT_FSIZE, &limited) == 0;
+        }
+    }
+    ~FileSizeLimit() {
+        setrlimit(RLIMIT_FSIZE, &m_old);
+        std::signal(SIGXFSZ, m_oldHandler);
+    }
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+    bool ok() const { return m_ok; }
+
+private:
+    rlimit m_old{};
+    void (*m_oldHandler)(int) = nullptr;
+    bool m_ok = false;
+};
+
+// Types a new last line into the editor, as a user would.
+void typeLine(TURLDlg* dialog, const QString& line) {
+    dialog->Editor->moveCursor(QTextCursor::End);
+    QTest::keyClick(dialog->Editor, Qt::Key_Return);
+    QTest::keyClicks(dialog->Editor, line);
+}
+
+void closeBy(TURLDlg* dialog, const QString& how) {
+    if (how == QLatin1String("escape"))
+        QTest::keyClick(dialog, Qt::Key_Escape);
+    else if (how == QLatin1String("close"))
+        dialog->close();
+    else
+        QTest::mouseClick(dialog->findChild<QPushButton*>(how), Qt::LeftButton);
+}
+
+// Answers the next message box with the given button and records its text.
+void answerNextMessage(QMessageBox::StandardButton button, QString* text) {
+    QTimer::singleShot(50, [button, text] {
+        if (auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) {
+            *text = box->text();
+            box->button(button)->click();
+        }
+    });
+}
+
+} // namespace
+
+class TestURLDlg : public QObject {
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup();
+
+    void controls();
+    void lookFromSettings();
+    void closing_data();
+    void closing();
+    void cancelAnswerKeepsDialogOpen();
+    void failedSaveKeepsDialogOpen();
+    void refreshQuestion_data();
+    void refreshQuestion();
+    void refreshReplaces();
+    void firstLineCheck_data();
+    void firstLineCheck();
+    void reviewedPageCanBeSaved();
+    void failedDownload_data();
+    void failedDownload();
+    void timeoutFromSettings();
+    void noUrlForTheList();
+    void cancelDuringDownload_data();
+    void cancelDuringDownload();
+    void progressShown();
+    void help_data();
+    void help();
+    void mainWindowMenu();
+    void assertions_data();
+    void assertions();
+
+private:
+    QString urlsPath() const { return m_env->programFolder() + "urls.txt"; }
+    QString iniPath() const { return m_env->programFolder() + "vkstats.ini"; }
+    QString listUrl() const { return m_pinger->url(QStringLiteral("/urls.txt")); }
+    // Runs ShowURLManager and acts on the dialog from inside its modal loop.
+    // A guard closes it should the action not.
+    bool runModal(const std::function<void(TURLDlg*)>& act, const QString& proxyName = "<none>",
+                  const QStringList& proxySettings = {});
+
+    std::unique_ptr<TempEnvironment> m_env;
+    std::unique_ptr<TestPinger> m_pinger;
+    TestFrontEnd m_ui;
+    bool m_guardFired = false;
+};
+
+void TestURLDlg::init() {
+    m_env.reset(); // the old one restores the environment it found
+    m_env = std::make_unique<TempEnvironment>();
+    QVERIFY(m_env->isValid());
+    m_pinger = std::make_unique<TestPinger>();
+    QVERIFY(m_pinger->listen());
+    m_ui = TestFrontEnd();
+    TempEnvironment::writeFile(urlsPath(), urlsFile(listUrl()));
+}
+
+// Every dialog is gone by the end of a test: the entry function frees it.
+void TestURLDlg::cleanup() {
+    for (QWidget* widget : QApplication::topLevelWidgets())
+        QVERIFY(!qobject_cast<TURLDlg*>(widget));
+    m_pinger.reset();
+}
+
+bool TestURLDlg::runModal(const std::function<void(TURLDlg*)>& act, const QString& proxyName,
+                          const QStringList& proxySettings) {
+    m_guardFired = false;
+    bool acted = false;
+    QTimer::singleShot(0, this, [&] {
+        if (auto* dialog = qobject_cast<TURLDlg*>(QApplication::activeModalWidget())) {
+            acted = true;
+            act(dialog);
+        }
+    });
+    QTimer guard;
+    guard.setSingleShot(true);
+    connect(&guard, &QTimer::timeout, this, [this] {
+        m_guardFired = true;
+        for (QWidget* widget : QApplication::topLevelWidgets()) {
+            if (auto* dialog = qobject_cast<TURLDlg*>(widget)) {
+                // Out of a download, out of a review, then out without saving.
+                for (int i = 0; i < 3 && dialog->isVisible(); ++i) {
+                    m_ui.answers = {IdNo};
+                    dialog->reject();
+                }
+            }
+        }
+    });
+    guard.start(20000);
+    QWidget owner;
+    owner.setGeometry(20, 30, 740, 520);
+    owner.show();
+    const bool saved = ShowURLManager(&owner, &m_ui, urlsPath(), proxyName, proxySettings);
+    if (!acted)
+        m_guardFired = true;
+    return saved;
+}
+
+void TestURLDlg::controls() {
+    TURLDlg dialog(nullptr, &m_ui, urlsPath(), "<none>", {});
+    QCOMPARE(dialog.windowTitle(), QStringLiteral("URL Manager"));
+    QCOMPARE(dialog.Editor->toPlainText(), shown(urlsFile(listUrl())));
+    QVERIFY(!dialog.Editor->isReadOnly());
+    QVERIFY(!dialog.isModified());
+    QCOMPARE(dialog.OkBtn->text(), QStringLiteral("OK"));
+    QCOMPARE(dialog.CancelBtn->text(), QStringLiteral("Cancel"));
+    QCOMPARE(dialog.RefreshBtn->text(), QStringLiteral("&Refresh"));
+    QCOMPARE(dialog.HelpBtn->text(), QStringLiteral("&Help"));
+    QVERIFY(dialog.OkBtn->isDefault());
+    QCOMPARE(dialog.ProgressBar->minimum(), 0);
+    QCOMPARE(dialog.ProgressBar->maximum(), 100);
+    QCOMPARE(dialog.ProgressBar->value(), 0);
+    for (const char* name :
+         {"Editor", "ProgressBar", "OkBtn", "CancelBtn", "RefreshBtn", "HelpBtn"})
+        QVERIFY2(dialog.findChild<QWidget*>(QLatin1String(name)), name);
+    QVERIFY(m_ui.messages.isEmpty());
+
+    // A missing file is an empty list to start from.
+    QVERIFY(QFile::remove(urlsPath()));
+    TURLDlg empty(nullptr, &m_ui, urlsPath(), "<none>", {});
+    QCOMPARE(empty.Editor->toPlainText(), QString());
+    QVERIFY(!empty.isModified());
+}
+
+void TestURLDlg::lookFromSettings() {
+    TempEnvironment::writeFile(iniPath(), "[stats]\nwindowcolor=255\n"
+                                          "dialogfont=Courier New,13,i,0\n"
+                                          "editorfont=Arial,17,b,0\n");
+    TURLDlg dialog(nullptr, &m_ui, urlsPath(), "<none>", {});
+    QCOMPARE(dialog.Editor->palette().color(QPalette::Base), QColor(255, 0, 0));
+    QCOMPARE(dialog.font().pointSize(), 13);
+    QVERIFY(dialog.font().italic());
+    QCOMPARE(dialog.OkBtn->font().pointSize(), 13);
+    QCOMPARE(dialog.Editor->font().pointSize(), 17);
+    QVERIFY(dialog.Editor->font().bold());
+}
+
+void TestURLDlg::closing_data() {
+    QTest::addColumn<bool>("edit");
+    QTest::addColumn<QString>("how");
+    QTest::addColumn<int>("answer"); // 0: none queued
+    QTest::addColumn<bool>("asked");
+    QTest::addColumn<bool>("saved");
+
+    QTest::newRow("unchanged, OK") << false << "OkBtn" << 0 << false << false;
+    QTest::newRow("unchanged, Cancel") << false << "CancelBtn" << 0 << false << false;
+    QTest::newRow("unchanged, Escape") << false << "escape" << 0 << false << false;
+    QTest::newRow("edited, OK answered Yes") << true << "OkBtn" << int(IdYes) << true << true;
+    QTest::newRow("edited, OK answered No") << true << "OkBtn" << int(IdNo) << true << false;
+    QTest::newRow("edited, Cancel answered Yes")
+        << true << "CancelBtn" << int(IdYes) << true << true;
+    QTest::newRow("edited, Cancel answered No")
+        << true << "CancelBtn" << int(IdNo) << true << false;
+    QTest::newRow("edited, Escape answered Yes") << true << "escape" << int(IdYes) << true << true;
+    QTest::newRow("edited, close box answered No") << true << "close" << int(IdNo) << true << false;
+}
+
+void TestURLDlg::closing() {
+    QFETCH(bool, edit);
+    QFETCH(QString, how);
+    QFETCH(int, answer);
+    QFETCH(bool, asked);
+    QFETCH(bool, saved);
+    const QByteArray before = TempEnvironment::readFile(urlsPath());
+    const QDateTime stamp = QFileInfo(urlsPath()).lastModified();
+    if (answer)
+        m_ui.answers = {answer};
+    bool closed = false;
+    const bool result = runModal([&](TURLDlg* dialog) {
+        if (edit)
+            typeLine(dialog, QStringLiteral("[c]"));
+        closeBy(dialog, how);
+        closed = !dialog->isVisible();
+    });
+    QVERIFY(!m_guardFired);
+    QVERIFY(closed);
+    QCOMPARE(result, saved);
+    if (asked) {
+        QCOMPARE(m_ui.messageTexts(), QStringList{SaveQuestion});
+        QCOMPARE(m_ui.messages.first().type, Confirm);
+        QCOMPARE(m_ui.messages.first().buttons, int(MbYesNoCancel));
+        QCOMPARE(m_ui.messages.first().style, MsgStyle::CentredDialog);
+    } else {
+        QVERIFY(m_ui.messages.isEmpty());
+    }
+    if (saved) {
+        QCOMPARE(TempEnvironment::readFile(urlsPath()), before + "[c]\n");
+    } else {
+        QCOMPARE(TempEnvironment::readFile(urlsPath()), before);
+        // Not even rewritten with the same bytes.
+        QCOMPARE(QFileInfo(urlsPath()).lastModified(), stamp);
+    }
+}
+
+void TestURLDlg::cancelAnswerKeepsDialogOpen() {
+    const QByteArray before = TempEnvironment::readFile(urlsPath());
+    m_ui.answers = {IdCancel, IdCancel, IdYes};
+    bool openAfterCancel = false;
+    bool openAfterOk = false;
+    QString textAfter;
+    const bool result = runModal([&](TURLDlg* dialog) {
+        typeLine(dialog, QStringLiteral("[c]"));
+        QTest::mouseClick(dialog->CancelBtn, Qt::LeftButton);
+        openAfterCancel = dialog->isVisible();
+        QTest::mouseClick(dialog->OkBtn, Qt::LeftButton);
+        openAfterOk = dialog->isVisible();
+        textAfter = dialog->Editor->toPlainText();
+        QTest::mouseClick(dialog->OkBtn, Qt::LeftButton); // answered Yes
+    });
+    QVERIFY(!m_guardFired);
+    QVERIFY(openAfterCancel);
+    QVERIFY(openAfterOk);
+    QVERIFY(result);
+    QCOMPARE(textAfter, shown(before) + "\n[c]");
+    QCOMPARE(m_ui.messageTexts(), QStringList({SaveQuestion, SaveQuestion, SaveQuestion}));
+    QCOMPARE(TempEnvironment::readFile(urlsPath()), before + "[c]\n");
+}
+
+void TestURLDlg::failedSaveKeepsDialogOpen() {
+    const QByteArray before = TempEnvironment::readFile(urlsPath());
+    bool limited = true;
+    bool openAfterOk = false;
+    m_ui.answers = {IdYes, IdOk, IdNo}; // save, the failure, then leave unsaved
+    const bool result = runModal([&](TURLDlg* dialog) {
+        typeLine(dialog, QStringLiteral("[c]"));
+        {
+            FileSizeLimit limit(16);
+            limited = limit.ok();
+            if (limited)
+                QTest::mouseClick(dialog->OkBtn, Qt::LeftButton);
+        }
+        openAfterOk = dialog->isVisible();
+        QTest::mouseClick(dialog->CancelBtn, Qt::LeftButton);
+    });
+    if (!limited)
+        QSKIP("cannot lower the file-size limit here");
+    QVERIFY(!m_guardFired);
+    QVERIFY(openAfterOk);
+    QVERIFY(!result);
+    const QString saveFailed =
+        "I was unable to save " + urlsPath() + ". Possibly you don't have file permissions.     ";
+    QCOMPARE(m_ui.messageTexts(), QStringList({SaveQuestion, saveFailed, SaveQuestion}));
+    QCOMPARE(m_ui.messages.at(1).type, Error);
+    QCOMPARE(TempEnvironment::readFile(urlsPath()), before);
+}
+
+void TestURLDlg::refreshQuestion_data() {
+    QTest::addColumn<QString>("proxyName");
+    QTest::addColumn<QString>("shownName");
+    QTest::newRow("no proxy") << "<none>"
+                              << "none";
+    QTest::newRow("no proxy box entry") << ""
+                                        << "none";
+    QTest::newRow("a stored proxy") << "tor"
+                                    << "tor";
+    QTest::newRow("a name with blanks") << "office proxy"
+                                        << "office proxy";
+}
+
+// Answered No, nothing goes online.
+void TestURLDlg::refreshQuestion() {
+    QFETCH(QString, proxyName);
+    QFETCH(QString, shownName);
+    m_pinger->serve("/urls.txt", NewList);
+    QString textAfter;
+    bool modified = true;
+    const bool result = runModal(
+        [&](TURLDlg* dialog) {
+            QTest::mouseClick(dialog->RefreshBtn, Qt::LeftButton); // answered No
+            textAfter = dialog->Editor->toPlainText();
+            modified = dialog->isModified();
+            QTest::mouseClick(dialog->CancelBtn, Qt::LeftButton);
+        },
+        proxyName);
+    QVERIFY(!m_guardFired);
+    QVERIFY(!result);
+    QCOMPARE(m_ui.messageTexts(), QStringList{fetchQuestion(shownName)});
+    QCOMPARE(m_ui.messages.first().type, Confirm);
+    QCOMPARE(m_ui.messages.first().buttons, int(MbYesNo));
+    QVERIFY(m_pinger->requests().isEmpty());
+    QCOMPARE(textAfter, shown(urlsFile(listUrl())));
+    QVERIFY(!modified);
+}
+
+void TestURLDlg::refreshReplaces() {
+    m_pinger->serve("/urls.txt", NewList);
+    m_ui.answers = {IdYes};
+    QString textAfter;
+    bool modified = false;
+    bool reviewing = true;
+    bool openAfterCancel = false;
+    int progress = -1;
+    const bool result = runModal([&](TURLDlg* dialog) {
+        QTest::mouseClick(dialog->RefreshBtn, Qt::LeftButton);
+        textAfter = dialog->Editor->toPlainText();
+        modified = dialog->isModified();
+        reviewing = dialog->isReviewing();
+        progress = dialog->ProgressBar->value();
+        // A fetched list counts as a change: Cancel asks (answered Cancel,
+        // so the dialog stays), OK asks again (answered Yes).
+        m_ui.answers = {IdCancel, IdYes};
+        QTest::mouseClick(dialog->CancelBtn, Qt::LeftButton);
+        openAfterCancel = dialog->isVisible();
+        QTest::mouseClick(dialog->OkBtn, Qt::LeftButton);
+    });
+    QVERIFY(!m_guardFired);
+    QVERIFY(result);
+    QCOMPARE(textAfter, QStringLiteral("Velkin URLS\n[b]\nmlist.txt http://b.example/mlist.txt\n\n"
+                                       "[velkin]"));
+    QVERIFY(modified);
+    QVERIFY(!reviewing);
+    QVERIFY(openAfterCancel);
+    QCOMPARE(progress, 100);
+    QCOMPARE(m_ui.messageTexts(), QStringList({fetchQuestion("none"), SaveQuestion, SaveQuestion}));
+    QCOMPARE(m_pinger->requests().size(), 1);
+    QCOMPARE(m_pinger->requests().first().path, QByteArray("/urls.txt"));
+    // Saved in the program's line ends.
+    QCOMPARE(TempEnvironment::readFile(urlsPath()),
+             QByteArray("Velkin URLS\n[b]\nmlist.txt http://b.example/mlist.txt\n\n[velkin]\n"));
+}
+
+void TestURLDlg::firstLineCheck_data() {
+    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<bool>("accepted");
+    QTest::newRow("as written") << QByteArray("velkin urls\n[b]\n") << true;
+    QTest::newRow("capitals and blanks around")
+        << QByteArray("  VELKIN URLS \t\r\n[b]\r\n") << true;
+    QTest::newRow("only the first line") << QByteArray("Velkin Urls") << true;
+    QTest::newRow("a word more") << QByteArray("velkin urls list\n[b]\n") << false;
+    QTest::newRow("a letter less") << QByteArray("velkin url\n[b]\n") << false;
+    QTest::newRow("blank line first") << QByteArray("\nvelkin urls\n[b]\n") << false;
+    QTest::newRow("blank inside") << QByteArray("velkin  urls\n[b]\n") << false;
+    QTest::newRow("a web page") << QByteArray("<html><body>moved</body></html>\n") << false;
+    QTest::newRow("empty page") << QByteArray() << false;
+}
+
+void TestURLDlg::firstLineCheck() {
+    QFETCH(QByteArray, body);
+    QFETCH(bool, accepted);
+    m_pinger->serve("/urls.txt", body);
+    const QByteArray before = TempEnvironment::readFile(urlsPath());
+    m_ui.answers = {IdYes};
+    QString textAfter;
+    bool modified = false;
+    bool reviewing = false;
+    bool openAfterCancel = false;
+    QString textAfterCancel;
+    bool modifiedAfterCancel = true;
+    const bool result = runModal([&](TURLDlg* dialog) {
+        QTest::mouseClick(dialog->RefreshBtn, Qt::LeftButton);
+        textAfter = dialog->Editor->toPlainText();
+        modified = dialog->isModified();
+        reviewing = dialog->isReviewing();
+        m_ui.answers = {IdNo};
+        QTest::mouseClick(dialog->CancelBtn, Qt::LeftButton);
+        openAfterCancel = dialog->isVisible();
+        textAfterCancel = dialog->Editor->toPlainText();
+        modifiedAfterCancel = dialog->isModified();
+        if (openAfterCancel)
+            QTest::mouseClick(dialog->CancelBtn, Qt::LeftButton);
+    });
+    QVERIFY(!m_guardFired);
+    QVERIFY(!result);
+    // The fetched text is shown either way.
+    QCOMPARE(textAfter, BytesToLines(body).join(u'\n'));
+    QVERIFY(modified);
+    QCOMPARE(reviewing, !accepted);
+    if (accepted) {
+        // Closing asks; No leaves the file.
+        QCOMPARE(m_ui.messageTexts(), QStringList({fetchQuestion("none"), SaveQuestion}));
+        QVERIFY(!openAfterCancel);
+    } else {
+        QCOMPARE(m_ui.messageTexts(), QStringList({fetchQuestion("none"), BadPage}));
+        QCOMPARE(m_ui.messages.at(1).type, Warning);
+        QCOMPARE(m_ui.messages.at(1).buttons, int(MbOk));
+        // Cancel went back to the original page and kept the dialog; the
+        // second Cancel closed it without a question.
+        QVERIFY(openAfterCancel);
+        QCOMPARE(textAfterCancel, shown(before));
+        QVERIFY(!modifiedAfterCancel);
+    }
+    QCOMPARE(TempEnvironment::readFile(urlsPath()), before);
+}
+
+// OK on a page under review is the user's choice to keep it; Cancel also
+// brings back unsaved edits made before the fetch.
+void TestURLDlg::reviewedPageCanBeSaved() {
+    m_pinger->serve("/urls.txt", "not a list\n");
+    m_ui.answers = {IdYes, IdOk, IdYes, IdOk};
+    QString restored;
+    bool restoredModified = false;
+    const bool result = runModal([&](TURLDlg* dialog) {
+        typeLine(dialog, QStringLiteral("[mine]"));
+        QTest::mouseClick(dialog->RefreshBtn, Qt::LeftButton); // bad page
+        QTest::mouseClick(dialog->RefreshBtn, Qt::LeftButton); // bad again
+        QTest::keyClick(dialog, Qt::Key_Escape);
+        restored = dialog->Editor->toPlainText();
+        restoredModified = dialog->isModified();
+        m_ui.answers = {IdYes, IdOk, IdYes};
+        QTest::mouseClick(dialog->RefreshBtn, Qt::LeftButton);
+        QTest::mouseClick(dialog->OkBtn, Qt::LeftButton); // save answered Yes
+    });
+    QVERIFY(!m_guardFired);
+    QVERIFY(result);
+    QCOMPARE(restored, shown(urlsFile(listUrl())) + "\n[mine]");
+    QVERIFY(restoredModified);
+    QCOMPARE(m_ui.messageTexts(),
+             QStringList({fetchQuestion("none"), BadPage, fetchQuestion("none"), BadPage,
+                          fetchQuestion("none"), BadPage, SaveQuestion}));
+    QCOMPARE(TempEnvironment::readFile(urlsPath()), QByteArray("not a list\n"));
+}
+
+void TestURLDlg::failedDownload_data() {
+    QTest::addColumn<QString>("kind");
+    QTest::addColumn<QStringList>("proxySettings");
+    QTest::addColumn<QString>("meaning");
+    QTest::newRow("404") << "404" << QStringList() << "http error (-5005): HTTP 404 Not Found";
+    QTest::newRow("503 with a page")
+        << "503" << QStringList() << "http error (-5005): HTTP 503 Service Unavailable";
+    QTest::newRow("server gone") << "closed" << QStringList() << "timed out (-5003): ";
+    // The proxy settings reach the download: these cannot be used, so
+    // nothing is sent.
+    QTest::newRow("unusable proxy settings")
+        << "404" << QStringList{"kind=carrier-pigeon", "host=127.0.0.1", "port=1"}
+        << "encountered HTTP library exception (-5000): ";
+}
+
+void TestURLDlg::failedDownload() {
+    QFETCH(QString, kind);
+    QFETCH(QStringList, proxySettings);
+    QFETCH(QString, meaning);
+    const QString url = listUrl();
+    if (kind == "503")
+        m_pinger->fail("/urls.txt", 503, "<html>busy</html>\n");
+    else if (kind == "closed")
+        m_pinger->close();
+    const QByteArray before = TempEnvironment::readFile(urlsPath());
+    m_ui.answers = {IdYes};
+    QString textAfter;
+    bool modified = true;
+    const bool result = runModal(
+        [&](TURLDlg* dialog) {
+            QTest::mouseClick(dialog->RefreshBtn, Qt::LeftButton);
+            textAfter = dialog->Editor->toPlainText();
+            modified = dialog->isModified();
+            QTest::mouseClick(dialog->CancelBtn, Qt::LeftButton); // no question
+        },
+        "proxy", proxySettings);
+    QVERIFY(!m_guardFired);
+    QVERIFY(!result);
+    QCOMPARE(m_ui.messages.size(), 2);
+    QCOMPARE(m_ui.messages.first().text, fetchQuestion("proxy"));
+    const QString message = m_ui.messages.at(1).text;
+    QCOMPARE(m_ui.messages.at(1).type, Error);
+    // The reason Qt gives for a refused connection or a bad setting is its
+    // own wording; the rest is exact.
+    const QString start = failureMessage(url, meaning);
+    const QString end = QStringLiteral("\nYour URLs are unchanged.");
+    if (meaning.endsWith(u' ')) {
+        const QString head = start.left(start.size() - end.size());
+        QVERIFY2(message.startsWith(head) && message.endsWith(end), qPrintable(message));
+        QVERIFY2(message.size() > start.size(), qPrintable(message)); // a reason is given
+    } else {
+        QCOMPARE(message, start);
+    }
+    QCOMPARE(textAfter, shown(before));
+    QVERIFY(!modified);
+    if (!proxySettings.isEmpty())
+        QVERIFY(m_pinger->requests().isEmpty());
+    QCOMPARE(TempEnvironment::readFile(urlsPath()), before);
+}
+
+void TestURLDlg::timeoutFromSettings() {
+    TempEnvironment::writeFile(iniPath(), "[stats]\ntimeoutseconds=1\n");
+    TestPinger::Route silent;
+    silent.mode = TestPinger::Mode::Silent;
+    m_pinger->setRoute("/urls.txt", silent);
+    m_ui.answers = {IdYes};
+    qint64 elapsed = -1;
+    const bool result = runModal([&](TURLDlg* dialog) {
+        QElapsedTimer clock;
+        clock.start();
+        QTest::mouseClick(dialog->RefreshBtn, Qt::LeftButton);
+        elapsed = clock.elapsed();
+        QTest::mouseClick(dialog->CancelBtn, Qt::LeftButton);
+    });
+    QVERIFY(!m_guardFired);
+    QVERIFY(!result);
+    QCOMPARE(m_ui.messageTexts(),
+             QStringList({fetchQuestion("none"),
+                          failureMessage(listUrl(), "timed out (-5003): No complete answer "
+                                                    "within 1 seconds")}));
+    QVERIFY2(elapsed >= 900 && elapsed < 10000, qPrintable(QString::number(elapsed)));
+}
+
+void TestURLDlg::noUrlForTheList() {
+    TempEnvironment::writeFile(urlsPath(), "velkin urls\n[a]\nurls.txt " + listUrl().toLatin1() +
+                                               "\n\n[velkin]\nadvisory.txt http://x/a\n");
+    m_ui.answers = {IdYes};
+    const bool result = runModal([&](TURLDlg* dialog) {
+        QTest::mouseClick(dialog->RefreshBtn, Qt::LeftButton);
+        QTest::mouseClick(dialog->CancelBtn, Qt::LeftButton);
+    });
+    QVERIFY(!m_guardFired);
+    QVERIFY(!result);
+    QCOMPARE(m_ui.messageTexts(),
+             QStringList({fetchQuestion("none"), "I don't have a URL for urls.txt at velkin!"}));
+    QVERIFY(m_pinger->requests().isEmpty());
+}
+
+void TestURLDlg::cancelDuringDownload_data() {
+    QTest::addColumn<QString>("how");
+    QTest::newRow("Cancel") << "CancelBtn";
+    QTest::newRow("Escape") << "escape";
+    QTest::newRow("close box") << "close";
+}
+
+// Leaving during a download stops the download and keeps the dialog open,
+// without a failure message.
+void TestURLDlg::cancelDuringDownload() {
+    QFETCH(QString, how);
+    TestPinger::Route silent;
+    silent.mode = TestPinger::Mode::Silent;
+    m_pinger->setRoute("/urls.txt", silent);
+    const QByteArray before = TempEnvironment::readFile(urlsPath());
+    m_ui.answers = {IdYes};
+    bool busySeen = false;
+    bool okDuring = true;
+    bool refreshDuring = true;
+    bool readOnlyDuring = false;
+    bool openAfter = false;
+    bool okAfter = false;
+    bool readOnlyAfter = true;
+    QString textAfter;
+    qint64 elapsed = -1;
+    const bool result = runModal([&](TURLDlg* dialog) {
+        QTimer::singleShot(300, dialog, [&, dialog] {
+            busySeen = dialog->isDownloading();
+            okDuring = dialog->OkBtn->isEnabled();
+            refreshDuring = dialog->RefreshBtn->isEnabled();
+            readOnlyDuring = dialog->Editor->isReadOnly();
+            closeBy(dialog, how);
+        });
+        QElapsedTimer clock;
+        clock.start();
+        QTest::mouseClick(dialog->RefreshBtn, Qt::LeftButton);
+        elapsed = clock.elapsed();
+        openAfter = dialog->isVisible();
+        okAfter = dialog->OkBtn->isEnabled();
+        readOnlyAfter = dialog->Editor->isReadOnly();
+        textAfter = dialog->Editor->toPlainText();
+        QTest::mouseClick(dialog->CancelBtn, Qt::LeftButton);
+    });
+    QVERIFY(!m_guardFired);
+    QVERIFY(!result);
+    QVERIFY(busySeen);
+    QVERIFY(!okDuring);
+    QVERIFY(!refreshDuring);
+    QVERIFY(readOnlyDuring);
+    QVERIFY(openAfter);
+    QVERIFY(okAfter);
+    QVERIFY(!readOnlyAfter);
+    // Stopped well before the 30 seconds of the default time-out.
+    QVERIFY2(elapsed < 10000, qPrintable(QString::number(elapsed)));
+    QCOMPARE(textAfter, shown(before));
+    QCOMPARE(m_ui.messageTexts(), QStringList{fetchQuestion("none")});
+    QCOMPARE(TempEnvironment::readFile(urlsPath()), before);
+}
+
+void TestURLDlg::progressShown() {
+    TestPinger::Route drip;
+    drip.mode = TestPinger::Mode::Drip;
+    drip.body = "velkin urls\n" + QByteArray(600, 'x') + "\n";
+    drip.dripBytes = 40;
+    drip.dripIntervalMs = 20;
+    m_pinger->setRoute("/urls.txt", drip);
+    m_ui.answers = {IdYes, IdNo};
+    QList<int> values;
+    const bool result = runModal([&](TURLDlg* dialog) {
+        connect(dialog->ProgressBar, &QProgressBar::valueChanged, this,
+                [&values](int value) { values.append(value); });
+        QTest::mouseClick(dialog->RefreshBtn, Qt::LeftButton);
+        QTest::mouseClick(dialog->CancelBtn, Qt::LeftButton); // answered No
+    });
+    QVERIFY(!m_guardFired);
+    QVERIFY(!result);
+    QVERIFY(!values.isEmpty());
+    QCOMPARE(values.last(), 100);
+    bool between = false;
+    for (int i = 0; i < values.size(); ++i) {
+        between = between || (values.at(i) > 0 && values.at(i) < 100);
+        if (i > 0)
+            QVERIFY2(values.at(i) > values.at(i - 1), "the bar only goes forward");
+    }
+    QVERIFY(between);
+}
+
+void TestURLDlg::help_data() {
+    QTest::addColumn<bool>("present");
+    QTest::newRow("help file present") << true;
+    QTest::newRow("help file missing") << false;
+}
+
+void TestURLDlg::help() {
+    QFETCH(bool, present);
+    const QString help = HelpFileName();
+    const bool existed = QFileInfo::exists(help);
+    bool made = false;
+    if (present && !existed) {
+        TempEnvironment::writeFile(help, "<html><h2 id=\"sources\">Stats sources</h2></html>\n");
+        made = true;
+    }
+    if (!present && existed)
+        QSKIP("a help file is installed beside the test");
+    m_ui.urlOpener = true;
+    const bool result = runModal([&](TURLDlg* dialog) {
+        QTest::mouseClick(dialog->HelpBtn, Qt::LeftButton);
+        QTest::mouseClick(dialog->CancelBtn, Qt::LeftButton);
+    });
+    if (made)
+        QFile::remove(help);
+    QVERIFY(!m_guardFired);
+    QVERIFY(!result);
+    if (present) {
+        QVERIFY(m_ui.messages.isEmpty());
+        QCOMPARE(m_ui.openedUrls.size(), 1);
+        QCOMPARE(m_ui.openedUrls.first().toLocalFile(), help);
+        QCOMPARE(m_ui.openedUrls.first().fragment(), QStringLiteral("sources"));
+    } else {
+        QVERIFY(m_ui.openedUrls.isEmpty());
+        QCOMPARE(m_ui.messageTexts(),
+                 QStringList{"Sorry, there is no program help available!\nThe help file "
+                             "vkstats.html is missing."});
+        QCOMPARE(m_ui.messages.first().type, Information);
+    }
+}
+
+// The Tools menu item of the main window opens the manager with the proxy
+// box's choice and reads the sources again after a save.
+void TestURLDlg::mainWindowMenu() {
+    QString error;
+    QVERIFY2(TVKDB::create(m_env->programFolder() + "vk.dbc", 2, &error), qPrintable(error));
+    auto window = std::make_unique<TVKStatsWin4>();
+    QCOMPARE(window->start({}), StartResult::Ready);
+    window->show();
+    QCOMPARE(window->SourceBox->count(), 1);
+
+    auto* item = window->findChild<QAction*>(QStringLiteral("ToolsURLManagerItem"));
+    QVERIFY(item);
+    QVERIFY(item->isEnabled());
+    QString question;
+    QString saveQuestion;
+    bool opened = false;
+    QTimer::singleShot(0, this, [&] {
+        auto* dialog = qobject_cast<TURLDlg*>(QApplication::activeModalWidget());
+        if (!dialog)
+            return;
+        opened = true;
+        answerNextMessage(QMessageBox::No, &question);
+        QTest::mouseClick(dialog->RefreshBtn, Qt::LeftButton);
+        dialog->Editor->selectAll();
+        dialog->Editor->insertPlainText("velkin urls\n[x]\nmlist.txt http://x/m\n\n"
+                                        "[y]\nmlist.txt http://y/m\n\n[velkin]\n");
+        answerNextMessage(QMessageBox::Yes, &saveQuestion);
+        QTest::mouseClick(dialog->OkBtn, Qt::LeftButton);
+    });
+    QTimer guard;
+    guard.setSingleShot(true);
+    connect(&guard, &QTimer::timeout, this, [] {
+        for (QWidget* widget : QApplication::topLevelWidgets()) {
+            if (auto* box = qobject_cast<QMessageBox*>(widget); box && box->isVisible())
+                box->button(QMessageBox::No)->click();
+            else if (auto* dialog = qobject_cast<TURLDlg*>(widget); dialog && dialog->isVisible())
+                dialog->reject();
+        }
+    });
+    guard.start(20000);
+    item->trigger();
+    guard.stop();
+    QVERIFY(opened);
+    QCOMPARE(question, fetchQuestion("none"));
+    QCOMPARE(saveQuestion, SaveQuestion);
+    QCOMPARE(TempEnvironment::readFile(urlsPath()),
+             QByteArray("velkin urls\n[x]\nmlist.txt http://x/m\n\n[y]\nmlist.txt http://y/m\n\n"
+                        "[velkin]\n"));
+    QCOMPARE(window->SourceBox->count(), 2);
+    QCOMPARE(window->SourceBox->itemText(0), QStringLiteral("x"));
+    QCOMPARE(window->SourceBox->itemText(1), QStringLiteral("y"));
+    window.reset();
+    CloseSuiteDataFile();
+}
+
+void TestURLDlg::assertions_data() {
+    QTest::addColumn<QString>("fault");
+    QTest::addColumn<QByteArray>("message");
+    QTest::newRow("no front end")
+        << "frontend" << QByteArray("Assertion failed: frontEnd != nullptr, file stats\\URLDlgs");
+    QTest::newRow("empty path")
+        << "path" << QByteArray("Assertion failed: !urlsPath.isEmpty(), file stats\\URLDlgs");
+}
+
+void TestURLDlg::assertions() {
+    QFETCH(QString, fault);
+    QFETCH(QByteArray, message);
+    QProcess child;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QString::fromLatin1(AssertChild), fault);
+    environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    child.setProcessEnvironment(environment);
+    child.start(QCoreApplication::applicationFilePath(), {});
+    if (!child.waitForFinished(30000)) {
+        child.kill();
+        child.waitForFinished();
+        QFAIL("the child did not stop at the check");
+    }
+    QCOMPARE(child.exitStatus(), QProcess::CrashExit);
+    const QByteArray stderrText = child.readAllStandardError();
+    QVERIFY2(stderrText.contains(message), stderrText.constData());
+}
+
+int main(int argc, char** argv) {
+    // The child of assertions(): it must stop at the check.
+    if (qEnvironmentVariableIsSet(AssertChild)) {
+        QApplication app(argc, argv);
+        const QString fault = qEnvironmentVariable(AssertChild);
+        TestFrontEnd ui;
+        const QString path = ProgramFolder() + QStringLiteral("urls.txt");
+        ShowURLManager(nullptr, fault == QLatin1String("frontend") ? nullptr : &ui,
+                       fault == QLatin1String("path") ? QString() : path, QStringLiteral("<none>"),
+                       {});
+        return 0;
+    }
+    QApplication app(argc, argv);
+    TestURLDlg test;
+    QTEST_SET_MAIN_SOURCE_PATH
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_urldlg.moc"
