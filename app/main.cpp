@@ -103,7 +103,8 @@ int main(int argc, char* argv[]) {
     bool headless = arguments.removeAll(QStringLiteral("--headless")) > 0;
     const CommandLine line = ParseCommandLine(arguments);
     if (!hasDisplay()) {
-        if (!line.autoMode && !line.versionQuery) {
+        // --headless asks for the unattended run itself, as auto does.
+        if (!headless && !line.autoMode && !line.versionQuery) {
             std::fputs("vkstats: no display; give auto (or --headless) to run unattended.\n",
                        stderr);
             return ExitRefused;

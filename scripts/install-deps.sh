@@ -3,11 +3,12 @@
 # only those that are missing.
 set -euo pipefail
 
+# dbus-daemon holds dbus-run-session, which gives tst_suitebus its own bus.
 packages=(
     cmake ninja-build g++ pkg-config
     qt6-base-dev libqt6sql6-sqlite libgl-dev
     tinyproxy microsocks
-    dbus xvfb xauth
+    dbus dbus-daemon xvfb xauth
 )
 
 missing=()
