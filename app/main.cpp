@@ -77,14 +77,9 @@ int runDesktop(int argc, char* argv[], const QStringList& arguments) {
     TVKStatsWin4 window(broadcastOn(bus));
     QObject::connect(&bus, &SuiteBus::activateRequested, &window, &TVKStatsWin4::bringToFront);
     QObject::connect(&bus, &SuiteBus::messageReceived, &window, &TVKStatsWin4::suiteMessage);
-    switch (window.start(arguments)) {
-    case StartResult::Refused:
-        return ExitRefused;
-    case StartResult::VersionWritten:
-        return ExitDone;
-    case StartResult::Ready:
-        break;
-    }
+    const StartResult started = window.start(arguments);
+    if (started != StartResult::Ready)
+        return started == StartResult::Refused ? ExitRefused : ExitDone;
     if (window.showAtStart())
         window.show();
     return app.exec();

@@ -210,6 +210,21 @@ int MonthNumber(const QString& name) {
     return int(position / 3);
 }
 
+QString MsgCaption(int type) {
+    switch (type) {
+    case Warning:
+        return QStringLiteral("Warning");
+    case Error:
+        return QStringLiteral("Error");
+    case Information:
+        return QStringLiteral("Information");
+    case Confirm:
+        return QStringLiteral("Confirm");
+    default:
+        return ProgramName();
+    }
+}
+
 QString StripAmpersand(const QString& caption) {
     QString text = caption;
     const qsizetype at = text.indexOf(u'&');

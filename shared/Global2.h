@@ -73,6 +73,9 @@ qint64 RunProgram(const QString& commandLine, int showMode);
 
 void WaitTicks(FrontEnd* frontEnd, int ms);
 
+// The caption of a message of that kind; any other kind gets the program name.
+QString MsgCaption(int type);
+
 int MsgBox(FrontEnd* owner, const QString& text, int type, int buttons);
 int MsgDlg(FrontEnd* owner, const QString& text, int type, int buttons);
 

@@ -1,24 +1,10 @@
 #include "HeadlessFrontEnd.h"
 
+#include "Global2.h"
 #include "PageSet.h"
 #include "StatsController.h"
 
 namespace {
-
-QString caption(MsgDlgType type) {
-    switch (type) {
-    case Warning:
-        return QStringLiteral("Warning");
-    case Error:
-        return QStringLiteral("Error");
-    case Information:
-        return QStringLiteral("Information");
-    case Confirm:
-        return QStringLiteral("Confirm");
-    default:
-        return QStringLiteral("VKstats");
-    }
-}
 
 int safeAnswer(int buttons) {
     switch (buttons) {
@@ -44,7 +30,7 @@ void HeadlessFrontEnd::write(std::FILE* stream, const QString& text) {
 
 int HeadlessFrontEnd::showMessage(const QString& text, MsgDlgType type, int buttons, MsgStyle) {
     finish();
-    write(m_err, caption(type) + QStringLiteral(": ") + text + u'\n');
+    write(m_err, MsgCaption(type) + QStringLiteral(": ") + text + u'\n');
     return safeAnswer(buttons);
 }
 
@@ -99,14 +85,9 @@ void HeadlessFrontEnd::finish() {
 int RunHeadless(StatsController& controller, HeadlessFrontEnd& frontEnd,
                 const QStringList& arguments) {
     frontEnd.watch(controller.pages());
-    switch (controller.startUp(arguments)) {
-    case StartResult::Refused:
-        return ExitRefused;
-    case StartResult::VersionWritten:
-        return ExitDone;
-    case StartResult::Ready:
-        break;
-    }
+    const StartResult started = controller.startUp(arguments);
+    if (started != StartResult::Ready)
+        return started == StartResult::Refused ? ExitRefused : ExitDone;
     const RunOutcome outcome = controller.unattendedRun();
     frontEnd.finish();
     // The desktop would now wait for its user; here nobody comes, so close.

@@ -1,3 +1,4 @@
+#include "Global2.h"
 #include "HeadlessFrontEnd.h"
 #include "PageSet.h"
 
@@ -63,7 +64,7 @@ void TestHeadlessFrontEnd::answers_data() {
     QTest::newRow("yes, no or cancel")
         << int(Confirm) << int(MbYesNoCancel) << int(IdNo) << QByteArray("Confirm: note\n");
     QTest::newRow("no icon") << int(NoIcon) << int(MbOk) << int(IdOk)
-                             << QByteArray("VKstats: note\n");
+                             << (ProgramName() + QStringLiteral(": note\n")).toLocal8Bit();
 }
 
 void TestHeadlessFrontEnd::answers() {

@@ -1,5 +1,7 @@
 #include "ChkAddKeysDlgs.h"
 
+#include "DialogLook.h"
+
 #include <QCheckBox>
 #include <QGridLayout>
 #include <QHBoxLayout>
@@ -13,12 +15,6 @@ QCheckBox* keyBox(QWidget* parent, const QString& name, const QString& caption) 
     auto* box = new QCheckBox(caption, parent);
     box->setObjectName(name);
     return box;
-}
-
-QPushButton* button(QWidget* parent, const QString& name, const QString& caption) {
-    auto* btn = new QPushButton(caption, parent);
-    btn->setObjectName(name);
-    return btn;
 }
 
 } // namespace
@@ -44,11 +40,6 @@ TChkAddKeysDlg::TChkAddKeysDlg(QWidget* owner, std::array<bool, 4>& ticks)
     PubringMixBox = keyBox(this, QStringLiteral("PubringMixBox"), QStringLiteral("&pubring.mix"));
     RListBox = keyBox(this, QStringLiteral("RListBox"), QStringLiteral("&rlist.txt"));
     PubringAscBox = keyBox(this, QStringLiteral("PubringAscBox"), QStringLiteral("pubring.&asc"));
-    OkBtn = button(this, QStringLiteral("OkBtn"), QStringLiteral("Ok"));
-    CancelBtn = button(this, QStringLiteral("CancelBtn"), QStringLiteral("Cancel"));
-    OkBtn->setDefault(true);
-    connect(OkBtn, &QPushButton::clicked, this, &QDialog::accept);
-    connect(CancelBtn, &QPushButton::clicked, this, &QDialog::reject);
 
     // The Mixmaster pages on one row, the Cypherpunk pages on the next.
     auto* grid = new QGridLayout;
@@ -57,10 +48,7 @@ TChkAddKeysDlg::TChkAddKeysDlg(QWidget* owner, std::array<bool, 4>& ticks)
     grid->addWidget(RListBox, 1, 0);
     grid->addWidget(PubringAscBox, 1, 1);
 
-    auto* buttons = new QHBoxLayout;
-    buttons->addStretch();
-    buttons->addWidget(OkBtn);
-    buttons->addWidget(CancelBtn);
+    QHBoxLayout* buttons = OkCancelRow(this, QStringLiteral("Ok"), OkBtn, CancelBtn);
 
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(Label1);

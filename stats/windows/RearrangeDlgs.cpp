@@ -14,15 +14,9 @@
 
 namespace {
 
-QPushButton* button(QWidget* parent, const QString& name, const QString& caption) {
-    auto* btn = new QPushButton(caption, parent);
-    btn->setObjectName(name);
-    return btn;
-}
-
 QPushButton* arrowButton(QWidget* parent, const QString& name, QStyle::StandardPixmap glyph,
                          const QString& accessibleName) {
-    auto* btn = button(parent, name, QString());
+    auto* btn = NamedButton(parent, name, QString());
     btn->setIcon(parent->style()->standardIcon(glyph, nullptr, btn));
     btn->setAccessibleName(accessibleName);
     btn->setEnabled(false); // nothing to move until a row is chosen
@@ -58,12 +52,6 @@ TReorderDlg::TReorderDlg(QWidget* owner, FrontEnd* frontEnd, QString urlsPath)
     connect(UpBtn, &QPushButton::clicked, this, &TReorderDlg::UpBtnClick);
     connect(DownBtn, &QPushButton::clicked, this, &TReorderDlg::DownBtnClick);
 
-    OkBtn = button(this, QStringLiteral("OkBtn"), QStringLiteral("Ok"));
-    CancelBtn = button(this, QStringLiteral("CancelBtn"), QStringLiteral("Cancel"));
-    OkBtn->setDefault(true);
-    connect(OkBtn, &QPushButton::clicked, this, &QDialog::accept);
-    connect(CancelBtn, &QPushButton::clicked, this, &QDialog::reject);
-
     auto* arrows = new QVBoxLayout;
     arrows->addStretch();
     arrows->addWidget(UpBtn);
@@ -74,10 +62,7 @@ TReorderDlg::TReorderDlg(QWidget* owner, FrontEnd* frontEnd, QString urlsPath)
     listRow->addWidget(SourceList, 1);
     listRow->addLayout(arrows);
 
-    auto* buttons = new QHBoxLayout;
-    buttons->addStretch();
-    buttons->addWidget(OkBtn);
-    buttons->addWidget(CancelBtn);
+    QHBoxLayout* buttons = OkCancelRow(this, QStringLiteral("Ok"), OkBtn, CancelBtn);
 
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(Label1);

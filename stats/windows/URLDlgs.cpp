@@ -25,12 +25,6 @@ const QString UrlsPage = QStringLiteral("urls.txt");
 const QString SuiteSection = QStringLiteral("velkin");
 const QString FirstLine = QStringLiteral("velkin urls");
 
-QPushButton* button(QWidget* parent, const QString& name, const QString& caption) {
-    auto* btn = new QPushButton(caption, parent);
-    btn->setObjectName(name);
-    return btn;
-}
-
 } // namespace
 
 // The downloads report their progress to a front end; this one puts it on
@@ -69,10 +63,10 @@ TURLDlg::TURLDlg(QWidget* owner, FrontEnd* frontEnd, QString urlsPath, QString p
     ProgressBar->setRange(0, 100);
     ProgressBar->setValue(0);
 
-    RefreshBtn = button(this, QStringLiteral("RefreshBtn"), QStringLiteral("&Refresh"));
-    HelpBtn = button(this, QStringLiteral("HelpBtn"), QStringLiteral("&Help"));
-    OkBtn = button(this, QStringLiteral("OkBtn"), QStringLiteral("OK"));
-    CancelBtn = button(this, QStringLiteral("CancelBtn"), QStringLiteral("Cancel"));
+    RefreshBtn = NamedButton(this, QStringLiteral("RefreshBtn"), QStringLiteral("&Refresh"));
+    HelpBtn = NamedButton(this, QStringLiteral("HelpBtn"), QStringLiteral("&Help"));
+    OkBtn = NamedButton(this, QStringLiteral("OkBtn"), QStringLiteral("OK"));
+    CancelBtn = NamedButton(this, QStringLiteral("CancelBtn"), QStringLiteral("Cancel"));
     OkBtn->setDefault(true);
     connect(RefreshBtn, &QPushButton::clicked, this, &TURLDlg::RefreshBtnClick);
     connect(HelpBtn, &QPushButton::clicked, this, &TURLDlg::HelpBtnClick);

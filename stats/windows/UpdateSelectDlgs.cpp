@@ -19,12 +19,6 @@ namespace {
 // filled again.
 constexpr int ChangeWaitMs = 200;
 
-QPushButton* button(QWidget* parent, const QString& name, const QString& caption) {
-    auto* btn = new QPushButton(caption, parent);
-    btn->setObjectName(name);
-    return btn;
-}
-
 QStringList tickedItems(const QListWidget* list) {
     QStringList ticked;
     for (int row = 0; row < list->count(); ++row) {
@@ -62,12 +56,6 @@ TUpdateSelectDlg::TUpdateSelectDlg(QWidget* owner, FrontEnd* frontEnd, QString u
     QuickListBox = new QListWidget(this);
     QuickListBox->setObjectName(QStringLiteral("QuickListBox"));
 
-    OkBtn = button(this, QStringLiteral("OkBtn"), QStringLiteral("Update"));
-    CancelBtn = button(this, QStringLiteral("CancelBtn"), QStringLiteral("Cancel"));
-    OkBtn->setDefault(true);
-    connect(OkBtn, &QPushButton::clicked, this, &QDialog::accept);
-    connect(CancelBtn, &QPushButton::clicked, this, &QDialog::reject);
-
     // The source and its pages on the left, the suite's own on the right.
     auto* grid = new QGridLayout;
     grid->addWidget(SourceBox, 0, 0);
@@ -75,10 +63,7 @@ TUpdateSelectDlg::TUpdateSelectDlg(QWidget* owner, FrontEnd* frontEnd, QString u
     grid->addWidget(QuickBox, 0, 1);
     grid->addWidget(QuickListBox, 1, 1);
 
-    auto* buttons = new QHBoxLayout;
-    buttons->addStretch();
-    buttons->addWidget(OkBtn);
-    buttons->addWidget(CancelBtn);
+    QHBoxLayout* buttons = OkCancelRow(this, QStringLiteral("Update"), OkBtn, CancelBtn);
 
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(Label1);

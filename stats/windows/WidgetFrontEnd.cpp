@@ -23,21 +23,6 @@ QMessageBox::Icon iconOf(MsgDlgType type) {
     }
 }
 
-QString captionOf(MsgDlgType type) {
-    switch (type) {
-    case Warning:
-        return QStringLiteral("Warning");
-    case Error:
-        return QStringLiteral("Error");
-    case Information:
-        return QStringLiteral("Information");
-    case Confirm:
-        return QStringLiteral("Confirm");
-    default:
-        return ProgramName();
-    }
-}
-
 // The button set of a flags value, as the suite's dialog reads it: both low
 // bits give Yes, No, Cancel; else bit 4 gives Yes, No; else bit 1 OK, Cancel.
 QMessageBox::StandardButtons buttonsOf(int flags) {
@@ -66,7 +51,7 @@ int resultOf(int button) {
 } // namespace
 
 int WidgetFrontEnd::showMessage(const QString& text, MsgDlgType type, int buttons, MsgStyle style) {
-    QMessageBox box(iconOf(type), captionOf(type), text, buttonsOf(buttons), m_owner);
+    QMessageBox box(iconOf(type), MsgCaption(type), text, buttonsOf(buttons), m_owner);
     if (style == MsgStyle::CentredDialog && m_owner) {
         box.adjustSize();
         const QRect owner = m_owner->frameGeometry();
