@@ -103,18 +103,12 @@ bool BarredList::isLastOnlyLine(const QString& line) {
 }
 
 bool ApplyBarredList(QStringList& lines, const QString& pageName, const BarredList& list) {
-    // One pass into a new list: deleting in place would move the rest of a
-    // long page once for every barred line.
-    QStringList kept;
-    kept.reserve(lines.size());
-    for (const QString& line : std::as_const(lines)) {
-        if (line.contains(u'%') && list.isFullyBarred(firstWord(line)))
-            continue;
-        kept.append(line);
-    }
-    bool changed = kept.size() != lines.size();
-    if (changed)
-        lines.swap(kept);
+    // One pass, the kept lines closing up behind (removeIf), never a line
+    // deleted on its own, which would move the rest of a long page each
+    // time. A page with nothing to delete is not copied at all.
+    bool changed = lines.removeIf([&list](const QString& line) {
+        return line.contains(u'%') && list.isFullyBarred(firstWord(line));
+    }) > 0;
 
     if (pageName == Rlist)
         changed = MarkLastOnlyCypherpunk(lines, list) || changed;
@@ -151,11 +145,17 @@ bool MarkLastOnlyMixmaster(QStringList& lines, const BarredList& list) {
     if (list.lastOnly().isEmpty())
         return false;
     bool changed = false;
-    for (QString& line : lines) {
-        // Key block lines hold no blank; only the header lines name a remailer.
-        QStringList fields = line.split(u' ');
-        if (fields.size() < 2 || !list.isLastOnly(fields.at(0)))
+    // Read through a const view: a page shared with its unfiltered copy is
+    // only copied when a line really changes.
+    for (qsizetype i = 0; i < lines.size(); ++i) {
+        const QString& line = std::as_const(lines).at(i);
+        // Key block lines hold no blank; only the header lines name a
+        // remailer. The name is looked at before the line is split, so the
+        // many key block lines cost no copies.
+        const qsizetype blank = line.indexOf(u' ');
+        if (blank < 0 || !list.isLastOnly(line.left(blank)))
             continue;
+        QStringList fields = line.split(u' ');
         while (fields.size() <= 4)
             fields.append(QString());
         if (fields.at(4).contains(u'M'))
@@ -165,7 +165,7 @@ bool MarkLastOnlyMixmaster(QStringList& lines, const BarredList& list) {
                                              [](const QString& f) { return f.isEmpty(); });
         const QString rebuilt = QStringList(fields.cbegin(), firstEmpty).join(u' ');
         if (rebuilt != line) {
-            line = rebuilt;
+            lines[i] = rebuilt;
             changed = true;
         }
     }
