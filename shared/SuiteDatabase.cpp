@@ -257,6 +257,18 @@ bool TVKDB::writeValue(const QString& name, const QString& value) {
                 {name, value.isNull() ? QStringLiteral("") : value});
 }
 
+bool TVKDB::writeValues(const QList<std::pair<QString, QString>>& values) {
+    if (!isOpen() || !db().transaction())
+        return false;
+    for (const auto& [name, value] : values) {
+        if (!writeValue(name, value)) {
+            db().rollback();
+            return false;
+        }
+    }
+    return db().commit();
+}
+
 bool TVKDB::deleteValue(const QString& name) {
     return exec(QStringLiteral("DELETE FROM %1 WHERE name = ?").arg(ValuesTable), {name});
 }

@@ -4,6 +4,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <utility>
+
 class FrontEnd;
 class QSqlError;
 
@@ -64,6 +66,9 @@ public:
 
     QString readValue(const QString& name, const QString& def = {});
     bool writeValue(const QString& name, const QString& value);
+    // Several values in one transaction: all are stored or none, and the
+    // disk is synced once instead of once per value.
+    bool writeValues(const QList<std::pair<QString, QString>>& values);
     bool deleteValue(const QString& name);
     QStringList valueNames();
 

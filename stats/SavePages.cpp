@@ -20,9 +20,9 @@ void write(const QString& path, const QStringList& lines, SaveResult& result) {
         result.errors.append(error);
 }
 
-void recordDate(const QString& pageName, const QString& date) {
-    if (SuiteDataFile* file = TheSuiteDataFile(); file && file->database)
-        file->database->writeValue(pageName, date);
+void recordDates(const QList<std::pair<QString, QString>>& dates) {
+    if (SuiteDataFile* file = TheSuiteDataFile(); file && file->database && !dates.isEmpty())
+        file->database->writeValues(dates);
 }
 
 void note(const KeyringResult& keyring, SaveResult& result) {
@@ -41,13 +41,14 @@ SaveResult SavePages(FrontEnd* frontEnd, PageSet& pages, const QStringList& newb
     bool pgpChanged = false;
     bool nymChanged = false;
     bool barredAdded = false;
+    QList<std::pair<QString, QString>> dates;
     for (int i = 0; i < pages.count(); ++i) {
         TRemailerDoc* doc = pages.documentAt(i);
         if (!isDownloaded(doc))
             continue;
         const QString& name = doc->DocName;
         if (doc->Active && doc->IsValidPage() && IsSafePageName(name)) {
-            recordDate(name, doc->Extra);
+            dates.append({name, doc->Extra});
             if (name == QStringLiteral("pubring.mix"))
                 note(MakeType2List(frontEnd, doc->Lines(), doc->Extra), result);
             else if (name == QStringLiteral("mlist.txt"))
@@ -76,6 +77,7 @@ SaveResult SavePages(FrontEnd* frontEnd, PageSet& pages, const QStringList& newb
     }
     if (pgpChanged || nymChanged)
         note(MergeNymserverKeys(), result);
+    recordDates(dates);
     return result;
 }
 

@@ -286,6 +286,10 @@ void TestSuiteDatabase::values() {
     QCOMPARE(db->readValue(name, "default"), QString("default"));
     QCOMPARE(db->valueNames(), QStringList{});
     QCOMPARE(db->error(), 0);
+
+    QVERIFY(db->writeValues({{name, "third"}, {"zz other", "x"}}));
+    QCOMPARE(db->readValue(name), QString("third"));
+    QCOMPARE(db->readValue("zz other"), QString("x"));
 }
 
 void TestSuiteDatabase::valueNamesSorted_data() {
@@ -594,8 +598,8 @@ void TestSuiteDatabase::lockedDatabase_data() {
     addFormatColumn();
     QTest::addColumn<QString>("operation");
     for (int version : {1, 2}) {
-        for (const char* operation :
-             {"open", "records", "add proxy", "delete proxy", "write value", "value names"})
+        for (const char* operation : {"open", "records", "add proxy", "delete proxy", "write value",
+                                      "write values", "value names"})
             QTest::addRow("v%d %s", version, operation) << version << QString(operation);
     }
 }
@@ -634,6 +638,8 @@ void TestSuiteDatabase::lockedDatabase() {
             QVERIFY(!db->deleteProxy("Tor"));
         } else if (operation == "write value") {
             QVERIFY(!db->writeValue("statslastsource", "Pinger B"));
+        } else if (operation == "write values") {
+            QVERIFY(!db->writeValues({{"mlist.txt", "2002-08-20"}, {"statslastsource", "B"}}));
         } else if (operation == "value names") {
             QCOMPARE(db->valueNames(), QStringList{});
         }
@@ -649,6 +655,7 @@ void TestSuiteDatabase::lockedDatabase() {
     QCOMPARE(after->error(), 0);
     QCOMPARE(records(*after).size(), 1);
     QCOMPARE(after->readValue("statslastsource"), QString("Pinger A"));
+    QCOMPARE(after->readValue("mlist.txt", "none"), QString("none"));
     QVERIFY(after->addProxy(entry("Other", "http", "h", 1)));
 }
 
