@@ -67,6 +67,7 @@ private slots:
     void sourceChoiceAsks();
     void closeSavesSettings();
     void proxyManagerEnabling();
+    void keyringItemsNeedTheirRings();
     void suiteMessages();
 
 private:
@@ -280,6 +281,21 @@ void TestStatsWin::proxyManagerEnabling() {
     TempEnvironment::writeFile(m_env->programFolder() + "vkproxy", "#!/bin/sh\n");
     emit m_window->ToolsMenu->aboutToShow();
     QVERIFY(m_window->ToolsProxyItem->isEnabled());
+}
+
+void TestStatsWin::keyringItemsNeedTheirRings() {
+    TempEnvironment::writeFile(m_env->mixFolder() + "pubring.mix", realPage("pubring.mix"));
+    startWindow();
+    emit m_window->KeyringsMenu->aboutToShow();
+    const QList<QAction*> items = m_window->KeyringsMenu->actions();
+    QVERIFY(items[0]->isEnabled());
+    QVERIFY(!items[1]->isEnabled());
+    QVERIFY(!items[2]->isEnabled());
+    TempEnvironment::writeFile(m_env->mixFolder() + "pubring.asc", realPage("pubring.asc"));
+    TempEnvironment::writeFile(m_env->programFolder() + "nymserver.asc", "keys\n");
+    emit m_window->KeyringsMenu->aboutToShow();
+    QVERIFY(items[1]->isEnabled());
+    QVERIFY(items[2]->isEnabled());
 }
 
 void TestStatsWin::suiteMessages() {

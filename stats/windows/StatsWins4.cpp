@@ -260,6 +260,7 @@ void TVKStatsWin4::createMenus() {
                 runTool(NymserverKeysCommand(ProgramFolder(), GetMixmasterDir(),
                                              PagePath(QStringLiteral("nymserver.asc"))));
             });
+    connect(KeyringsMenu, &QMenu::aboutToShow, this, &TVKStatsWin4::KeyringsMenuClick);
     // The key tools are not part of this release's menus.
     KeyringsMenu->menuAction()->setVisible(false);
     KeyringSep->setVisible(false);
@@ -665,6 +666,15 @@ void TVKStatsWin4::HelpTopicsClick() {
 
 void TVKStatsWin4::HelpHistoryItemClick() {
     ShowHistory(this);
+}
+
+// Each key tool needs its keyring.
+void TVKStatsWin4::KeyringsMenuClick() {
+    const KeyringMenuState state = KeyringsMenuState();
+    const QList<QAction*> items = KeyringsMenu->actions();
+    items[0]->setEnabled(state.mixmaster);
+    items[1]->setEnabled(state.cypherpunk);
+    items[2]->setEnabled(state.nymservers);
 }
 
 void TVKStatsWin4::Timer2Timer() {

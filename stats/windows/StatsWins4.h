@@ -56,6 +56,7 @@ public:
     void FileExitClick();
     void ViewMenuItemClick(QAction* item);
     void FileMenuClick();
+    void KeyringsMenuClick();
     void RunBtnClick();
     void CancelBtnClick();
     void OkBtnClick();
