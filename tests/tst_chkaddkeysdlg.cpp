@@ -1,4 +1,5 @@
 #include "ChkAddKeysDlgs.h"
+#include "DialogTestSupport.h"
 
 #include <QApplication>
 #include <QCheckBox>
@@ -6,7 +7,6 @@
 #include <QPushButton>
 #include <QStyle>
 #include <QTest>
-#include <QTimer>
 
 #include <functional>
 
@@ -60,28 +60,8 @@ private:
 
 bool TestChkAddKeysDlg::runModal(QWidget* owner, const QString& caption, Ticks& ticks,
                                  const std::function<void(TChkAddKeysDlg*)>& act) {
-    m_guardFired = false;
-    bool acted = false;
-    QTimer::singleShot(0, this, [&] {
-        if (auto* dialog = qobject_cast<TChkAddKeysDlg*>(QApplication::activeModalWidget())) {
-            acted = true;
-            act(dialog);
-        }
-    });
-    QTimer guard;
-    guard.setSingleShot(true);
-    connect(&guard, &QTimer::timeout, this, [this] {
-        m_guardFired = true;
-        for (QWidget* widget : QApplication::topLevelWidgets()) {
-            if (auto* dialog = qobject_cast<TChkAddKeysDlg*>(widget))
-                dialog->reject();
-        }
-    });
-    guard.start(10000);
-    const bool ok = ShowChkAddKeysDlg(owner, caption, ticks);
-    if (!acted)
-        m_guardFired = true;
-    return ok;
+    return RunModal<TChkAddKeysDlg>([&] { return ShowChkAddKeysDlg(owner, caption, ticks); }, act,
+                                    &m_guardFired);
 }
 
 void TestChkAddKeysDlg::captions() {
@@ -135,9 +115,7 @@ void TestChkAddKeysDlg::okHasFocusAtOpen() {
 
 void TestChkAddKeysDlg::fixedSizeCentredOnOwner() {
     QWidget owner;
-    owner.setGeometry(60, 80, 900, 700);
-    owner.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&owner));
+    QVERIFY(ShowOwner(owner, QRect(60, 80, 900, 700)));
 
     Ticks ticks{};
     TChkAddKeysDlg dialog(&owner, ticks);
@@ -189,9 +167,7 @@ void TestChkAddKeysDlg::clicksAndClosing() {
     QFETCH(QList<bool>, ticksAfter);
 
     QWidget owner;
-    owner.resize(400, 300);
-    owner.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&owner));
+    QVERIFY(ShowOwner(owner));
 
     Ticks ticks = toTicks(initial);
     QList<bool> shown;
@@ -199,12 +175,7 @@ void TestChkAddKeysDlg::clicksAndClosing() {
         shown = boxStates(*dialog);
         for (const QString& name : clicks)
             clickBox(dialog->findChild<QCheckBox*>(name));
-        if (closeBy == "close")
-            dialog->close();
-        else if (closeBy == "escape")
-            QTest::keyClick(dialog, Qt::Key_Escape);
-        else
-            QTest::mouseClick(dialog->findChild<QPushButton*>(closeBy), Qt::LeftButton);
+        CloseDialogBy(dialog, closeBy);
     });
     QVERIFY(!m_guardFired);
     QCOMPARE(shown, initial);
@@ -217,9 +188,7 @@ void TestChkAddKeysDlg::captionAndFontFromOwner() {
     QFont font(QStringLiteral("Courier New"), 17);
     font.setItalic(true);
     owner.setFont(font);
-    owner.resize(500, 400);
-    owner.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&owner));
+    QVERIFY(ShowOwner(owner));
 
     Ticks ticks{};
     QString title;

@@ -1,3 +1,4 @@
+#include "DialogTestSupport.h"
 #include "Global2.h"
 #include "Global2Widgets.h"
 #include "HistoryWins.h"
@@ -5,6 +6,7 @@
 #include "StatsWins4.h"
 #include "SuiteDatabase.h"
 #include "TempEnvironment.h"
+#include "TestData.h"
 #include "TextFile.h"
 
 #include <QAction>
@@ -100,8 +102,7 @@ void TestHistoryWin::fileCases() {
         QVERIFY(QDir().mkpath(programCopy()));
 
     QWidget owner;
-    owner.setGeometry(20, 30, 740, 520);
-    owner.show();
+    QVERIFY(ShowOwner(owner));
     const QList<QWidget*> before = visibleTopLevels();
     ShowHistory(&owner);
 
@@ -199,8 +200,7 @@ void TestHistoryWin::shippedHistoryNamesThisRelease() {
 }
 
 void TestHistoryWin::mainWindowMenu() {
-    QString error;
-    QVERIFY2(TVKDB::create(m_env->programFolder() + "vk.dbc", 2, &error), qPrintable(error));
+    QCOMPARE(CreateDataFile(m_env->programFolder()), QString());
     QVERIFY(WriteLines(
         m_env->programFolder() + "urls.txt",
         {"velkin urls", "[first]", "mlist.txt http://127.0.0.1:9/mlist.txt", "", "[velkin]"}));

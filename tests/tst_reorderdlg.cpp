@@ -1,22 +1,20 @@
+#include "DialogTestSupport.h"
 #include "Global2.h"
 #include "Global2Widgets.h"
 #include "RearrangeDlgs.h"
 #include "TempEnvironment.h"
 #include "TestFrontEnd.h"
 #include "TextFile.h"
+#include "UrlsCases.h"
 
 #include <QApplication>
 #include <QLabel>
 #include <QListWidget>
-#include <QProcess>
 #include <QPushButton>
 #include <QTest>
-#include <QTimer>
 
-#include <csignal>
 #include <functional>
 #include <memory>
-#include <sys/resource.h>
 
 namespace {
 
@@ -73,32 +71,6 @@ void play(TReorderDlg* dialog, const QStringList& steps) {
     }
 }
 
-// Raises the soft file-size limit back when it goes.
-class FileSizeLimit {
-public:
-    explicit FileSizeLimit(rlim_t bytes) {
-        m_ok = getrlimit(RLIMIT_FSIZE, &m_old) == 0;
-        m_oldHandler = std::signal(SIGXFSZ, SIG_IGN);
-        if (m_ok) {
-            rlimit limited = m_old;
-            limited.rlim_cur = bytes;
-            m_ok = setrlimit(RLIMIT_FSIZE, &limited) == 0;
-        }
-    }
-    ~FileSizeLimit() {
-        setrlimit(RLIMIT_FSIZE, &m_old);
-        std::signal(SIGXFSZ, m_oldHandler);
-    }
-    FileSizeLimit(const FileSizeLimit&) = delete;
-    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-    bool ok() const { return m_ok; }
-
-private:
-    rlimit m_old{};
-    void (*m_oldHandler)(int) = nullptr;
-    bool m_ok = false;
-};
-
 } // namespace
 
 class TestReorderDlg : public QObject {
@@ -126,7 +98,6 @@ private slots:
 private:
     QString urlsPath() const { return m_env->programFolder() + "urls.txt"; }
     QString iniPath() const { return m_env->programFolder() + "vkstats.ini"; }
-    std::unique_ptr<QWidget> shownOwner();
     // Runs ReorderSources and acts on the dialog from inside its modal
     // loop. A guard closes it should the action not.
     bool runModal(QWidget* owner, const std::function<void(TReorderDlg*)>& act);
@@ -146,43 +117,16 @@ void TestReorderDlg::init() {
 
 // Every dialog is gone by the end of a test: the entry function frees it.
 void TestReorderDlg::cleanup() {
-    for (QWidget* widget : QApplication::topLevelWidgets())
-        QVERIFY(!qobject_cast<TReorderDlg*>(widget));
-}
-
-std::unique_ptr<QWidget> TestReorderDlg::shownOwner() {
-    auto owner = std::make_unique<QWidget>();
-    owner->setGeometry(20, 30, 740, 520); // inside the offscreen screen
-    owner->show();
-    if (!QTest::qWaitForWindowExposed(owner.get()))
-        qWarning("owner not exposed");
-    return owner;
+    QVERIFY(NoDialogLeft<TReorderDlg>());
 }
 
 bool TestReorderDlg::runModal(QWidget* owner, const std::function<void(TReorderDlg*)>& act) {
-    m_guardFired = false;
-    bool acted = false;
-    QTimer::singleShot(0, this, [&] {
-        if (auto* dialog = qobject_cast<TReorderDlg*>(QApplication::activeModalWidget())) {
-            acted = true;
-            act(dialog);
-        }
-    });
-    QTimer guard;
-    guard.setSingleShot(true);
-    connect(&guard, &QTimer::timeout, this, [this] {
-        m_guardFired = true;
-        m_ui.answers = {IdNo, IdNo};
-        for (QWidget* widget : QApplication::topLevelWidgets()) {
-            if (auto* dialog = qobject_cast<TReorderDlg*>(widget))
-                dialog->reject();
-        }
-    });
-    guard.start(10000);
-    const bool ok = ReorderSources(owner, &m_ui, urlsPath());
-    if (!acted)
-        m_guardFired = true;
-    return ok;
+    return RunModal<TReorderDlg>([&] { return ReorderSources(owner, &m_ui, urlsPath()); }, act,
+                                 &m_guardFired, 10000,
+                                 [this](TReorderDlg* dialog) {
+                                     m_ui.answers = {IdNo, IdNo};
+                                     dialog->reject();
+                                 });
 }
 
 void TestReorderDlg::captionsAndControls() {
@@ -211,7 +155,7 @@ void TestReorderDlg::listsSources_data() {
     QTest::addColumn<QByteArray>("content");
     QTest::addColumn<QStringList>("listed");
     QTest::newRow("four and velkin") << Four << QStringList{"a", "b", "c", "d"};
-    QTest::newRow("missing file") << QByteArray("<missing>") << QStringList();
+    QTest::newRow("missing file") << MissingUrls << QStringList();
     QTest::newRow("[VELKIN] and [Velkin] are sources here")
         << QByteArray("[VELKIN]\n\n[velkin]\n\n[Velkin]\n") << QStringList{"VELKIN", "Velkin"};
     QTest::newRow("blank after the bracket")
@@ -225,10 +169,7 @@ void TestReorderDlg::listsSources_data() {
 void TestReorderDlg::listsSources() {
     QFETCH(QByteArray, content);
     QFETCH(QStringList, listed);
-    if (content == "<missing>")
-        QVERIFY(QFile::remove(urlsPath()));
-    else
-        TempEnvironment::writeFile(urlsPath(), content);
+    QVERIFY(PlaceUrls(urlsPath(), content));
     TReorderDlg dialog(nullptr, &m_ui, urlsPath());
     QCOMPARE(rows(dialog), listed);
     QCOMPARE(dialog.order(), listed);
@@ -351,43 +292,35 @@ void TestReorderDlg::closing() {
     QFETCH(bool, ok);
     QFETCH(QByteArray, file);
 
-    const auto owner = shownOwner();
+    QWidget owner;
+    QVERIFY(ShowOwner(owner));
     if (answer)
         m_ui.answers = {answer};
     bool closedByAction = false;
-    const bool result = runModal(owner.get(), [&](TReorderDlg* dialog) {
+    const bool result = runModal(&owner, [&](TReorderDlg* dialog) {
         play(dialog, steps);
-        if (closeBy == "close")
-            dialog->close();
-        else if (closeBy == "escape")
-            QTest::keyClick(dialog, Qt::Key_Escape);
-        else
-            QTest::mouseClick(dialog->findChild<QPushButton*>(closeBy), Qt::LeftButton);
+        CloseDialogBy(dialog, closeBy);
         closedByAction = !dialog->isVisible();
     });
     QVERIFY(!m_guardFired);
     QVERIFY(closedByAction);
     QCOMPARE(result, ok);
-    if (asked) {
-        QCOMPARE(m_ui.messageTexts(), QStringList{SaveQuestion});
-        QCOMPARE(m_ui.messages.first().type, Confirm);
-        QCOMPARE(m_ui.messages.first().buttons, int(MbYesNoCancel));
-        QCOMPARE(m_ui.messages.first().style, MsgStyle::CentredDialog);
-    } else {
-        QVERIFY(m_ui.messages.isEmpty());
-    }
+    CheckSaveQuestion(m_ui, asked, SaveQuestion);
+    if (QTest::currentTestFailed())
+        return;
     QCOMPARE(TempEnvironment::readFile(urlsPath()), file);
 }
 
 // Cancel answered Cancel: the dialog stays, with the order as it was, and can
 // still be left either way.
 void TestReorderDlg::cancelKeepsDialogOpen() {
-    const auto owner = shownOwner();
+    QWidget owner;
+    QVERIFY(ShowOwner(owner));
     m_ui.answers = {IdCancel, IdCancel};
     bool openAfterCancel = false;
     bool openAfterClose = false;
     QStringList rowsAfter;
-    const bool result = runModal(owner.get(), [&](TReorderDlg* dialog) {
+    const bool result = runModal(&owner, [&](TReorderDlg* dialog) {
         play(dialog, {"select 3", "Down"}); // nothing moves, yet it counts
         QTest::mouseClick(dialog->CancelBtn, Qt::LeftButton);
         openAfterCancel = dialog->isVisible();
@@ -407,18 +340,14 @@ void TestReorderDlg::cancelKeepsDialogOpen() {
 }
 
 void TestReorderDlg::failedSaveKeepsDialogOpen() {
-    const auto owner = shownOwner();
+    QWidget owner;
+    QVERIFY(ShowOwner(owner));
     bool openAfterOk = false;
     bool limited = true;
     m_ui.answers = {IdOk, IdNo}; // the failure, then the question at Cancel
-    const bool result = runModal(owner.get(), [&](TReorderDlg* dialog) {
+    const bool result = runModal(&owner, [&](TReorderDlg* dialog) {
         play(dialog, {"select 1", "Up"});
-        {
-            FileSizeLimit limit(16);
-            limited = limit.ok();
-            if (limited)
-                QTest::mouseClick(dialog->OkBtn, Qt::LeftButton);
-        }
+        limited = ClickUnderFileSizeLimit(dialog->OkBtn);
         openAfterOk = dialog->isVisible();
         QTest::mouseClick(dialog->CancelBtn, Qt::LeftButton); // answered No
     });
@@ -427,9 +356,7 @@ void TestReorderDlg::failedSaveKeepsDialogOpen() {
     QVERIFY(!m_guardFired);
     QVERIFY(openAfterOk);
     QVERIFY(!result);
-    const QString saveFailed =
-        "I was unable to save " + urlsPath() + ". Possibly you don't have file permissions.     ";
-    QCOMPARE(m_ui.messageTexts(), QStringList({saveFailed, SaveQuestion}));
+    QCOMPARE(m_ui.messageTexts(), QStringList({SaveFailedMessage(urlsPath()), SaveQuestion}));
     QCOMPARE(m_ui.messages.first().type, Error);
     QCOMPARE(TempEnvironment::readFile(urlsPath()), Four);
 }
@@ -463,15 +390,16 @@ void TestReorderDlg::lookFromSettings() {
 }
 
 void TestReorderDlg::resizableAndCentredOnOwner() {
-    const auto owner = shownOwner();
+    QWidget owner;
+    QVERIFY(ShowOwner(owner));
     QPoint offset(1000, 1000);
     bool resizable = false;
     bool modalOverOwner = false;
-    const bool result = runModal(owner.get(), [&](TReorderDlg* dialog) {
+    const bool result = runModal(&owner, [&](TReorderDlg* dialog) {
         QVERIFY(QTest::qWaitForWindowExposed(dialog));
-        offset = dialog->frameGeometry().center() - owner->frameGeometry().center();
+        offset = dialog->frameGeometry().center() - owner.frameGeometry().center();
         resizable = dialog->minimumSize() != dialog->maximumSize();
-        modalOverOwner = dialog->isModal() && dialog->parentWidget() == owner.get();
+        modalOverOwner = dialog->isModal() && dialog->parentWidget() == &owner;
         const QSize before = dialog->size();
         dialog->resize(before + QSize(120, 90));
         resizable = resizable && dialog->size() == before + QSize(120, 90);
@@ -501,41 +429,24 @@ void TestReorderDlg::assertions_data() {
 void TestReorderDlg::assertions() {
     QFETCH(QString, fault);
     QFETCH(QByteArray, message);
-    QProcess child;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QString::fromLatin1(AssertChild), fault);
-    environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
-    child.setProcessEnvironment(environment);
-    child.start(QCoreApplication::applicationFilePath(), {});
-    if (!child.waitForFinished(30000)) {
-        child.kill();
-        child.waitForFinished();
-        QFAIL("the child did not stop at the check");
-    }
-    QCOMPARE(child.exitStatus(), QProcess::CrashExit);
-    const QByteArray stderrText = child.readAllStandardError();
-    QVERIFY2(stderrText.contains(message), stderrText.constData());
+    ExpectStopAtCheck(AssertChildEnvironment(AssertChild, fault), message);
+    if (QTest::currentTestFailed())
+        return;
     // It stopped before anything was written.
     QCOMPARE(TempEnvironment::readFile(urlsPath()), Four);
 }
 
 int main(int argc, char** argv) {
-    // The child of assertions(): it must stop at the check.
-    if (qEnvironmentVariableIsSet(AssertChild)) {
-        QApplication app(argc, argv);
-        const QString fault = qEnvironmentVariable(AssertChild);
+    QTEST_SET_MAIN_SOURCE_PATH
+    // The child of assertions() must stop at the check.
+    return DialogTestMain<TestReorderDlg>(argc, argv, AssertChild, [](const QString& fault) {
         QWidget owner;
         TestFrontEnd ui;
         const QString path = ProgramFolder() + QStringLiteral("urls.txt");
         ReorderSources(fault == QLatin1String("owner") ? nullptr : &owner,
                        fault == QLatin1String("frontend") ? nullptr : &ui,
                        fault == QLatin1String("path") ? QString() : path);
-        return 0;
-    }
-    QApplication app(argc, argv);
-    TestReorderDlg test;
-    QTEST_SET_MAIN_SOURCE_PATH
-    return QTest::qExec(&test, argc, argv);
+    });
 }
 
 #include "tst_reorderdlg.moc"

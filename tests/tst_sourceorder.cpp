@@ -3,20 +3,13 @@
 #include "TempEnvironment.h"
 #include "TestFrontEnd.h"
 #include "TextFile.h"
+#include "UrlsCases.h"
 
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
 #include <QTest>
 
-#include <csignal>
 #include <memory>
-#include <sys/resource.h>
 
 namespace {
-
-// Stands for "no urls.txt at all" in the tables.
-const QByteArray Missing = QByteArrayLiteral("<missing>");
 
 // A list in the shape the program ships, with a second source and the suite's
 // own section filled.
@@ -32,33 +25,6 @@ const QByteArray Ordinary = "velkin urls\n"
                             "[velkin]\n"
                             "advisory.txt http://velkin.example/advisory.txt\n"
                             "urls.txt http://velkin.example/urls.txt\n";
-
-// Raises the soft file-size limit back when it goes, so a failing check in
-// between cannot leave the test process unable to write.
-class FileSizeLimit {
-public:
-    explicit FileSizeLimit(rlim_t bytes) {
-        m_ok = getrlimit(RLIMIT_FSIZE, &m_old) == 0;
-        m_oldHandler = std::signal(SIGXFSZ, SIG_IGN); // a write past the limit fails with EFBIG
-        if (m_ok) {
-            rlimit limited = m_old;
-            limited.rlim_cur = bytes;
-            m_ok = setrlimit(RLIMIT_FSIZE, &limited) == 0;
-        }
-    }
-    ~FileSizeLimit() {
-        setrlimit(RLIMIT_FSIZE, &m_old);
-        std::signal(SIGXFSZ, m_oldHandler);
-    }
-    FileSizeLimit(const FileSizeLimit&) = delete;
-    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-    bool ok() const { return m_ok; }
-
-private:
-    rlimit m_old{};
-    void (*m_oldHandler)(int) = nullptr;
-    bool m_ok = false;
-};
 
 } // namespace
 
@@ -100,8 +66,7 @@ void TestSourceOrder::init() {
 }
 
 QStringList TestSourceOrder::urlLines(const QByteArray& content) const {
-    if (content != Missing)
-        TempEnvironment::writeFile(urlsPath(), content);
+    PlaceUrls(urlsPath(), content);
     return ReadLines(urlsPath());
 }
 
@@ -130,7 +95,7 @@ void TestSourceOrder::sourceNames_data() {
 
     QTest::newRow("ordinary") << Ordinary << QStringList{"alpha", "beta"}
                               << QStringList{"alpha", "beta"};
-    QTest::newRow("missing file") << Missing << QStringList() << QStringList();
+    QTest::newRow("missing file") << MissingUrls << QStringList() << QStringList();
     QTest::newRow("empty file") << QByteArray() << QStringList() << QStringList();
     // The reorder list drops only the last character, here the blank.
     QTest::newRow("blank after the bracket")
@@ -183,7 +148,7 @@ void TestSourceOrder::sectionPageNames_data() {
     QTest::newRow("ordinary") << Ordinary << "alpha"
                               << QStringList{"mlist.txt", "pubring.mix", "type2.list"};
     QTest::newRow("velkin") << Ordinary << "velkin" << QStringList{"advisory.txt", "urls.txt"};
-    QTest::newRow("missing file") << Missing << "alpha" << QStringList();
+    QTest::newRow("missing file") << MissingUrls << "alpha" << QStringList();
     QTest::newRow("no such section") << Ordinary << "gamma" << QStringList();
     QTest::newRow("line without a blank is skipped")
         << QByteArray("[alpha]\nmlist.txt\npubring.mix http://a/p\nrlist.txt\tx\n") << "alpha"
@@ -238,7 +203,7 @@ void TestSourceOrder::sectionLinesToWrite_data() {
 
     QTest::newRow("ordinary") << Ordinary << "beta"
                               << QStringList{"mlist.txt https://beta.example/Stats/MLIST.txt"};
-    QTest::newRow("missing file") << Missing << "beta" << QStringList();
+    QTest::newRow("missing file") << MissingUrls << "beta" << QStringList();
     QTest::newRow("trimmed, lines without a blank kept")
         << QByteArray(
                "[alpha]\n  mlist.txt   http://a/m  \njust-a-note\n\tpubring.mix http://a/p\n")
@@ -292,9 +257,9 @@ void TestSourceOrder::rewrite_data() {
         << QByteArray("velkin urls\n[a]\nmlist.txt http://a/m\n\n[velkin]\n") << QStringList{"a"}
         << QStringList{"[a]", "mlist.txt http://a/m", "", "[velkin]"};
     QTest::newRow("missing file, no sources")
-        << Missing << QStringList() << QStringList{"[velkin]"};
+        << MissingUrls << QStringList() << QStringList{"[velkin]"};
     QTest::newRow("missing file, a source named")
-        << Missing << QStringList{"a"} << QStringList{"[a]", "", "[velkin]"};
+        << MissingUrls << QStringList{"a"} << QStringList{"[a]", "", "[velkin]"};
     // Listed as "a]", written back as "[a]]" and no longer found.
     QTest::newRow("blank after the bracket")
         << QByteArray("[a] \nmlist.txt http://a/m\n\n[b]\nrlist.txt http://b/r\n\n[velkin]\n")
@@ -388,47 +353,16 @@ void TestSourceOrder::rewriteKeepsWhatItWrote() {
     QVERIFY(m_ui.messages.isEmpty());
 }
 
+// The same obstacles as StatsSourceList::moveSource meets in tst_statssources.
 void TestSourceOrder::rewriteFails_data() {
-    QTest::addColumn<QString>("obstacle");
-    QTest::newRow("directory where the file should be") << "directory";
-    QTest::newRow("parent is a file") << "parent file";
-    QTest::newRow("disk refuses the bytes") << "file size limit";
+    AddSaveObstacleRows();
 }
 
 void TestSourceOrder::rewriteFails() {
     QFETCH(QString, obstacle);
-    const QByteArray original = "[a]\nmlist.txt http://a/m\n\n[b]\nmlist.txt http://b/m\n";
-    QString path = urlsPath();
-    QString keptPath; // a file whose bytes must survive
-    std::unique_ptr<FileSizeLimit> limit;
-    if (obstacle == "directory") {
-        QVERIFY(QDir().mkdir(path));
-        keptPath = TempEnvironment::writeFile(path + "/inside", original);
-    } else if (obstacle == "parent file") {
-        keptPath = TempEnvironment::writeFile(ProgramFolder() + "blocker", original);
-        path = keptPath + "/urls.txt";
-    } else {
-        keptPath = TempEnvironment::writeFile(path, original);
-        limit = std::make_unique<FileSizeLimit>(16);
-        if (!limit->ok())
-            QSKIP("cannot lower the file-size limit here");
-    }
-
-    const bool saved = WriteSourceOrder(path, {"b", "a"}, &m_ui);
-    limit.reset();
-
-    QVERIFY(!saved);
-    QCOMPARE(m_ui.messageTexts(), QStringList{"I was unable to save " + path +
-                                              ". Possibly you don't have file permissions.     "});
-    QCOMPARE(m_ui.messages.first().type, Error);
-    QCOMPARE(m_ui.messages.first().buttons, int(MbOk));
-    QCOMPARE(TempEnvironment::readFile(keptPath), original);
-    if (obstacle == "directory")
-        QVERIFY(QFileInfo(path).isDir());
-    // The save file's temporary copy must not be left behind.
-    const QStringList left = QDir(ProgramFolder()).entryList(QDir::Files | QDir::NoDotAndDotDot);
-    QCOMPARE(left,
-             obstacle == "directory" ? QStringList{} : QStringList{QFileInfo(keptPath).fileName()});
+    CheckSaveRefused(obstacle, urlsPath(), m_ui, [this](const QString& path) {
+        return WriteSourceOrder(path, {"b", "a"}, &m_ui);
+    });
 }
 
 // ---------------------------------------------------------------- chosen pages

@@ -4,6 +4,7 @@
 #include "StatsSources.h"
 #include "SuiteDatabase.h"
 #include "TempEnvironment.h"
+#include "TestData.h"
 #include "TestFrontEnd.h"
 #include "TestPinger.h"
 #include "TextFile.h"
@@ -17,12 +18,9 @@
 
 namespace {
 
-QByteArray realPage(const char* name) {
-    return TempEnvironment::readFile(QStringLiteral(VK_REALDATA "/2001-11-07/") +
-                                     QLatin1String(name));
+QByteArray realPage(const QString& name) {
+    return RealPage("2001-11-07", name);
 }
-
-const QStringList StatsPages = {"mlist.txt", "pubring.mix", "rlist.txt", "pubring.asc"};
 
 using Broadcasts = QList<std::pair<int, int>>;
 
@@ -86,8 +84,7 @@ void TestStatsController::cleanup() {
 }
 
 void TestStatsController::makeDataFile() {
-    QString error;
-    QVERIFY2(TVKDB::create(m_env->programFolder() + "vk.dbc", 2, &error), qPrintable(error));
+    QCOMPARE(CreateDataFile(m_env->programFolder()), QString());
 }
 
 void TestStatsController::writeUrls(const QStringList& lines) {
@@ -108,8 +105,8 @@ void TestStatsController::standardUrls() {
           << "[velkin]";
     writeUrls(lines);
     for (const QString& page : StatsPages) {
-        m_pinger->serve("/a/" + page, realPage(page.toLatin1().constData()));
-        m_pinger->serve("/b/" + page, realPage(page.toLatin1().constData()));
+        m_pinger->serve("/a/" + page, realPage(page));
+        m_pinger->serve("/b/" + page, realPage(page));
     }
 }
 

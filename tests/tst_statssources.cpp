@@ -3,6 +3,7 @@
 #include "TempEnvironment.h"
 #include "TestFrontEnd.h"
 #include "TextFile.h"
+#include "UrlsCases.h"
 
 #include <QDir>
 #include <QFile>
@@ -11,9 +12,7 @@
 #include <QTest>
 #include <QUrl>
 
-#include <csignal>
 #include <memory>
-#include <sys/resource.h>
 
 namespace {
 
@@ -31,33 +30,6 @@ const QByteArray Ordinary = "velkin urls\n"
                             "\n"
                             "[velkin]\n"
                             "advisory.txt http://velkin.example/advisory.txt\n";
-
-// Raises the soft file-size limit back when it goes, so a failing check in
-// between cannot leave the test process unable to write.
-class FileSizeLimit {
-public:
-    explicit FileSizeLimit(rlim_t bytes) {
-        m_ok = getrlimit(RLIMIT_FSIZE, &m_old) == 0;
-        m_oldHandler = std::signal(SIGXFSZ, SIG_IGN); // a write past the limit fails with EFBIG
-        if (m_ok) {
-            rlimit limited = m_old;
-            limited.rlim_cur = bytes;
-            m_ok = setrlimit(RLIMIT_FSIZE, &limited) == 0;
-        }
-    }
-    ~FileSizeLimit() {
-        setrlimit(RLIMIT_FSIZE, &m_old);
-        std::signal(SIGXFSZ, m_oldHandler);
-    }
-    FileSizeLimit(const FileSizeLimit&) = delete;
-    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-    bool ok() const { return m_ok; }
-
-private:
-    rlimit m_old{};
-    void (*m_oldHandler)(int) = nullptr;
-    bool m_ok = false;
-};
 
 } // namespace
 
@@ -579,50 +551,16 @@ void TestStatsSources::moveSource() {
     QVERIFY(m_ui.messages.isEmpty());
 }
 
+// The same obstacles as WriteSourceOrder meets in tst_sourceorder.
 void TestStatsSources::moveSourceSaveFails_data() {
-    QTest::addColumn<QString>("obstacle");
-    QTest::newRow("directory where the file should be") << "directory";
-    QTest::newRow("parent is a file") << "parent file";
-    QTest::newRow("disk refuses the bytes") << "file size limit";
+    AddSaveObstacleRows();
 }
 
 void TestStatsSources::moveSourceSaveFails() {
     QFETCH(QString, obstacle);
-    const QByteArray original = "[a]\nmlist.txt http://a/m\n\n[b]\nmlist.txt http://b/m\n";
-    QString path = urlsPath();
-    QString keptPath; // a file whose bytes must survive
-    QByteArray keptBytes;
-    std::unique_ptr<FileSizeLimit> limit;
-    if (obstacle == "directory") {
-        QVERIFY(QDir().mkdir(path));
-        keptPath = TempEnvironment::writeFile(path + "/inside", original);
-    } else if (obstacle == "parent file") {
-        keptPath = TempEnvironment::writeFile(ProgramFolder() + "blocker", original);
-        path = keptPath + "/urls.txt";
-    } else {
-        keptPath = TempEnvironment::writeFile(path, original);
-        limit = std::make_unique<FileSizeLimit>(16);
-        if (!limit->ok())
-            QSKIP("cannot lower the file-size limit here");
-    }
-    keptBytes = TempEnvironment::readFile(keptPath);
-    QCOMPARE(keptBytes, original);
-
-    const bool saved = StatsSourceList(path, &m_ui).moveSource("b", 0);
-    limit.reset();
-
-    QVERIFY(!saved);
-    QCOMPARE(m_ui.messageTexts(), QStringList{"I was unable to save " + path +
-                                              ". Possibly you don't have file permissions.     "});
-    QCOMPARE(m_ui.messages.first().type, Error);
-    QCOMPARE(m_ui.messages.first().buttons, int(MbOk));
-    QCOMPARE(TempEnvironment::readFile(keptPath), original);
-    if (obstacle == "directory")
-        QVERIFY(QFileInfo(path).isDir());
-    // The save file's temporary copy must not be left behind.
-    const QStringList left = QDir(ProgramFolder()).entryList(QDir::Files | QDir::NoDotAndDotDot);
-    QCOMPARE(left,
-             obstacle == "directory" ? QStringList{} : QStringList{QFileInfo(keptPath).fileName()});
+    CheckSaveRefused(obstacle, urlsPath(), m_ui, [this](const QString& path) {
+        return StatsSourceList(path, &m_ui).moveSource("b", 0);
+    });
 }
 
 // ---------------------------------------------------------------- odd files

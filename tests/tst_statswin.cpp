@@ -1,12 +1,13 @@
+#include "DialogTestSupport.h"
 #include "Global2.h"
 #include "IniFile.h"
 #include "StatsWins4.h"
 #include "SuiteDatabase.h"
 #include "TempEnvironment.h"
+#include "TestData.h"
 #include "TextFile.h"
 
 #include <QAction>
-#include <QApplication>
 #include <QComboBox>
 #include <QFrame>
 #include <QLabel>
@@ -17,7 +18,6 @@
 #include <QStatusBar>
 #include <QTabBar>
 #include <QTest>
-#include <QTimer>
 #include <QToolButton>
 
 #include <memory>
@@ -25,8 +25,7 @@
 namespace {
 
 QByteArray realPage(const char* name) {
-    return TempEnvironment::readFile(QStringLiteral(VK_REALDATA "/2001-11-07/") +
-                                     QLatin1String(name));
+    return RealPage("2001-11-07", QLatin1String(name));
 }
 
 QAction* findItem(QMenu* menu, const QString& caption) {
@@ -35,16 +34,6 @@ QAction* findItem(QMenu* menu, const QString& caption) {
             return item;
     }
     return nullptr;
-}
-
-// Answers the next message box with the given button and records its text.
-void answerNextMessage(QMessageBox::StandardButton button, QString* text) {
-    QTimer::singleShot(50, [button, text] {
-        auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
-        QVERIFY(box);
-        *text = box->text();
-        box->button(button)->click();
-    });
 }
 
 } // namespace
@@ -79,8 +68,7 @@ private:
 void TestStatsWin::init() {
     m_env.reset();
     m_env = std::make_unique<TempEnvironment>();
-    QString error;
-    QVERIFY2(TVKDB::create(m_env->programFolder() + "vk.dbc", 2, &error), qPrintable(error));
+    QCOMPARE(CreateDataFile(m_env->programFolder()), QString());
     QVERIFY(WriteLines(m_env->programFolder() + "urls.txt",
                        {"velkin urls", "[first]", "mlist.txt http://127.0.0.1:9/mlist.txt", "",
                         "[second]", "mlist.txt http://127.0.0.1:9/mlist.txt", "", "[velkin]"}));
@@ -253,7 +241,7 @@ void TestStatsWin::sourceChoiceAsks() {
     startWindow();
     m_window->FileMenuClick();
     QString asked;
-    answerNextMessage(QMessageBox::Cancel, &asked);
+    AnswerNextMessage(QMessageBox::Cancel, &asked);
     m_window->SourceMenu->actions()[1]->trigger();
     QCOMPARE(asked, QStringLiteral("Update remailer pages now?     "));
     QCOMPARE(m_window->SourceBox->currentIndex(), 1);

@@ -1,6 +1,7 @@
 #include "ProgramRun.h"
 #include "SuiteBus.h"
 #include "TempEnvironment.h"
+#include "TestData.h"
 #include "TestPinger.h"
 #include "TextFile.h"
 
@@ -28,21 +29,21 @@ namespace {
 using Message = QPair<int, int>;
 using Messages = QList<Message>;
 
-const QStringList StatsPages = {"mlist.txt", "pubring.mix", "rlist.txt", "pubring.asc"};
 const char* const Served = "2001-11-07";
 // Sent by the test after a run; everything the run broadcast comes before it.
 const int MarkerCode = -1;
 
-QByteArray realPage(const QString& name) {
-    const QByteArray bytes = TempEnvironment::readFile(
-        QStringLiteral(VK_REALDATA "/%1/%2").arg(QLatin1String(Served), name));
-    if (bytes.isEmpty())
-        qFatal("missing test page %s", qPrintable(name));
-    return bytes;
-}
-
 QDBusConnection connection(const QString& name) {
     return QDBusConnection::connectToBus(QDBusConnection::SessionBus, name);
+}
+
+// Takes the suite's name on bus without ever answering for it, as a copy
+// still starting would hold it.
+QDBusConnectionInterface::RegisterServiceReply holdNameSilently(const QDBusConnection& bus) {
+    return bus.interface()
+        ->registerService(SuiteBus::serviceName(), QDBusConnectionInterface::DontQueueService,
+                          QDBusConnectionInterface::DontAllowReplacement)
+        .value();
 }
 
 QDBusMessage postMessage(int code, int value) {
@@ -115,7 +116,6 @@ private slots:
 private:
     QDBusConnection open(const QString& name);
     void prepareProgram(ProgramSetup& setup, const QString& lastSource = QString());
-    void writeUrls(const ProgramSetup& setup, const QStringList& pages);
     QProcessEnvironment environment(const ProgramSetup& setup, bool withMix = true) const;
     void heardUpToMarker(Listener& listener, Messages& heard);
     bool nameOwned();
@@ -135,10 +135,6 @@ private:
             return;                                                                                \
         QCOMPARE(heard, expected);                                                                 \
     } while (false)
-
-#define EXPECT_EXIT(run, arguments, expected)                                                      \
-    QVERIFY2((run).endedWith(expected),                                                            \
-             (run).describe(QStringLiteral(VKSTATS), arguments).constData())
 
 void TestSuiteBus::initTestCase() {
     if (qEnvironmentVariableIsEmpty("DBUS_SESSION_BUS_ADDRESS") ||
@@ -189,25 +185,13 @@ void TestSuiteBus::prepareProgram(ProgramSetup& setup, const QString& lastSource
         lastSource.isEmpty() ? QStringList()
                              : QStringList{"set", data, "statslastsource", lastSource}};
     for (const QStringList& arguments : commands) {
-        if (arguments.isEmpty())
-            continue;
-        const ProgramRun run =
-            RunToEnd(QStringLiteral(VKDBTOOL), arguments, QProcessEnvironment::systemEnvironment());
-        QVERIFY2(run.endedWith(0), run.describe(QStringLiteral(VKDBTOOL), arguments).constData());
+        if (!arguments.isEmpty())
+            QVERIFY(RunsOk(QStringLiteral(VKDBTOOL), arguments));
     }
     TempEnvironment::writeFile(setup.programFolder() + QStringLiteral("vkstats.ini"),
                                "[stats]\npages=mlist.txt,pubring.mix,rlist.txt,pubring.asc\n"
                                "timeoutseconds=5\n");
-    writeUrls(setup, StatsPages);
-}
-
-void TestSuiteBus::writeUrls(const ProgramSetup& setup, const QStringList& pages) {
-    QStringList lines = {"velkin urls", "[pinger]"};
-    for (const QString& page : pages)
-        lines << page + u' ' + m_pinger->url(u'/' + page);
-    lines << ""
-          << "[velkin]";
-    QVERIFY(WriteLines(setup.programFolder() + QStringLiteral("urls.txt"), lines));
+    QVERIFY(WritePingerUrls(setup.programFolder(), *m_pinger, StatsPages));
 }
 
 QProcessEnvironment TestSuiteBus::environment(const ProgramSetup& setup, bool withMix) const {
@@ -275,12 +259,7 @@ void TestSuiteBus::nameFreedWhenHolderLeaves() {
 // as nobody: activateRunning says so, and a new start goes on.
 void TestSuiteBus::silentHolderIsNotActivated() {
     QDBusConnection holder = open(QStringLiteral("holder"));
-    QCOMPARE(holder.interface()
-                 ->registerService(SuiteBus::serviceName(),
-                                   QDBusConnectionInterface::DontQueueService,
-                                   QDBusConnectionInterface::DontAllowReplacement)
-                 .value(),
-             QDBusConnectionInterface::ServiceRegistered);
+    QCOMPARE(holdNameSilently(holder), QDBusConnectionInterface::ServiceRegistered);
     SuiteBus second(open(QStringLiteral("second")));
     QVERIFY(!second.claim());
     std::atomic<bool> answered = true;
@@ -430,12 +409,11 @@ void TestSuiteBus::headlessBroadcasts() {
 
     ProgramSetup setup;
     prepareProgram(setup);
-    for (const QString& page : StatsPages)
-        m_pinger->serve(u'/' + page, realPage(page));
+    ServeRealPages(*m_pinger, Served, StatsPages);
     if (situation == QLatin1String("fail"))
         m_pinger->fail(QStringLiteral("/pubring.asc"), 500, "<html>Internal Server Error</html>\n");
     if (situation == QLatin1String("nourl"))
-        writeUrls(setup, {"mlist.txt", "rlist.txt"});
+        QVERIFY(WritePingerUrls(setup.programFolder(), *m_pinger, {"mlist.txt", "rlist.txt"}));
     if (situation == QLatin1String("nodata") || situation == QLatin1String("encrypted"))
         QVERIFY(QFile::remove(setup.programFolder() + QStringLiteral("vk.dbc")));
     if (situation == QLatin1String("encrypted"))
@@ -455,8 +433,7 @@ void TestSuiteBus::headlessBroadcasts() {
 void TestSuiteBus::headlessSecondCopyRefused() {
     ProgramSetup setup;
     prepareProgram(setup);
-    for (const QString& page : StatsPages)
-        m_pinger->serve(u'/' + page, realPage(page));
+    ServeRealPages(*m_pinger, Served, StatsPages);
     SuiteBus running(open(QStringLiteral("running")));
     QVERIFY(running.claim());
     QSignalSpy activated(&running, &SuiteBus::activateRequested);
@@ -476,22 +453,16 @@ void TestSuiteBus::headlessSecondCopyRefused() {
 void TestSuiteBus::headlessStartsBesideSilentHolder() {
     ProgramSetup setup;
     prepareProgram(setup);
-    for (const QString& page : StatsPages)
-        m_pinger->serve(u'/' + page, realPage(page));
+    ServeRealPages(*m_pinger, Served, StatsPages);
     QDBusConnection holder = open(QStringLiteral("holder"));
-    QCOMPARE(holder.interface()
-                 ->registerService(SuiteBus::serviceName(),
-                                   QDBusConnectionInterface::DontQueueService,
-                                   QDBusConnectionInterface::DontAllowReplacement)
-                 .value(),
-             QDBusConnectionInterface::ServiceRegistered);
+    QCOMPARE(holdNameSilently(holder), QDBusConnectionInterface::ServiceRegistered);
     Listener listener(open(QStringLiteral("listener")));
 
     const QStringList arguments = {"auto", "--headless"};
     const ProgramRun run = RunToEnd(QStringLiteral(VKSTATS), arguments, environment(setup));
     EXPECT_EXIT(run, arguments, 0);
     QCOMPARE(TempEnvironment::readFile(setup.mixFolder() + QStringLiteral("pubring.mix")),
-             realPage(QStringLiteral("pubring.mix")));
+             RealPage(Served, QStringLiteral("pubring.mix")));
     EXPECT_HEARD(listener, Messages{Message(3, 1)});
 }
 

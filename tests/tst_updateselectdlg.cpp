@@ -1,18 +1,18 @@
+#include "DialogTestSupport.h"
 #include "Global2.h"
 #include "TempEnvironment.h"
 #include "TestFrontEnd.h"
 #include "UpdateSelectDlgs.h"
+#include "UrlsCases.h"
 
 #include <QApplication>
 #include <QComboBox>
 #include <QElapsedTimer>
 #include <QLabel>
 #include <QListWidget>
-#include <QProcess>
 #include <QPushButton>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QTimer>
 
 #include <functional>
 #include <memory>
@@ -134,36 +134,18 @@ void TestUpdateSelectDlg::init() {
 
 // Every dialog is gone by the end of a test: the entry function frees it.
 void TestUpdateSelectDlg::cleanup() {
-    for (QWidget* widget : QApplication::topLevelWidgets())
-        QVERIFY(!qobject_cast<TUpdateSelectDlg*>(widget));
+    QVERIFY(NoDialogLeft<TUpdateSelectDlg>());
 }
 
 bool TestUpdateSelectDlg::runModal(QWidget* owner,
                                    const std::function<void(TUpdateSelectDlg*)>& act,
                                    QString& source, QStringList& pages, QString& quickSource,
                                    QStringList& quickPages) {
-    m_guardFired = false;
-    bool acted = false;
-    QTimer::singleShot(0, this, [&] {
-        if (auto* dialog = qobject_cast<TUpdateSelectDlg*>(QApplication::activeModalWidget())) {
-            acted = true;
-            act(dialog);
-        }
-    });
-    QTimer guard;
-    guard.setSingleShot(true);
-    connect(&guard, &QTimer::timeout, this, [this] {
-        m_guardFired = true;
-        for (QWidget* widget : QApplication::topLevelWidgets()) {
-            if (auto* dialog = qobject_cast<TUpdateSelectDlg*>(widget))
-                dialog->reject();
-        }
-    });
-    guard.start(10000);
-    const bool ok = SelectUpdate(owner, &m_ui, urlsPath(), source, pages, quickSource, quickPages);
-    if (!acted)
-        m_guardFired = true;
-    return ok;
+    return RunModal<TUpdateSelectDlg>(
+        [&] {
+            return SelectUpdate(owner, &m_ui, urlsPath(), source, pages, quickSource, quickPages);
+        },
+        act, &m_guardFired);
 }
 
 void TestUpdateSelectDlg::captionsAndControls() {
@@ -193,8 +175,7 @@ void TestUpdateSelectDlg::listsAtOpen_data() {
     QTest::newRow("ordinary") << Ordinary << QStringList{"alpha", "beta"}
                               << QStringList{"mlist.txt", "pubring.mix", "type2.list", "rlist.txt"}
                               << QStringList{"advisory.txt", "urls.txt", "nymserver.asc"};
-    QTest::newRow("missing file") << QByteArray("<missing>") << QStringList() << QStringList()
-                                  << QStringList();
+    QTest::newRow("missing file") << MissingUrls << QStringList() << QStringList() << QStringList();
     QTest::newRow("[VELKIN] and [Velkin] left out")
         << QByteArray("[VELKIN]\nmlist.txt http://V/m\n\n[Velkin]\n\n[alpha]\n"
                       "rlist.txt http://a/r\n")
@@ -222,10 +203,7 @@ void TestUpdateSelectDlg::listsAtOpen() {
     QFETCH(QStringList, sources);
     QFETCH(QStringList, pages);
     QFETCH(QStringList, quick);
-    if (content == "<missing>")
-        QVERIFY(QFile::remove(urlsPath()));
-    else
-        TempEnvironment::writeFile(urlsPath(), content);
+    QVERIFY(PlaceUrls(urlsPath(), content));
     TUpdateSelectDlg dialog(nullptr, &m_ui, urlsPath());
     QCOMPARE(entries(dialog.SourceBox), sources);
     QCOMPARE(dialog.SourceBox->currentIndex(), sources.isEmpty() ? -1 : 0);
@@ -347,9 +325,7 @@ void TestUpdateSelectDlg::selectUpdate() {
     QFETCH(QStringList, quickPages);
 
     QWidget owner;
-    owner.resize(600, 500);
-    owner.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&owner));
+    QVERIFY(ShowOwner(owner));
 
     // Left over from an earlier run; cleared whatever the outcome.
     QString outSource = "old";
@@ -364,16 +340,12 @@ void TestUpdateSelectDlg::selectUpdate() {
                 QTest::keyClick(dialog->SourceBox, Qt::Key_Down);
             tick(dialog->PageListBox, ticks);
             tick(dialog->QuickListBox, quickTicks);
-            if (closeBy == "close") {
-                dialog->close();
-            } else if (closeBy == "escape") {
-                QTest::keyClick(dialog, Qt::Key_Escape);
-            } else if (closeBy == "enter") {
+            if (closeBy == "enter") {
                 dialog->PageListBox->clearFocus();
                 dialog->OkBtn->setFocus();
                 QTest::keyClick(dialog->OkBtn, Qt::Key_Return);
             } else {
-                QTest::mouseClick(dialog->findChild<QPushButton*>(closeBy), Qt::LeftButton);
+                CloseDialogBy(dialog, closeBy);
             }
         },
         outSource, outPages, outQuickSource, outQuickPages);
@@ -399,10 +371,7 @@ void TestUpdateSelectDlg::lookFromSettings() {
 
 void TestUpdateSelectDlg::fixedSizeCentredOnOwner() {
     QWidget owner;
-    // Inside the screen, which would otherwise push the dialog back in.
-    owner.setGeometry(20, 30, 740, 520);
-    owner.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&owner));
+    QVERIFY(ShowOwner(owner));
     QPoint offset(1000, 1000);
     bool fixed = false;
     bool labelWhole = false;
@@ -448,31 +417,19 @@ void TestUpdateSelectDlg::assertions() {
     QFETCH(QByteArray, message);
     QTemporaryDir home; // without a .Mix folder
     QVERIFY(home.isValid());
-    QProcess child;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QString::fromLatin1(AssertChild), fault);
-    environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    QProcessEnvironment environment = AssertChildEnvironment(AssertChild, fault);
     if (fault == "mixmaster") {
         environment.remove(QStringLiteral("MIXPATH"));
         environment.insert(QStringLiteral("HOME"), home.path());
     }
-    child.setProcessEnvironment(environment);
-    child.start(QCoreApplication::applicationFilePath(), {});
-    if (!child.waitForFinished(30000)) {
-        child.kill();
-        child.waitForFinished();
-        QFAIL("the child did not stop at the check");
-    }
-    QCOMPARE(child.exitStatus(), QProcess::CrashExit);
-    const QByteArray stderrText = child.readAllStandardError();
-    QVERIFY2(stderrText.contains(message), stderrText.constData());
+    ExpectStopAtCheck(environment, message);
 }
 
 int main(int argc, char** argv) {
-    // The child of assertions(): it must stop at the check.
-    if (qEnvironmentVariableIsSet(AssertChild)) {
-        QApplication app(argc, argv);
-        const bool emptyPath = qEnvironmentVariable(AssertChild) == QLatin1String("path");
+    QTEST_SET_MAIN_SOURCE_PATH
+    // The child of assertions() must stop at the check.
+    return DialogTestMain<TestUpdateSelectDlg>(argc, argv, AssertChild, [](const QString& fault) {
+        const bool emptyPath = fault == QLatin1String("path");
         QWidget owner;
         TestFrontEnd ui;
         QString source = QStringLiteral("x");
@@ -481,12 +438,7 @@ int main(int argc, char** argv) {
         QStringList quickPages{QStringLiteral("x")};
         SelectUpdate(&owner, &ui, emptyPath ? QString() : ProgramFolder() + "urls.txt", source,
                      pages, quickSource, quickPages);
-        return 0;
-    }
-    QApplication app(argc, argv);
-    TestUpdateSelectDlg test;
-    QTEST_SET_MAIN_SOURCE_PATH
-    return QTest::qExec(&test, argc, argv);
+    });
 }
 
 #include "tst_updateselectdlg.moc"

@@ -1,12 +1,15 @@
+#include "DialogTestSupport.h"
 #include "Global2.h"
 #include "StatsSources.h"
 #include "StatsWins4.h"
 #include "SuiteDatabase.h"
 #include "TempEnvironment.h"
+#include "TestData.h"
 #include "TestFrontEnd.h"
 #include "TestPinger.h"
 #include "TextFile.h"
 #include "URLDlgs.h"
+#include "UrlsCases.h"
 
 #include <QAction>
 #include <QApplication>
@@ -16,16 +19,13 @@
 #include <QFileInfo>
 #include <QMessageBox>
 #include <QPlainTextEdit>
-#include <QProcess>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QTest>
 #include <QTimer>
 
-#include <csignal>
 #include <functional>
 #include <memory>
-#include <sys/resource.h>
 
 namespace {
 
@@ -59,56 +59,11 @@ QString shown(const QByteArray& file) {
 const QByteArray NewList = "Velkin URLS\r\n[b]\r\nmlist.txt http://b.example/mlist.txt\r\n\r\n"
                            "[velkin]\r\n";
 
-// Raises the soft file-size limit back when it goes.
-class FileSizeLimit {
-public:
-    explicit FileSizeLimit(rlim_t bytes) {
-        m_ok = getrlimit(RLIMIT_FSIZE, &m_old) == 0;
-        m_oldHandler = std::signal(SIGXFSZ, SIG_IGN);
-        if (m_ok) {
-            rlimit limited = m_old;
-            limited.rlim_cur = bytes;
-            m_ok = setrlimit(RLIMIT_FSIZE, &limited) == 0;
-        }
-    }
-    ~FileSizeLimit() {
-        setrlimit(RLIMIT_FSIZE, &m_old);
-        std::signal(SIGXFSZ, m_oldHandler);
-    }
-    FileSizeLimit(const FileSizeLimit&) = delete;
-    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-    bool ok() const { return m_ok; }
-
-private:
-    rlimit m_old{};
-    void (*m_oldHandler)(int) = nullptr;
-    bool m_ok = false;
-};
-
 // Types a new last line into the editor, as a user would.
 void typeLine(TURLDlg* dialog, const QString& line) {
     dialog->Editor->moveCursor(QTextCursor::End);
     QTest::keyClick(dialog->Editor, Qt::Key_Return);
     QTest::keyClicks(dialog->Editor, line);
-}
-
-void closeBy(TURLDlg* dialog, const QString& how) {
-    if (how == QLatin1String("escape"))
-        QTest::keyClick(dialog, Qt::Key_Escape);
-    else if (how == QLatin1String("close"))
-        dialog->close();
-    else
-        QTest::mouseClick(dialog->findChild<QPushButton*>(how), Qt::LeftButton);
-}
-
-// Answers the next message box with the given button and records its text.
-void answerNextMessage(QMessageBox::StandardButton button, QString* text) {
-    QTimer::singleShot(50, [button, text] {
-        if (auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) {
-            *text = box->text();
-            box->button(button)->click();
-        }
-    });
 }
 
 } // namespace
@@ -171,43 +126,25 @@ void TestURLDlg::init() {
 
 // Every dialog is gone by the end of a test: the entry function frees it.
 void TestURLDlg::cleanup() {
-    for (QWidget* widget : QApplication::topLevelWidgets())
-        QVERIFY(!qobject_cast<TURLDlg*>(widget));
+    QVERIFY(NoDialogLeft<TURLDlg>());
     m_pinger.reset();
 }
 
 bool TestURLDlg::runModal(const std::function<void(TURLDlg*)>& act, const QString& proxyName,
                           const QStringList& proxySettings) {
-    m_guardFired = false;
-    bool acted = false;
-    QTimer::singleShot(0, this, [&] {
-        if (auto* dialog = qobject_cast<TURLDlg*>(QApplication::activeModalWidget())) {
-            acted = true;
-            act(dialog);
-        }
-    });
-    QTimer guard;
-    guard.setSingleShot(true);
-    connect(&guard, &QTimer::timeout, this, [this] {
-        m_guardFired = true;
-        for (QWidget* widget : QApplication::topLevelWidgets()) {
-            if (auto* dialog = qobject_cast<TURLDlg*>(widget)) {
-                // Out of a download, out of a review, then out without saving.
-                for (int i = 0; i < 3 && dialog->isVisible(); ++i) {
-                    m_ui.answers = {IdNo};
-                    dialog->reject();
-                }
-            }
-        }
-    });
-    guard.start(20000);
     QWidget owner;
-    owner.setGeometry(20, 30, 740, 520);
+    owner.setGeometry(OwnerGeometry);
     owner.show();
-    const bool saved = ShowURLManager(&owner, &m_ui, urlsPath(), proxyName, proxySettings);
-    if (!acted)
-        m_guardFired = true;
-    return saved;
+    return RunModal<TURLDlg>(
+        [&] { return ShowURLManager(&owner, &m_ui, urlsPath(), proxyName, proxySettings); }, act,
+        &m_guardFired, 20000,
+        [this](TURLDlg* dialog) {
+            // Out of a download, out of a review, then out without saving.
+            for (int i = 0; i < 3 && dialog->isVisible(); ++i) {
+                m_ui.answers = {IdNo};
+                dialog->reject();
+            }
+        });
 }
 
 void TestURLDlg::controls() {
@@ -283,20 +220,15 @@ void TestURLDlg::closing() {
     const bool result = runModal([&](TURLDlg* dialog) {
         if (edit)
             typeLine(dialog, QStringLiteral("[c]"));
-        closeBy(dialog, how);
+        CloseDialogBy(dialog, how);
         closed = !dialog->isVisible();
     });
     QVERIFY(!m_guardFired);
     QVERIFY(closed);
     QCOMPARE(result, saved);
-    if (asked) {
-        QCOMPARE(m_ui.messageTexts(), QStringList{SaveQuestion});
-        QCOMPARE(m_ui.messages.first().type, Confirm);
-        QCOMPARE(m_ui.messages.first().buttons, int(MbYesNoCancel));
-        QCOMPARE(m_ui.messages.first().style, MsgStyle::CentredDialog);
-    } else {
-        QVERIFY(m_ui.messages.isEmpty());
-    }
+    CheckSaveQuestion(m_ui, asked, SaveQuestion);
+    if (QTest::currentTestFailed())
+        return;
     if (saved) {
         QCOMPARE(TempEnvironment::readFile(urlsPath()), before + "[c]\n");
     } else {
@@ -337,12 +269,7 @@ void TestURLDlg::failedSaveKeepsDialogOpen() {
     m_ui.answers = {IdYes, IdOk, IdNo}; // save, the failure, then leave unsaved
     const bool result = runModal([&](TURLDlg* dialog) {
         typeLine(dialog, QStringLiteral("[c]"));
-        {
-            FileSizeLimit limit(16);
-            limited = limit.ok();
-            if (limited)
-                QTest::mouseClick(dialog->OkBtn, Qt::LeftButton);
-        }
+        limited = ClickUnderFileSizeLimit(dialog->OkBtn);
         openAfterOk = dialog->isVisible();
         QTest::mouseClick(dialog->CancelBtn, Qt::LeftButton);
     });
@@ -351,9 +278,8 @@ void TestURLDlg::failedSaveKeepsDialogOpen() {
     QVERIFY(!m_guardFired);
     QVERIFY(openAfterOk);
     QVERIFY(!result);
-    const QString saveFailed =
-        "I was unable to save " + urlsPath() + ". Possibly you don't have file permissions.     ";
-    QCOMPARE(m_ui.messageTexts(), QStringList({SaveQuestion, saveFailed, SaveQuestion}));
+    QCOMPARE(m_ui.messageTexts(),
+             QStringList({SaveQuestion, SaveFailedMessage(urlsPath()), SaveQuestion}));
     QCOMPARE(m_ui.messages.at(1).type, Error);
     QCOMPARE(TempEnvironment::readFile(urlsPath()), before);
 }
@@ -653,7 +579,7 @@ void TestURLDlg::cancelDuringDownload() {
             okDuring = dialog->OkBtn->isEnabled();
             refreshDuring = dialog->RefreshBtn->isEnabled();
             readOnlyDuring = dialog->Editor->isReadOnly();
-            closeBy(dialog, how);
+            CloseDialogBy(dialog, how);
         });
         QElapsedTimer clock;
         clock.start();
@@ -752,8 +678,7 @@ void TestURLDlg::help() {
 // The Tools menu item of the main window opens the manager with the proxy
 // box's choice and reads the sources again after a save.
 void TestURLDlg::mainWindowMenu() {
-    QString error;
-    QVERIFY2(TVKDB::create(m_env->programFolder() + "vk.dbc", 2, &error), qPrintable(error));
+    QCOMPARE(CreateDataFile(m_env->programFolder()), QString());
     auto window = std::make_unique<TVKStatsWin4>();
     QCOMPARE(window->start({}), StartResult::Ready);
     window->show();
@@ -770,12 +695,12 @@ void TestURLDlg::mainWindowMenu() {
         if (!dialog)
             return;
         opened = true;
-        answerNextMessage(QMessageBox::No, &question);
+        AnswerNextMessage(QMessageBox::No, &question);
         QTest::mouseClick(dialog->RefreshBtn, Qt::LeftButton);
         dialog->Editor->selectAll();
         dialog->Editor->insertPlainText("velkin urls\n[x]\nmlist.txt http://x/m\n\n"
                                         "[y]\nmlist.txt http://y/m\n\n[velkin]\n");
-        answerNextMessage(QMessageBox::Yes, &saveQuestion);
+        AnswerNextMessage(QMessageBox::Yes, &saveQuestion);
         QTest::mouseClick(dialog->OkBtn, Qt::LeftButton);
     });
     QTimer guard;
@@ -816,38 +741,19 @@ void TestURLDlg::assertions_data() {
 void TestURLDlg::assertions() {
     QFETCH(QString, fault);
     QFETCH(QByteArray, message);
-    QProcess child;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QString::fromLatin1(AssertChild), fault);
-    environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
-    child.setProcessEnvironment(environment);
-    child.start(QCoreApplication::applicationFilePath(), {});
-    if (!child.waitForFinished(30000)) {
-        child.kill();
-        child.waitForFinished();
-        QFAIL("the child did not stop at the check");
-    }
-    QCOMPARE(child.exitStatus(), QProcess::CrashExit);
-    const QByteArray stderrText = child.readAllStandardError();
-    QVERIFY2(stderrText.contains(message), stderrText.constData());
+    ExpectStopAtCheck(AssertChildEnvironment(AssertChild, fault), message);
 }
 
 int main(int argc, char** argv) {
-    // The child of assertions(): it must stop at the check.
-    if (qEnvironmentVariableIsSet(AssertChild)) {
-        QApplication app(argc, argv);
-        const QString fault = qEnvironmentVariable(AssertChild);
+    QTEST_SET_MAIN_SOURCE_PATH
+    // The child of assertions() must stop at the check.
+    return DialogTestMain<TestURLDlg>(argc, argv, AssertChild, [](const QString& fault) {
         TestFrontEnd ui;
         const QString path = ProgramFolder() + QStringLiteral("urls.txt");
         ShowURLManager(nullptr, fault == QLatin1String("frontend") ? nullptr : &ui,
                        fault == QLatin1String("path") ? QString() : path, QStringLiteral("<none>"),
                        {});
-        return 0;
-    }
-    QApplication app(argc, argv);
-    TestURLDlg test;
-    QTEST_SET_MAIN_SOURCE_PATH
-    return QTest::qExec(&test, argc, argv);
+    });
 }
 
 #include "tst_urldlg.moc"

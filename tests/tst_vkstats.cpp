@@ -1,6 +1,7 @@
 #include "IniFile.h"
 #include "ProgramRun.h"
 #include "TempEnvironment.h"
+#include "TestData.h"
 #include "TestPinger.h"
 #include "TextFile.h"
 
@@ -18,7 +19,6 @@
 
 namespace {
 
-const QStringList StatsPages = {"mlist.txt", "pubring.mix", "rlist.txt", "pubring.asc"};
 const QStringList MixPages = {"mlist.txt", "pubring.mix", "type2.list", "rlist.txt", "pubring.asc"};
 const char* const Served = "2001-11-07";
 const char* const Stored = "2012-11-30";
@@ -30,14 +30,6 @@ const QString EncryptedFirst = QStringLiteral("I find your VK database is encryp
                                               "to start VK and decrypt the file.");
 const QString DataFileMissing = QStringLiteral("I was unable to locate VK datafile");
 const QString NoDisplay = QStringLiteral("no display");
-
-QByteArray realPage(const char* date, const QString& name) {
-    const QByteArray bytes = TempEnvironment::readFile(
-        QStringLiteral(VK_REALDATA "/%1/%2").arg(QLatin1String(date), name));
-    if (bytes.isEmpty())
-        qFatal("missing test page %s/%s", date, qPrintable(name));
-    return bytes;
-}
 
 QStringList outputLines(const QString& text) {
     return text.split(u'\n');
@@ -87,9 +79,7 @@ private:
     ProgramRun vkstats(const QStringList& arguments, Mix mix = Mix::Folder);
     ProgramRun vkdbtool(const QStringList& arguments);
     QString mixFolder(Mix mix) const;
-    void writeUrls(const QStringList& pages);
     void writeIni(const QString& pages);
-    void serveRealPages();
     void storeOldPages();
     QString dataFile() const { return m_env->programFolder() + QStringLiteral("vk.dbc"); }
 
@@ -97,10 +87,6 @@ private:
     std::unique_ptr<QTemporaryDir> m_home;
     std::unique_ptr<TestPinger> m_pinger;
 };
-
-#define EXPECT_EXIT(run, arguments, expected)                                                      \
-    QVERIFY2((run).endedWith(expected),                                                            \
-             (run).describe(QStringLiteral(VKSTATS), arguments).constData())
 
 void TestVkstats::init() {
     m_pinger.reset();
@@ -112,11 +98,9 @@ void TestVkstats::init() {
     m_pinger = std::make_unique<TestPinger>();
     QVERIFY(m_pinger->listen());
 
-    const QStringList create = {"create", dataFile()};
-    const ProgramRun made = vkdbtool(create);
-    QVERIFY2(made.endedWith(0), made.describe(QStringLiteral(VKDBTOOL), create).constData());
+    QVERIFY(RunsOk(QStringLiteral(VKDBTOOL), {"create", dataFile()}));
     writeIni(PagesSetting);
-    writeUrls(StatsPages);
+    QVERIFY(WritePingerUrls(m_env->programFolder(), *m_pinger, StatsPages));
 }
 
 void TestVkstats::cleanup() {
@@ -149,34 +133,18 @@ QString TestVkstats::mixFolder(Mix mix) const {
     return {};
 }
 
-// One stats source, so that a failing page has nowhere to fall back to,
-// and the suite's own section, empty.
-void TestVkstats::writeUrls(const QStringList& pages) {
-    QStringList lines = {"velkin urls", "[pinger]"};
-    for (const QString& page : pages)
-        lines << page + u' ' + m_pinger->url(u'/' + page);
-    lines << ""
-          << "[velkin]";
-    QVERIFY(WriteLines(m_env->programFolder() + QStringLiteral("urls.txt"), lines));
-}
-
 void TestVkstats::writeIni(const QString& pages) {
     // A short download time-out keeps a silent pinger from slowing the run.
     TempEnvironment::writeFile(m_env->programFolder() + QStringLiteral("vkstats.ini"),
                                "[stats]\npages=" + pages.toUtf8() + "\ntimeoutseconds=3\n");
 }
 
-void TestVkstats::serveRealPages() {
-    for (const QString& page : StatsPages)
-        m_pinger->serve(u'/' + page, realPage(Served, page));
-}
-
 // Valid pages of another day, as an earlier save would have left them.
 void TestVkstats::storeOldPages() {
     for (const QString& page : StatsPages)
-        TempEnvironment::writeFile(m_env->mixFolder() + page, realPage(Stored, page));
+        TempEnvironment::writeFile(m_env->mixFolder() + page, RealPage(Stored, page));
     TempEnvironment::writeFile(m_env->mixFolder() + QStringLiteral("type2.list"),
-                               realPage("2002-08-20", QStringLiteral("type2.list")));
+                               RealPage("2002-08-20", QStringLiteral("type2.list")));
     TempEnvironment::writeFile(m_env->programFolder() + QStringLiteral("status.txt"),
                                "Fri Nov 30 12:00:00 2012\nmlist.txt...ok\n");
 }
@@ -224,7 +192,7 @@ void TestVkstats::unattendedRun() {
     const Mix where = Mix(mix);
     if (where == Mix::HomeFolder)
         QVERIFY(QDir().mkpath(mixFolder(where)));
-    serveRealPages();
+    ServeRealPages(*m_pinger, Served, StatsPages);
 
     const ProgramRun run = vkstats(arguments, where);
     EXPECT_EXIT(run, arguments, 0);
@@ -243,13 +211,13 @@ void TestVkstats::unattendedRun() {
         names.sort();
         return names;
     }());
-    QCOMPARE(saved.value("pubring.mix"), realPage(Served, "pubring.mix"));
-    QCOMPARE(saved.value("pubring.asc"), realPage(Served, "pubring.asc"));
-    QCOMPARE(saved.value("type2.list"), realPage(Served, "type2.list"));
+    QCOMPARE(saved.value("pubring.mix"), RealPage(Served, "pubring.mix"));
+    QCOMPARE(saved.value("pubring.asc"), RealPage(Served, "pubring.asc"));
+    QCOMPARE(saved.value("type2.list"), RealPage(Served, "type2.list"));
     // The statistics pages are stored as shown: every line from the page
     // served, the remailers' rows among them.
     for (const QString& page : {QStringLiteral("mlist.txt"), QStringLiteral("rlist.txt")}) {
-        const QStringList served = BytesToLines(realPage(Served, page));
+        const QStringList served = BytesToLines(RealPage(Served, page));
         const QStringList stored = BytesToLines(saved.value(page));
         QVERIFY2(stored.size() > 10, qPrintable(page));
         for (const QString& line : stored)
@@ -288,7 +256,7 @@ void TestVkstats::failedDownload_data() {
 
     TestPinger::Route reset;
     reset.mode = TestPinger::Mode::ResetMidway;
-    reset.body = realPage(Served, "pubring.asc");
+    reset.body = RealPage(Served, "pubring.asc");
     // A pinger that stops answering reads as one that gave no answer.
     QTest::newRow("connection reset during the last page") << "pubring.asc" << reset << "timed out";
 
@@ -305,7 +273,7 @@ void TestVkstats::failedDownload() {
     QFETCH(QString, page);
     QFETCH(TestPinger::Route, route);
     QFETCH(QString, word);
-    serveRealPages();
+    ServeRealPages(*m_pinger, Served, StatsPages);
     m_pinger->setRoute(u'/' + page, route);
     storeOldPages();
     const QMap<QString, QByteArray> mixBefore = folderContents(m_env->mixFolder());
@@ -333,7 +301,7 @@ void TestVkstats::failedDownload() {
 // A page that arrives but cannot be written keeps the old file and ends
 // with its own status.
 void TestVkstats::unsavablePage() {
-    serveRealPages();
+    ServeRealPages(*m_pinger, Served, StatsPages);
     storeOldPages();
     // A folder where the file should go cannot be replaced by a file.
     const QString blocked = m_env->mixFolder() + QStringLiteral("rlist.txt");
@@ -350,9 +318,9 @@ void TestVkstats::unsavablePage() {
              QByteArray("still here\n"));
     // The other pages were saved.
     QCOMPARE(TempEnvironment::readFile(m_env->mixFolder() + QStringLiteral("pubring.asc")),
-             realPage(Served, "pubring.asc"));
+             RealPage(Served, "pubring.asc"));
     QCOMPARE(TempEnvironment::readFile(m_env->mixFolder() + QStringLiteral("type2.list")),
-             realPage(Served, "type2.list"));
+             RealPage(Served, "type2.list"));
 }
 
 void TestVkstats::missingUrl_data() {
@@ -374,8 +342,8 @@ void TestVkstats::missingUrl() {
     QFETCH(QStringList, arguments);
     QFETCH(QStringList, listed);
     QFETCH(QString, missing);
-    serveRealPages();
-    writeUrls(listed);
+    ServeRealPages(*m_pinger, Served, StatsPages);
+    QVERIFY(WritePingerUrls(m_env->programFolder(), *m_pinger, listed));
     storeOldPages();
     const QMap<QString, QByteArray> mixBefore = folderContents(m_env->mixFolder());
 
@@ -428,7 +396,7 @@ void TestVkstats::refused() {
     QFETCH(bool, dataFile);
     QFETCH(QString, encrypted);
     QFETCH(QString, message);
-    serveRealPages();
+    ServeRealPages(*m_pinger, Served, StatsPages);
     if (!dataFile)
         QVERIFY(QFile::remove(this->dataFile()));
     if (!encrypted.isEmpty())
@@ -460,7 +428,7 @@ void TestVkstats::versionQuery_data() {
 
 void TestVkstats::versionQuery() {
     QFETCH(QStringList, arguments);
-    serveRealPages();
+    ServeRealPages(*m_pinger, Served, StatsPages);
     const ProgramRun run = vkstats(arguments);
     EXPECT_EXIT(run, arguments, 0);
     const IniFile ini(m_env->programFolder() + QStringLiteral("vkstats.ini"));
@@ -481,7 +449,7 @@ void TestVkstats::versionAsLaterArgument_data() {
 void TestVkstats::versionAsLaterArgument() {
     QFETCH(QStringList, arguments);
     QFETCH(int, exitCode);
-    serveRealPages();
+    ServeRealPages(*m_pinger, Served, StatsPages);
     const ProgramRun run = vkstats(arguments);
     EXPECT_EXIT(run, arguments, exitCode);
     const IniFile ini(m_env->programFolder() + QStringLiteral("vkstats.ini"));
@@ -489,18 +457,16 @@ void TestVkstats::versionAsLaterArgument() {
     if (exitCode == 0) {
         QCOMPARE(m_pinger->requests().size(), StatsPages.size());
         QCOMPARE(TempEnvironment::readFile(m_env->mixFolder() + QStringLiteral("pubring.mix")),
-                 realPage(Served, "pubring.mix"));
+                 RealPage(Served, "pubring.mix"));
     }
 }
 
 // A new stats source with fewer than the four pages ticked is a question in
 // the window; without one the ticked pages are kept and the run goes on.
 void TestVkstats::newSourceQuestionAnswered() {
-    serveRealPages();
+    ServeRealPages(*m_pinger, Served, StatsPages);
     writeIni(QStringLiteral("mlist.txt,pubring.mix,rlist.txt"));
-    const QStringList set = {"set", dataFile(), "statslastsource", "elsewhere"};
-    const ProgramRun stored = vkdbtool(set);
-    QVERIFY2(stored.endedWith(0), stored.describe(QStringLiteral(VKDBTOOL), set).constData());
+    QVERIFY(RunsOk(QStringLiteral(VKDBTOOL), {"set", dataFile(), "statslastsource", "elsewhere"}));
 
     const QStringList arguments = {"auto"};
     const ProgramRun run = vkstats(arguments);
@@ -513,7 +479,7 @@ void TestVkstats::newSourceQuestionAnswered() {
     QVERIFY(!run.out.contains(QStringLiteral("pubring.asc")));
     QCOMPARE(m_pinger->requests().size(), 3);
     QCOMPARE(TempEnvironment::readFile(m_env->mixFolder() + QStringLiteral("type2.list")),
-             realPage(Served, "type2.list"));
+             RealPage(Served, "type2.list"));
     QVERIFY(!QFileInfo::exists(m_env->mixFolder() + QStringLiteral("pubring.asc")));
     // The source used is now the one remembered.
     const QStringList get = {"get", dataFile(), "statslastsource"};
