@@ -1,11 +1,13 @@
 #include "StatsWins4.h"
 
+#include "AboutDlgs2.h"
 #include "ChkAddKeysDlgs.h"
 #include "Global2Widgets.h"
 #include "HistoryWins.h"
 #include "IniFile.h"
 #include "KeyringUpdate.h"
 #include "PagePaths.h"
+#include "PrntSelPagesDlgs.h"
 #include "RearrangeDlgs.h"
 #include "StatsOptionsDlgs.h"
 #include "URLDlgs.h"
@@ -189,8 +191,8 @@ void TVKStatsWin4::createToolBar() {
     connect(OkBtn, &QToolButton::clicked, this, &TVKStatsWin4::OkBtnClick);
     CancelBtn->setEnabled(false);
     SaveBtn->setEnabled(false);
-    // Printing comes with a later release; the button stays off until then.
-    PrintBtn->setEnabled(false);
+    connect(PrintBtn, &QToolButton::clicked, this, &TVKStatsWin4::UpdatePrintItemClick);
+    PrintBtn->setEnabled(false); // nothing to print before a page is open
 }
 
 QMenu* TVKStatsWin4::addMenu(const QString& caption, const char* name) {
@@ -286,7 +288,8 @@ void TVKStatsWin4::createMenus() {
     PagesMenu->addSeparator();
     connect(addItem(PagesMenu, QStringLiteral("&Close All"), "UpdateCloseAllItem"),
             &QAction::triggered, this, &TVKStatsWin4::UpdateCloseAllItemClick);
-    addItem(PagesMenu, QStringLiteral("P&rint..."), "UpdatePrintItem")->setEnabled(false);
+    connect(addItem(PagesMenu, QStringLiteral("P&rint..."), "UpdatePrintItem"),
+            &QAction::triggered, this, &TVKStatsWin4::UpdatePrintItemClick);
     connect(addItem(PagesMenu, QStringLiteral("&Save"), "UpdateSaveItem"), &QAction::triggered,
             this, &TVKStatsWin4::UpdateSaveItemClick);
 
@@ -325,7 +328,8 @@ void TVKStatsWin4::createMenus() {
     link("&Latency", "Latency1", "latency", "/latency/");
     link("&All Pingers", "AllPingers1", "allpingers", "/allpingers/");
     HelpMenu->addSeparator();
-    addItem(HelpMenu, QStringLiteral("&About..."), "About1")->setEnabled(false);
+    connect(addItem(HelpMenu, QStringLiteral("&About..."), "About1"), &QAction::triggered, this,
+            &TVKStatsWin4::About1Click);
 
     PopupMenu1 = new QMenu(this);
     PopupMenu1->setObjectName(QStringLiteral("PopupMenu1"));
@@ -448,9 +452,11 @@ QPlainTextEdit* TVKStatsWin4::makeView(int index) {
 void TVKStatsWin4::pageAdded(int index) {
     Pages->insertWidget(index, makeView(index));
     TabSet->insertTab(index, m_controller.pages().captionAt(index));
+    PrintBtn->setEnabled(true);
 }
 
 void TVKStatsWin4::pagesCleared() {
+    PrintBtn->setEnabled(false);
     const QSignalBlocker block(TabSet);
     while (TabSet->count() > 0)
         TabSet->removeTab(0);
@@ -675,6 +681,21 @@ void TVKStatsWin4::KeyringsMenuClick() {
     items[0]->setEnabled(state.mixmaster);
     items[1]->setEnabled(state.cypherpunk);
     items[2]->setEnabled(state.nymservers);
+}
+
+QPlainTextEdit* TVKStatsWin4::ViewerOfTab(int tab) const {
+    VK_ASSERT_TEXT(tab >= 0 && tab < TabSet->count(), "tab >= 0 && tab < TabSet->Tabs->Count",
+                   StatsWins4Unit);
+    return qobject_cast<QPlainTextEdit*>(Pages->widget(tab));
+}
+
+void TVKStatsWin4::UpdatePrintItemClick() {
+    if (TabSet->count() > 0)
+        PrintPages(this, TabSet, [this](int tab) { return ViewerOfTab(tab); });
+}
+
+void TVKStatsWin4::About1Click() {
+    ShowAbout(this, QStringLiteral("VKstats  v" VKSTATS_VERSION));
 }
 
 void TVKStatsWin4::Timer2Timer() {

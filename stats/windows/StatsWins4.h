@@ -46,6 +46,7 @@ public:
     bool ShowPageTab(const QString& name);
     void OpenPageIfClosed(const QString& name);
     bool AskSavePages();
+    QPlainTextEdit* ViewerOfTab(int tab) const;
 
     // The suite's message: 1 closes, 2 re-checks the proxies.
     void suiteMessage(int code, int value);
@@ -61,6 +62,8 @@ public:
     void CancelBtnClick();
     void OkBtnClick();
     void UpdateSaveItemClick();
+    void UpdatePrintItemClick();
+    void About1Click();
     void UpdateCloseAllItemClick();
     void SourceBoxChange(int index);
     void ProxyBoxChange(int index);
