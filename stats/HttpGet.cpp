@@ -281,6 +281,16 @@ int HttpSession::HTTPGet(FrontEnd* owner, const QString& url, QStringList& lines
             owner->setProgress(100);
         return HttpCode::NotModified;
     }
+    // A connection dropped in the middle can end without an error when the
+    // close wins the race with the reset; the announced length tells. (A
+    // compressed body is counted before it is unpacked, so it cannot tell.)
+    const QVariant announced = reply->header(QNetworkRequest::ContentLengthHeader);
+    if (status >= 200 && status < 300 && announced.isValid() &&
+        !reply->hasRawHeader("Content-Encoding") && body.size() < announced.toLongLong())
+        return fail(codeForError(QNetworkReply::RemoteHostClosedError),
+                    QStringLiteral("The connection closed after %1 of %2 bytes")
+                        .arg(body.size())
+                        .arg(announced.toLongLong()));
     if (status >= 200 && status < 300) {
         lines = BytesToLines(body);
         lastModified = pageDate;
