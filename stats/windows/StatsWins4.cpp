@@ -1,6 +1,7 @@
 #include "StatsWins4.h"
 
 #include "AboutDlgs2.h"
+#include "BarRemsDlgs2.h"
 #include "ChkAddKeysDlgs.h"
 #include "Global2Widgets.h"
 #include "HistoryWins.h"
@@ -288,8 +289,8 @@ void TVKStatsWin4::createMenus() {
     PagesMenu->addSeparator();
     connect(addItem(PagesMenu, QStringLiteral("&Close All"), "UpdateCloseAllItem"),
             &QAction::triggered, this, &TVKStatsWin4::UpdateCloseAllItemClick);
-    connect(addItem(PagesMenu, QStringLiteral("P&rint..."), "UpdatePrintItem"),
-            &QAction::triggered, this, &TVKStatsWin4::UpdatePrintItemClick);
+    connect(addItem(PagesMenu, QStringLiteral("P&rint..."), "UpdatePrintItem"), &QAction::triggered,
+            this, &TVKStatsWin4::UpdatePrintItemClick);
     connect(addItem(PagesMenu, QStringLiteral("&Save"), "UpdateSaveItem"), &QAction::triggered,
             this, &TVKStatsWin4::UpdateSaveItemClick);
 
@@ -299,8 +300,8 @@ void TVKStatsWin4::createMenus() {
     ToolsProxyItem = addItem(ToolsMenu, QStringLiteral("Pro&xy Manager"), "ToolsProxyItem");
     connect(ToolsProxyItem, &QAction::triggered, this, &TVKStatsWin4::ToolsProxyItemClick);
     ToolsMenu->addSeparator();
-    addItem(ToolsMenu, QStringLiteral("&Barred Remailers"), "ToolsBarRemailerItem")
-        ->setEnabled(false);
+    connect(addItem(ToolsMenu, QStringLiteral("&Barred Remailers"), "ToolsBarRemailerItem"),
+            &QAction::triggered, this, &TVKStatsWin4::ToolsBarRemailerItemClick);
     connect(addItem(ToolsMenu, QStringLiteral("&Re-order Sources"), "RearrangeURLsources"),
             &QAction::triggered, this, &TVKStatsWin4::RearrangeURLsourcesClick);
     ToolsMenu->addSeparator();
@@ -635,6 +636,12 @@ void TVKStatsWin4::ToolsProxyItemClick() {
     const QString tool = ProxySelection::proxyManagerPath();
     if (QFileInfo::exists(tool))
         RunProgram(tool, SwShowNormal);
+}
+
+// Nothing more to do here: closing compares barred.txt with its state at
+// start-up and applies a changed list to the stored pages.
+void TVKStatsWin4::ToolsBarRemailerItemClick() {
+    ShowBarRemailers(this, this, PagePath(QStringLiteral("barred.txt")));
 }
 
 void TVKStatsWin4::RearrangeURLsourcesClick() {

@@ -70,6 +70,7 @@ public:
     void TabSetChange(int index);
     void ToolsURLManagerItemClick();
     void ToolsProxyItemClick();
+    void ToolsBarRemailerItemClick();
     void RearrangeURLsourcesClick();
     void Options1Click();
     void HelpTopicsClick();
