@@ -27,6 +27,7 @@
 #include "SuiteDatabase.h"
 #include "SyntheticPages.h"
 #include "TempEnvironment.h"
+#include "TestData.h"
 #include "TestFrontEnd.h"
 #include "TestPinger.h"
 #include "TextFile.h"
@@ -188,15 +189,20 @@ struct Verdict {
     }
 };
 
+// Each part of the benchmark works in folders and a data file of its own.
+void openDataFile(const TempEnvironment& env, TestFrontEnd& owner) {
+    const QString error = env.isValid() ? CreateDataFile(env.programFolder())
+                                        : QStringLiteral("no temporary folders");
+    if (!error.isEmpty() || !OpenSuiteDataFile(&owner))
+        qFatal("no suite data file: %s", qPrintable(error));
+}
+
 bool pageWork(int minLines, int maxLines) {
     std::printf("== Page work ==\n");
     // A fresh program folder and Mixmaster folder, gone at the end.
     TempEnvironment env;
     TestFrontEnd dataOwner;
-    QString error;
-    if (!env.isValid() || !TVKDB::create(env.programFolder() + "vk.dbc", 2, &error) ||
-        !OpenSuiteDataFile(&dataOwner))
-        qFatal("no suite data file: %s", qPrintable(error));
+    openDataFile(env, dataOwner);
     WriteLines(BarredList::path(), barredLines());
 
     std::printf("Made-up pages; %d barred names (1 in 10 last hop only); best of several runs;\n"
@@ -268,10 +274,7 @@ bool wholeRun(int runs) {
     // so every page comes whole.
     TempEnvironment env;
     TestFrontEnd dataOwner;
-    QString error;
-    if (!env.isValid() || !TVKDB::create(env.programFolder() + "vk.dbc", 2, &error) ||
-        !OpenSuiteDataFile(&dataOwner))
-        qFatal("no suite data file: %s", qPrintable(error));
+    openDataFile(env, dataOwner);
     const RunPages run;
     TestPinger pinger;
     if (!pinger.listen())
