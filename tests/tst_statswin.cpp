@@ -5,10 +5,12 @@
 #include "SuiteDatabase.h"
 #include "TempEnvironment.h"
 #include "TestData.h"
+#include "TestPinger.h"
 #include "TextFile.h"
 
 #include <QAction>
 #include <QComboBox>
+#include <QFileInfo>
 #include <QFrame>
 #include <QLabel>
 #include <QMenu>
@@ -58,6 +60,7 @@ private slots:
     void proxyManagerEnabling();
     void keyringItemsNeedTheirRings();
     void suiteMessages();
+    void runButtonUpdatesAndSaveExitSaves();
 
 private:
     void startWindow(const QStringList& arguments = {});
@@ -298,6 +301,52 @@ void TestStatsWin::suiteMessages() {
     m_window->suiteMessage(1, 0);
     QVERIFY(!m_window->isVisible());
     QVERIFY(IniFile(IniFileName()).readString("stats", "window", "").startsWith("0,0,"));
+}
+
+// The whole road through the window: Run fetches, the tool bar follows the
+// run, Run again asks about the unsaved pages, Save & Exit saves and closes.
+void TestStatsWin::runButtonUpdatesAndSaveExitSaves() {
+    TestPinger pinger;
+    QVERIFY(pinger.listen());
+    QStringList urls = {"velkin urls", "[first]"};
+    for (const QString& page : StatsPages) {
+        pinger.serve('/' + page, realPage(page.toLatin1().constData()));
+        urls << page + ' ' + pinger.url('/' + page);
+    }
+    urls << ""
+         << "[velkin]";
+    QVERIFY(WriteLines(m_env->programFolder() + "urls.txt", urls));
+    IniFile(IniFileName()).writeString("stats", "pages", StatsPages.join(u','));
+    startWindow();
+    m_window->controller().setLastSource("first");
+
+    bool busyDuringRun = false;
+    connect(&m_window->controller().engine(), &UpdateEngine::pageAccepted, this, [&] {
+        busyDuringRun = m_window->Panel3->isVisible() && m_window->CancelBtn->isEnabled() &&
+                        !m_window->RunBtn->isEnabled();
+    });
+    QTest::mouseClick(m_window->RunBtn, Qt::LeftButton, {}, QPoint(8, 8));
+    QVERIFY(busyDuringRun);
+    QCOMPARE(m_window->TabSet->count(), 1 + int(StatsPages.size()));
+    QCOMPARE(m_window->TabSet->tabText(0), QStringLiteral("status"));
+    QVERIFY(m_window->SaveBtn->isEnabled());
+    QVERIFY(m_window->PrintBtn->isEnabled());
+    QVERIFY(!m_window->CancelBtn->isEnabled());
+    QVERIFY(m_window->Panel3->isHidden());
+    const int fetched = int(pinger.requests().size());
+    QCOMPARE(fetched, int(StatsPages.size()));
+
+    QString asked;
+    AnswerNextMessage(QMessageBox::Cancel, &asked);
+    m_window->RunBtnClick();
+    QCOMPARE(asked, QStringLiteral("Your remailer pages are not saved. Save them now?     "));
+    QCOMPARE(int(pinger.requests().size()), fetched);
+
+    m_window->OkBtnClick();
+    QVERIFY(!m_window->isVisible());
+    for (const QString& page : StatsPages + QStringList{"type2.list"})
+        QVERIFY2(QFileInfo::exists(m_env->mixFolder() + page), qPrintable(page));
+    QCOMPARE(IniFile(IniFileName()).readString("stats", "pages", ""), StatsPages.join(u','));
 }
 
 QTEST_MAIN(TestStatsWin)
