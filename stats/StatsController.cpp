@@ -115,17 +115,13 @@ bool StatsController::checkEnvironment() {
                Error, MbOk);
         return false;
     }
-    const QString folder = ProgramFolder();
-    // The suite's own names ignore case; the second test differs only in
-    // case and so only matters where names do not.
-    if (!ExistsIgnoringCase(folder + QStringLiteral("VK.dbc")) &&
-        ExistsIgnoringCase(folder + QStringLiteral("VK.pgp"))) {
-        MsgDlg(m_frontEnd,
-               QStringLiteral("I find your VK database is encrypted. You need    \n"
-                              "to start VK and decrypt the file."),
-               Information, MbOk);
+    // The second test differs from the first only in letter case, so it
+    // only matters where file names are not matched the suite's way.
+    if (IsDataFileEncrypted(m_frontEnd,
+                            QStringLiteral("I find your VK database is encrypted. You need    \n"
+                                           "to start VK and decrypt the file.")))
         return false;
-    }
+    const QString folder = ProgramFolder();
     if (!QFileInfo::exists(folder + QStringLiteral("vk.dbc")) &&
         QFileInfo::exists(folder + QStringLiteral("vk.pgp"))) {
         MsgDlg(m_frontEnd,

@@ -3,6 +3,7 @@
 #include "PagePaths.h"
 #include "RemailerTracking.h"
 #include "TempEnvironment.h"
+#include "TestData.h"
 #include "TextFile.h"
 
 #include <QCoreApplication>
@@ -15,14 +16,6 @@
 namespace {
 
 const char EmptyNewbarsChild[] = "TST_BARREDLIST_EMPTY_NEWBARS";
-
-QStringList realPage(const QString& relative) {
-    bool ok = false;
-    const QStringList lines = ReadLines(QStringLiteral(VK_REALDATA "/") + relative, &ok);
-    if (!ok || lines.isEmpty())
-        qFatal("missing test page %s", qPrintable(relative));
-    return lines;
-}
 
 // Edits to a real page, each naming the exact line it expects, so that an
 // expectation cannot silently miss its target.
@@ -279,12 +272,12 @@ void TestBarredList::applyToRealPages_data() {
     QTest::addColumn<QStringList>("page");
     QTest::addColumn<QStringList>("expected");
 
-    const QStringList mlist = realPage(QStringLiteral("2001-11-07/mlist.txt"));
+    const QStringList mlist = RealPageLines("2001-11-07", QStringLiteral("mlist.txt"));
     QTest::newRow("mlist 2001-11-07: barred rows and the broken row go")
         << lines({"dizum", "XGANON2", "nobody"}) << QStringLiteral("mlist.txt") << mlist
         << removed(mlist, {MlistDizum, MlistLcs, MlistXganon2, MlistXganon2Broken});
 
-    const QStringList rlist = realPage(QStringLiteral("2001-10-31/rlist.txt"));
+    const QStringList rlist = RealPageLines("2001-10-31", QStringLiteral("rlist.txt"));
     const QStringList rlistExpected = replaced(
         replaced(removed(rlist, lines({"austria  mixmaster@remailer.privacy.at    ************  "
                                        "0:15:52 100.00%"})),
@@ -302,7 +295,7 @@ void TestBarredList::applyToRealPages_data() {
         << lines({"austria", "dizum,last", "Tonga , Last", "passthru2,last"})
         << QStringLiteral("rlist.txt") << rlist << rlistExpected;
 
-    const QStringList pubring = realPage(QStringLiteral("2012-11-30/pubring.mix"));
+    const QStringList pubring = RealPageLines("2012-11-30", QStringLiteral("pubring.mix"));
     QTest::newRow("pubring.mix 2012-11-30: middleman marks")
         << lines({"austria,last", "anon,last", "banana,last"}) << QStringLiteral("pubring.mix")
         << pubring
@@ -335,10 +328,10 @@ void TestBarredList::storedFiles_data() {
     QTest::addColumn<QStringList>("expectedType2");
     QTest::addColumn<QStringList>("expectedRlist");
 
-    const QStringList mlist = realPage(QStringLiteral("2001-11-07/mlist.txt"));
-    const QStringList pubring = realPage(QStringLiteral("2001-11-07/pubring.mix"));
-    const QStringList type2 = realPage(QStringLiteral("2001-11-07/type2.list"));
-    const QStringList rlist = realPage(QStringLiteral("2001-11-07/rlist.txt"));
+    const QStringList mlist = RealPageLines("2001-11-07", QStringLiteral("mlist.txt"));
+    const QStringList pubring = RealPageLines("2001-11-07", QStringLiteral("pubring.mix"));
+    const QStringList type2 = RealPageLines("2001-11-07", QStringLiteral("type2.list"));
+    const QStringList rlist = RealPageLines("2001-11-07", QStringLiteral("rlist.txt"));
     const QStringList all = lines({"mlist.txt", "pubring.mix", "type2.list", "rlist.txt"});
     const QString aargM = PubAarg + u'M';
     const QString citrusM = PubCitrus + u'M';
@@ -417,9 +410,9 @@ void TestBarredList::storedFilesWriteFailures_data() {
     QTest::addColumn<QStringList>("expectedPubring");
     QTest::addColumn<QStringList>("expectedRlist");
 
-    const QStringList mlist = realPage(QStringLiteral("2001-11-07/mlist.txt"));
-    const QStringList pubring = realPage(QStringLiteral("2001-11-07/pubring.mix"));
-    const QStringList rlist = realPage(QStringLiteral("2001-11-07/rlist.txt"));
+    const QStringList mlist = RealPageLines("2001-11-07", QStringLiteral("mlist.txt"));
+    const QStringList pubring = RealPageLines("2001-11-07", QStringLiteral("pubring.mix"));
+    const QStringList rlist = RealPageLines("2001-11-07", QStringLiteral("rlist.txt"));
     const QStringList mlistDone = removed(mlist, {MlistDizum, MlistLcs});
     const QStringList pubringDone = replaced(pubring, PubAarg, PubAarg + u'M');
     const QStringList rlistDone =
@@ -523,17 +516,19 @@ void TestBarredList::newlyBarredAcrossTwoSaves() {
     // names it had not seen before, each once.
     QStringList report;
     QStringList newbars;
-    ReportMixmasterChanges(realPage(QStringLiteral("2001-10-31/mlist.txt")), report, true, newbars);
+    ReportMixmasterChanges(RealPageLines("2001-10-31", QStringLiteral("mlist.txt")), report, true,
+                           newbars);
     QCOMPARE(newbars.size(), 38);
     QVERIFY(AppendNewlyBarred(newbars));
     QVERIFY(WriteLines(PagePath(QStringLiteral("mlist.txt")),
-                       realPage(QStringLiteral("2001-10-31/mlist.txt"))));
+                       RealPageLines("2001-10-31", QStringLiteral("mlist.txt"))));
     const QStringList first = ReadLines(BarredList::path());
     QCOMPARE(first.size(), 38);
 
     newbars.clear();
     report.clear();
-    ReportMixmasterChanges(realPage(QStringLiteral("2001-11-07/mlist.txt")), report, true, newbars);
+    ReportMixmasterChanges(RealPageLines("2001-11-07", QStringLiteral("mlist.txt")), report, true,
+                           newbars);
     QVERIFY(AppendNewlyBarred(newbars));
     const QStringList second = ReadLines(BarredList::path());
     // The week's five new remailers join once, in sorted order; nothing
@@ -600,27 +595,22 @@ void TestBarredList::largePageIsOnePass() {
 }
 
 void TestBarredList::sharedCopyStaysUnfiltered_data() {
-    QTest::addColumn<QString>("file");
     QTest::addColumn<QString>("pageName");
-    QTest::newRow("mlist.txt: a row deleted") << "2001-11-07/mlist.txt"
-                                              << "mlist.txt";
-    QTest::newRow("rlist.txt: a row deleted, a remailer made middle") << "2001-11-07/rlist.txt"
-                                                                      << "rlist.txt";
-    QTest::newRow("pubring.mix: a key made middleman") << "2001-11-07/pubring.mix"
-                                                       << "pubring.mix";
+    QTest::newRow("mlist.txt: a row deleted") << "mlist.txt";
+    QTest::newRow("rlist.txt: a row deleted, a remailer made middle") << "rlist.txt";
+    QTest::newRow("pubring.mix: a key made middleman") << "pubring.mix";
 }
 
 // The page set keeps a page's lines unfiltered beside the filtered page, the
 // two lists sharing their data until one changes: the filter must change
 // its own list only.
 void TestBarredList::sharedCopyStaysUnfiltered() {
-    QFETCH(QString, file);
     QFETCH(QString, pageName);
     const BarredList list(lines({"dizum", "aarg,last"}));
-    QStringList page = realPage(file);
+    QStringList page = RealPageLines("2001-11-07", pageName);
     const QStringList unfiltered = page;
     // Read apart, so that it shares nothing with the two above.
-    const QStringList original = realPage(file);
+    const QStringList original = RealPageLines("2001-11-07", pageName);
     QVERIFY(ApplyBarredList(page, pageName, list));
     QVERIFY(page != original);
     QCOMPARE(unfiltered, original);

@@ -7,6 +7,7 @@
 #include "SuiteDatabase.h"
 #include "SyntheticPages.h"
 #include "TempEnvironment.h"
+#include "TestData.h"
 #include "TestFrontEnd.h"
 #include "TestPinger.h"
 #include "TextFile.h"
@@ -25,15 +26,9 @@
 
 namespace {
 
-const QStringList StatsPages = {"mlist.txt", "pubring.mix", "rlist.txt", "pubring.asc"};
 const QDateTime PageDate(QDate(2012, 11, 30), QTime(12, 0), Qt::UTC);
 const char* const Served = "2012-11-30";
 const char* const Stored = "2001-11-07";
-
-QByteArray realPage(const char* date, const QString& name) {
-    return TempEnvironment::readFile(
-        QStringLiteral(VK_REALDATA "/%1/%2").arg(QLatin1String(date), name));
-}
 
 // The lines of a page without the statistics row of one remailer.
 QStringList withoutRow(QStringList lines, const QString& name) {
@@ -87,8 +82,7 @@ void TestEngineRun::init() {
     m_env = std::make_unique<TempEnvironment>();
     QVERIFY(m_env->isValid());
     m_ui = std::make_unique<TestFrontEnd>();
-    QString error;
-    QVERIFY2(TVKDB::create(m_env->programFolder() + "vk.dbc", 2, &error), qPrintable(error));
+    QCOMPARE(CreateDataFile(m_env->programFolder()), QString());
     QVERIFY(OpenSuiteDataFile(m_ui.get()));
     IniFile(IniFileName()).writeInteger("stats", "timeoutseconds", 5);
     m_pinger = std::make_unique<TestPinger>();
@@ -121,7 +115,7 @@ void TestEngineRun::writeUrls(const QStringList& suitePages) {
 
 void TestEngineRun::serveStatsPages() {
     for (const QString& page : StatsPages)
-        m_pinger->serve('/' + page, realPage(Served, page), PageDate);
+        m_pinger->serve('/' + page, RealPage(Served, page), PageDate);
 }
 
 QStringList TestEngineRun::statusLines() const {
@@ -168,8 +162,8 @@ void TestEngineRun::unattendedRunThroughProxy() {
     // The stored pages, as the last save left them: dizum already barred,
     // "anon" and "breaka" not yet there, and one remailer of each kind that
     // has gone since.
-    const QStringList servedMlist = BytesToLines(realPage(Served, "mlist.txt"));
-    const QStringList servedRlist = BytesToLines(realPage(Served, "rlist.txt"));
+    const QStringList servedMlist = BytesToLines(RealPage(Served, "mlist.txt"));
+    const QStringList servedRlist = BytesToLines(RealPage(Served, "rlist.txt"));
     QVERIFY(WriteLines(m_env->mixFolder() + "mlist.txt",
                        renamedRow(withoutRow(servedMlist, "dizum"), "anon", "zzgone")));
     QVERIFY(WriteLines(m_env->mixFolder() + "rlist.txt",
@@ -239,7 +233,7 @@ void TestEngineRun::unattendedRunThroughProxy() {
     QCOMPARE(ReadLines(program + "rlist.org.txt"), servedRlist);
 
     // pubring.mix as served, but frell a middleman; no key removed.
-    QStringList expectedMix = BytesToLines(realPage(Served, "pubring.mix"));
+    QStringList expectedMix = BytesToLines(RealPage(Served, "pubring.mix"));
     const QString frellKey = "frell godot@remailer.frell.eu.org e169e0ccdc18fdf87fd69d1957b80bce "
                              "2:3.0 CNm 2012-04-23 2013-05-18";
     const qsizetype frellAt = expectedMix.indexOf(frellKey);
@@ -261,7 +255,7 @@ void TestEngineRun::unattendedRunThroughProxy() {
 
     // pubring.asc as served, then the nymserver key without its preamble.
     QCOMPARE(ReadLines(mix + "pubring.asc"),
-             BytesToLines(realPage(Served, "pubring.asc")) + NymserverPage.mid(2));
+             BytesToLines(RealPage(Served, "pubring.asc")) + NymserverPage.mid(2));
     QCOMPARE(ReadLines(program + "nymserver.asc"), NymserverPage);
     QCOMPARE(ReadLines(program + "mail2news.txt"),
              QStringList{"mail2news@news.example.org alt.anonymous"});
@@ -298,7 +292,7 @@ void TestEngineRun::misbehavingPinger_data() {
 
     TestPinger::Route drip;
     drip.mode = Mode::Drip;
-    drip.body = realPage(Served, "mlist.txt");
+    drip.body = RealPage(Served, "mlist.txt");
     drip.dripBytes = 16;
     drip.dripIntervalMs = 200;
     QTest::newRow("slow drip past the time-out")
@@ -306,7 +300,7 @@ void TestEngineRun::misbehavingPinger_data() {
 
     TestPinger::Route reset;
     reset.mode = Mode::ResetMidway;
-    reset.body = realPage(Served, "rlist.txt");
+    reset.body = RealPage(Served, "rlist.txt");
     QTest::newRow("reset in the middle")
         << "rlist.txt" << reset << 5 << timedOut << true << QString();
 
@@ -356,7 +350,7 @@ void TestEngineRun::misbehavingPinger() {
     // Good pages of an older day are on disk.
     QHash<QString, QByteArray> old;
     for (const QString& name : StatsPages + QStringList{"type2.list"}) {
-        old.insert(name, realPage(Stored, name));
+        old.insert(name, RealPage(Stored, name));
         QVERIFY(!old.value(name).isEmpty());
         TempEnvironment::writeFile(m_env->mixFolder() + name, old.value(name));
     }
@@ -404,7 +398,7 @@ void TestEngineRun::misbehavingPinger() {
             QVERIFY2(TempEnvironment::readFile(mix + other) != old.value(other),
                      qPrintable(other + " was not saved"));
     }
-    QCOMPARE(ReadLines(mix + "pubring.asc"), BytesToLines(realPage(Served, "pubring.asc")));
+    QCOMPARE(ReadLines(mix + "pubring.asc"), BytesToLines(RealPage(Served, "pubring.asc")));
     QVERIFY(TheSuiteDataFile()->database->readValue(page).isEmpty());
 }
 
@@ -415,10 +409,10 @@ void TestEngineRun::unreadableLastModified() {
     writeUrls({});
     serveStatsPages();
     TestPinger::Route route;
-    route.body = realPage(Served, "mlist.txt");
+    route.body = RealPage(Served, "mlist.txt");
     route.headers.append(TestPinger::Header{"Last-Modified", "last Tuesday, probably"});
     m_pinger->setRoute("/mlist.txt", route);
-    const QByteArray old = realPage(Stored, "mlist.txt");
+    const QByteArray old = RealPage(Stored, "mlist.txt");
     TempEnvironment::writeFile(m_env->mixFolder() + "mlist.txt", old);
 
     m_engine->runUpdate("pinger", StatsPages, {});

@@ -3,6 +3,7 @@
 #include "ProxySelection.h"
 #include "SuiteDatabase.h"
 #include "TempEnvironment.h"
+#include "TestData.h"
 #include "TestFrontEnd.h"
 
 #include <QFile>
@@ -54,8 +55,7 @@ void TestProxySelection::init() {
     m_env.reset(); // the old one restores the environment it found
     m_env = std::make_unique<TempEnvironment>();
     m_ui = RaisingFrontEnd();
-    QString error;
-    QVERIFY2(TVKDB::create(m_env->programFolder() + "vk.dbc", 2, &error), qPrintable(error));
+    QCOMPARE(CreateDataFile(m_env->programFolder()), QString());
     QVERIFY(OpenSuiteDataFile(&m_ui));
 }
 

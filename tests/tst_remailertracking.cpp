@@ -2,20 +2,13 @@
 
 #include "PagePaths.h"
 #include "TempEnvironment.h"
+#include "TestData.h"
 #include "TextFile.h"
 
 #include <QElapsedTimer>
 #include <QTest>
 
 namespace {
-
-QStringList realPage(const QString& relative) {
-    bool ok = false;
-    const QStringList lines = ReadLines(QStringLiteral(VK_REALDATA "/") + relative, &ok);
-    if (!ok || lines.isEmpty())
-        qFatal("missing test page %s", qPrintable(relative));
-    return lines;
-}
 
 QStringList words(const char* text) {
     return QString::fromLatin1(text).split(u' ', Qt::SkipEmptyParts);
@@ -125,13 +118,13 @@ void TestRemailerTracking::extractMixmaster_data() {
     QTest::addColumn<QStringList>("expected");
 
     QTest::newRow("real 2001-11-07, a row repeated by a broken line")
-        << realPage(QStringLiteral("2001-11-07/mlist.txt"))
+        << RealPageLines("2001-11-07", QStringLiteral("mlist.txt"))
         << words("aarg austria citrus cmeclax cracker cracow2 dingo disjoint dismix dizum farout "
                  "freaky frog2 harmless havenco italy2 lcs lemuria lsd matrix narnia noisebox "
                  "nullify paranoia passthru2 randseed riot rot26 segfault squirrel tonga w8n "
                  "winter xganon xganon2");
     QTest::newRow("real 2001-10-31, table followed by the latency legend")
-        << realPage(QStringLiteral("2001-10-31/mlist.txt"))
+        << RealPageLines("2001-10-31", QStringLiteral("mlist.txt"))
         << words("austria citrus cmeclax cracker cracow2 dingo disjoint dizum farout freaky frog2 "
                  "green havenco hell italy2 lcs lefarris lsd marquis matrix narnia narok noisebox "
                  "nullify orange paranoia passthru2 randseed riot rot26 segfault shinn squirrel "
@@ -187,7 +180,7 @@ void TestRemailerTracking::extractCypherpunk_data() {
     QTest::addColumn<QStringList>("expected");
 
     QTest::newRow("real 2001-11-07, capability lines are not rows")
-        << realPage(QStringLiteral("2001-11-07/rlist.txt"))
+        << RealPageLines("2001-11-07", QStringLiteral("rlist.txt"))
         << words("aarg austria citrus cmeclax cracker cracow2 dingo disjoint dismix dizum farout "
                  "firstnaz freaky frog2 harmless haruspex havenco italy2 lemuria lsd matrix narnia "
                  "nitemare noisebox nullify nycrem paranoia randseed riot segfault senshi squirrel "
@@ -231,10 +224,10 @@ void TestRemailerTracking::report_data() {
     QTest::addColumn<QStringList>("expectedNewbars");
     QTest::addColumn<bool>("expectedResult");
 
-    const QStringList realOldM = realPage(QStringLiteral("2001-10-31/mlist.txt"));
-    const QStringList realNewM = realPage(QStringLiteral("2001-11-07/mlist.txt"));
-    const QStringList realOldR = realPage(QStringLiteral("2001-10-31/rlist.txt"));
-    const QStringList realNewR = realPage(QStringLiteral("2001-11-07/rlist.txt"));
+    const QStringList realOldM = RealPageLines("2001-10-31", QStringLiteral("mlist.txt"));
+    const QStringList realNewM = RealPageLines("2001-11-07", QStringLiteral("mlist.txt"));
+    const QStringList realOldR = RealPageLines("2001-10-31", QStringLiteral("rlist.txt"));
+    const QStringList realNewR = RealPageLines("2001-11-07", QStringLiteral("rlist.txt"));
     const QStringList earlier = {QStringLiteral("Update run of today")};
 
     QTest::newRow("identical pages append nothing")

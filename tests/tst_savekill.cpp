@@ -1,4 +1,5 @@
 #include "TempEnvironment.h"
+#include "TestData.h"
 
 #include <QCryptographicHash>
 #include <QDeadlineTimer>
@@ -28,11 +29,6 @@ constexpr int PageLines = 480000;
 
 QByteArray sha1(const QByteArray& bytes) {
     return QCryptographicHash::hash(bytes, QCryptographicHash::Sha1).toHex();
-}
-
-QByteArray realPage(const char* date, const char* name) {
-    return TempEnvironment::readFile(
-        QStringLiteral(VK_REALDATA "/%1/%2").arg(QLatin1String(date), QLatin1String(name)));
 }
 
 // What the child announced before its save.
@@ -186,7 +182,7 @@ void TestSaveKill::finishedSaveReplacesPage() {
     QFETCH(QString, mode);
     QFETCH(QString, page);
     const QString target = m_env->mixFolder() + page;
-    TempEnvironment::writeFile(target, realPage("2012-11-30", page.toLatin1().constData()));
+    TempEnvironment::writeFile(target, RealPage("2012-11-30", page.toLatin1().constData()));
 
     QProcess child;
     QVERIFY(startChild(child, mode, page));
@@ -209,7 +205,7 @@ void TestSaveKill::killedSaveKeepsOldPage() {
     QFETCH(QString, mode);
     QFETCH(QString, page);
     const QString target = m_env->mixFolder() + page;
-    const QByteArray old = realPage("2012-11-30", page.toLatin1().constData());
+    const QByteArray old = RealPage("2012-11-30", page.toLatin1().constData());
     QVERIFY(!old.isEmpty());
     const QByteArray folder = QFileInfo(m_env->mixFolder()).canonicalFilePath().toLocal8Bit() + '/';
 
@@ -282,7 +278,7 @@ void TestSaveKill::killedSaveKeepsOldPage() {
 // written.
 void TestSaveKill::killedPlainWriteLeavesHalfAPage() {
     const QString target = m_env->mixFolder() + QStringLiteral("mlist.txt");
-    const QByteArray old = realPage("2012-11-30", "mlist.txt");
+    const QByteArray old = RealPage("2012-11-30", "mlist.txt");
     const QByteArray folder = QFileInfo(m_env->mixFolder()).canonicalFilePath().toLocal8Bit() + '/';
     int cut = 0;
     for (int attempt = 0; attempt < MaxAttempts && cut < KillsWanted; ++attempt) {

@@ -3,6 +3,7 @@
 #include "SavePages.h"
 #include "SuiteDatabase.h"
 #include "TempEnvironment.h"
+#include "TestData.h"
 #include "TestFrontEnd.h"
 #include "TextFile.h"
 
@@ -11,14 +12,7 @@
 
 #include <memory>
 
-namespace {
-
-QStringList realPage(const char* date, const char* name) {
-    return ReadLines(
-        QStringLiteral(VK_REALDATA "/%1/%2").arg(QLatin1String(date), QLatin1String(name)));
-}
-
-} // namespace
+namespace {} // namespace
 
 class TestSavePages : public QObject {
     Q_OBJECT
@@ -42,8 +36,7 @@ void TestSavePages::init() {
     m_env.reset();
     m_env = std::make_unique<TempEnvironment>();
     m_ui = std::make_unique<TestFrontEnd>();
-    QString error;
-    QVERIFY2(TVKDB::create(m_env->programFolder() + "vk.dbc", 2, &error), qPrintable(error));
+    QCOMPARE(CreateDataFile(m_env->programFolder()), QString());
     QVERIFY(OpenSuiteDataFile(m_ui.get()));
     m_pages = std::make_unique<PageSet>(m_ui.get());
     add("status.txt", {"Sat Nov 21 10:00:00 2026"});
@@ -61,10 +54,10 @@ void TestSavePages::add(const char* name, const QStringList& lines, const QStrin
 }
 
 void TestSavePages::writesAcceptedPagesWhereTheyBelong() {
-    const QStringList mix = realPage("2012-11-30", "pubring.mix");
-    add("mlist.txt", realPage("2012-11-30", "mlist.txt"), "2012-11-30T12:00:00Z");
+    const QStringList mix = RealPageLines("2012-11-30", "pubring.mix");
+    add("mlist.txt", RealPageLines("2012-11-30", "mlist.txt"), "2012-11-30T12:00:00Z");
     add("pubring.mix", mix, "2012-11-30T12:00:01Z");
-    add("pubring.asc", realPage("2012-11-30", "pubring.asc"));
+    add("pubring.asc", RealPageLines("2012-11-30", "pubring.asc"));
     add("nymserver.asc", {"preamble", "-----BEGIN PGP PUBLIC KEY BLOCK-----", "nymkey",
                           "-----END PGP PUBLIC KEY BLOCK-----"});
     const SaveResult result = SavePages(m_ui.get(), *m_pages, {}, false);
@@ -87,8 +80,8 @@ void TestSavePages::writesAcceptedPagesWhereTheyBelong() {
 }
 
 void TestSavePages::rlistThenPubringShareTheUnfilteredCopy() {
-    const QStringList mix = realPage("2012-11-30", "pubring.mix");
-    add("rlist.txt", realPage("2012-11-30", "rlist.txt"));
+    const QStringList mix = RealPageLines("2012-11-30", "pubring.mix");
+    add("rlist.txt", RealPageLines("2012-11-30", "rlist.txt"));
     add("pubring.mix", mix);
     const SaveResult result = SavePages(m_ui.get(), *m_pages, {}, false);
     QVERIFY2(result.ok(), qPrintable(result.errors.join('\n')));
@@ -108,8 +101,8 @@ void TestSavePages::failedAndLocalPagesNeverWritten() {
 }
 
 void TestSavePages::newlyBarredAddedOnce() {
-    add("mlist.txt", realPage("2012-11-30", "mlist.txt"));
-    add("rlist.txt", realPage("2012-11-30", "rlist.txt"));
+    add("mlist.txt", RealPageLines("2012-11-30", "mlist.txt"));
+    add("rlist.txt", RealPageLines("2012-11-30", "rlist.txt"));
     QVERIFY(SavePages(m_ui.get(), *m_pages, {"newone", "other"}, true).ok());
     QVERIFY(SavePages(m_ui.get(), *m_pages, {"newone"}, true).ok());
     QCOMPARE(ReadLines(m_env->programFolder() + "barred.txt"), (QStringList{"newone", "other"}));
@@ -121,7 +114,7 @@ void TestSavePages::countStartsAtSecondTab() {
     QCOMPARE(PagesWorthSaving(*m_pages), 0); // the first tab never counts
     add("mlist.txt", {"<html>failed</html>"});
     QCOMPARE(PagesWorthSaving(*m_pages), 0);
-    add("rlist.txt", realPage("2012-11-30", "rlist.txt"));
+    add("rlist.txt", RealPageLines("2012-11-30", "rlist.txt"));
     QCOMPARE(PagesWorthSaving(*m_pages), 1);
 }
 

@@ -3,6 +3,7 @@
 #include "PageSet.h"
 #include "SuiteDatabase.h"
 #include "TempEnvironment.h"
+#include "TestData.h"
 #include "TestFrontEnd.h"
 #include "TestPinger.h"
 #include "TextFile.h"
@@ -15,22 +16,6 @@
 #include <QTimer>
 
 #include <memory>
-
-namespace {
-
-QByteArray realPage(const char* date, const char* name) {
-    return TempEnvironment::readFile(
-        QStringLiteral(VK_REALDATA "/%1/%2").arg(QLatin1String(date), QLatin1String(name)));
-}
-
-const QStringList StatsPages = {"mlist.txt", "pubring.mix", "rlist.txt", "pubring.asc"};
-
-class HeadlessFrontEnd : public TestFrontEnd {
-public:
-    bool isInteractive() const override { return false; }
-};
-
-} // namespace
 
 class TestUpdateEngine : public QObject {
     Q_OBJECT
@@ -66,8 +51,7 @@ void TestUpdateEngine::init() {
     m_env.reset();
     m_env = std::make_unique<TempEnvironment>();
     m_ui = std::make_unique<TestFrontEnd>();
-    QString error;
-    QVERIFY2(TVKDB::create(m_env->programFolder() + "vk.dbc", 2, &error), qPrintable(error));
+    QCOMPARE(CreateDataFile(m_env->programFolder()), QString());
     QVERIFY(OpenSuiteDataFile(m_ui.get()));
     IniFile(IniFileName()).writeInteger("stats", "timeoutseconds", 2);
     m_a = std::make_unique<TestPinger>();
@@ -105,7 +89,7 @@ void TestUpdateEngine::writeUrls(const QStringList& extraSuiteLines) {
 
 void TestUpdateEngine::serveAll(TestPinger& pinger, const char* date) {
     for (const QString& page : StatsPages)
-        pinger.serve('/' + page, realPage(date, page.toLatin1().constData()),
+        pinger.serve('/' + page, RealPage(date, page.toLatin1().constData()),
                      QDateTime(QDate(2012, 11, 30), QTime(12, 0), Qt::UTC));
 }
 
@@ -278,7 +262,7 @@ void TestUpdateEngine::unsafeSuitePageNameRefused() {
 void TestUpdateEngine::newAndDeceasedReported() {
     // The stored page lacks the last remailer of the new one and has one
     // that has gone since.
-    QStringList stored = BytesToLines(realPage("2012-11-30", "mlist.txt"));
+    QStringList stored = BytesToLines(RealPage("2012-11-30", "mlist.txt"));
     const int hyphens = int(stored.indexOf(QRegularExpression("^-{16}.*")));
     QVERIFY(hyphens > 0);
     const QString firstRow = stored.at(hyphens + 1);
@@ -302,7 +286,8 @@ void TestUpdateEngine::newAndDeceasedReported() {
 }
 
 void TestUpdateEngine::missingUrlStopsUnattendedRun() {
-    HeadlessFrontEnd headless;
+    TestFrontEnd headless;
+    headless.interactive = false;
     UpdateEngine engine(&headless, m_pages.get());
     QVERIFY(WriteLines(m_env->programFolder() + "urls.txt", {"[pingerA]", "rlist.txt http://x/"}));
     engine.runUpdate("pingerA", {"mlist.txt"}, {});

@@ -2,6 +2,7 @@
 
 #include "SuiteDatabase.h"
 #include "TempEnvironment.h"
+#include "TextFile.h"
 
 const QStringList StatsPages = {"mlist.txt", "pubring.mix", "rlist.txt", "pubring.asc"};
 
@@ -11,6 +12,10 @@ QByteArray RealPage(const char* day, const QString& name) {
     if (bytes.isEmpty())
         qFatal("missing test page %s/%s", day, qPrintable(name));
     return bytes;
+}
+
+QStringList RealPageLines(const char* day, const QString& name) {
+    return BytesToLines(RealPage(day, name));
 }
 
 QString CreateDataFile(const QString& programFolder) {

@@ -10,6 +10,8 @@ extern const QStringList StatsPages;
 // A page as a real pinger served it on day, a folder of tests/data/real.
 // A missing page stops the test program: every check on it would be void.
 QByteArray RealPage(const char* day, const QString& name);
+// The same page as lines.
+QStringList RealPageLines(const char* day, const QString& name);
 
 // Makes a new suite data file, vk.dbc, in programFolder. Returns why it
 // could not, or nothing when it is made.
