@@ -12,6 +12,7 @@ namespace {
 
 const char Usage[] =
     "Usage: vkstats [auto] [hide] [version] [pubring.asc] [rlist.txt] [--headless]\n"
+    "               [--pages PAGE,...] [--source NAME] [--version] [--help]\n"
     "\n"
     "Fetches remailer statistics and keyrings from the stats sources in urls.txt,\n"
     "checks them and saves them into the Mixmaster folder.\n"
@@ -24,21 +25,35 @@ const char Usage[] =
     "  --headless   run the unattended update without any window (implies\n"
     "               auto); this also happens when auto is given and there is\n"
     "               no display\n"
+    "  --pages PAGE,...\n"
+    "               update these pages in this run instead of those ticked in\n"
+    "               the Pages menu (default: mlist.txt,pubring.mix,rlist.txt,\n"
+    "               pubring.asc; also nymserver.asc, mail2news.txt,\n"
+    "               advisory.txt, urls.txt)\n"
+    "  --source NAME\n"
+    "               start with this stats source of urls.txt instead of the\n"
+    "               one used last\n"
+    "  --version    print the program's name and version\n"
     "  --help       show this text\n"
     "\n"
     "Without a window the status page is written to standard output as it\n"
     "grows and messages go to standard error. Questions get the answer that\n"
-    "changes least: No, Cancel, or OK for a notice.\n"
+    "changes least: No, Cancel, or OK for a notice. A missing data file is\n"
+    "created empty (the window asks first).\n"
     "\n"
     "Exit status:\n"
     "  0  done: the pages were updated and saved\n"
     "  2  aborted: the update was stopped\n"
     "  3  start-up refused: no Mixmaster folder, no usable data file, no\n"
-    "     display for the window, or another copy already running\n"
+    "     display for the window, a bad --pages or --source, or another\n"
+    "     update running\n"
     "  4  the last download did not succeed; nothing was saved\n"
     "  5  pages were fetched but some could not be saved\n"
     "\n"
-    "Environment: VKSTATS_HOME (program folder), MIXPATH (Mixmaster folder).\n";
+    "Environment: VKSTATS_HOME (program folder), MIXPATH (Mixmaster folder).\n"
+    "Without VKSTATS_HOME the program folder is $XDG_DATA_HOME/vkstats\n"
+    "(~/.local/share/vkstats), or the executable's folder when a file named\n"
+    "portable stands beside the executable.\n";
 
 bool hasDisplay() {
     return qEnvironmentVariableIsSet("QT_QPA_PLATFORM") ||
@@ -54,11 +69,9 @@ StatsController::Broadcast broadcastOn(SuiteBus& bus) {
 
 int runHeadless(int argc, char* argv[], const QStringList& arguments) {
     QCoreApplication app(argc, argv);
+    // A headless run never takes the window's place on the bus nor brings a
+    // window forward; only another update keeps it from running.
     SuiteBus bus;
-    if (!bus.claim() && bus.activateRunning()) {
-        std::fputs("vkstats: another copy is already running.\n", stderr);
-        return ExitRefused;
-    }
     HeadlessFrontEnd frontEnd;
     StatsController controller(&frontEnd, broadcastOn(bus));
     // Code 1 needs nothing here: the run closes by itself when it is done.
@@ -93,6 +106,10 @@ int main(int argc, char* argv[]) {
         arguments.append(QString::fromLocal8Bit(argv[i]));
     if (arguments.contains(QStringLiteral("--help")) || arguments.contains(QStringLiteral("-h"))) {
         std::fputs(Usage, stdout);
+        return ExitDone;
+    }
+    if (arguments.contains(QStringLiteral("--version"))) {
+        std::fputs("VKstats " VKSTATS_VERSION "\n", stdout);
         return ExitDone;
     }
     bool headless = arguments.removeAll(QStringLiteral("--headless")) > 0;

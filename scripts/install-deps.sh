@@ -3,12 +3,15 @@
 # only those that are missing.
 set -euo pipefail
 
-# dbus-daemon holds dbus-run-session, which gives tst_suitebus its own bus.
+# dbus-daemon holds dbus-run-session, which gives tst_suitebus its own bus;
+# libqt6svg6 draws the SVG icon, desktop-file-utils checks the .desktop file
+# and poppler-utils reads printed PDFs back in the tests.
 packages=(
     cmake ninja-build g++ pkg-config
     qt6-base-dev libqt6sql6-sqlite libgl-dev
     tinyproxy microsocks
     dbus dbus-daemon xvfb xauth
+    libqt6svg6 desktop-file-utils poppler-utils
 )
 
 missing=()

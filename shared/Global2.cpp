@@ -7,6 +7,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QEventLoop>
+#include <QFile>
 #include <QFileInfo>
 #include <QProcess>
 #include <QStandardPaths>
@@ -19,11 +20,6 @@
 namespace {
 
 bool g_helpLoaded = false;
-
-bool isWritableFolder(const QString& path) {
-    const QFileInfo info(path);
-    return info.isDir() && info.isWritable();
-}
 
 QString executablePath() {
     return QCoreApplication::applicationFilePath();
@@ -60,19 +56,43 @@ void FrontEnd::waitTicks(int ms) {
     processEventsFor(ms);
 }
 
-QString ProgramFolder() {
-    QString folder = qEnvironmentVariable("VKSTATS_HOME");
-    if (folder.isEmpty()) {
-        const QString exeFolder = QCoreApplication::applicationDirPath();
-        if (isWritableFolder(exeFolder)) {
-            folder = exeFolder;
-        } else {
-            folder = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
-                     QStringLiteral("/vkstats");
-            QDir().mkpath(folder);
-        }
+// A relative VKSTATS_HOME means the folder it named when the program started:
+// start-up makes the program folder current, and resolving the name again
+// afterwards would find a folder below it.
+static QString homeFromEnvironment(const QString& value) {
+    static QString lastValue;
+    static QString lastFolder;
+    if (value != lastValue || lastFolder.isEmpty()) {
+        lastValue = value;
+        lastFolder = QDir(value).absolutePath();
     }
+    return lastFolder;
+}
+
+// The folder of a user's own program data, made private on creation since
+// the data file may hold proxy passwords.
+static QString userDataFolder() {
+    const QString folder = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
+                           QStringLiteral("/vkstats");
+    if (!QFileInfo::exists(folder) && QDir().mkpath(folder))
+        QFile::setPermissions(folder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    return folder;
+}
+
+QString ProgramFolder() {
+    const QString home = qEnvironmentVariable("VKSTATS_HOME");
+    QString folder;
+    if (!home.isEmpty())
+        folder = homeFromEnvironment(home);
+    else if (IsPortableInstall())
+        folder = QCoreApplication::applicationDirPath();
+    else
+        folder = userDataFolder();
     return AddTrailingBackslash(QDir(folder).absolutePath());
+}
+
+bool IsPortableInstall() {
+    return QFileInfo(QCoreApplication::applicationDirPath() + QStringLiteral("/portable")).isFile();
 }
 
 QString IniFileName() {
@@ -98,15 +118,64 @@ QString HelpFileName() {
     return besideExe;
 }
 
+QString FindDocFile(const QString& name) {
+    QStringList folders;
+#ifdef VKSTATS_DOCDIR
+    if (!IsPortableInstall())
+        folders << QStringLiteral(VKSTATS_DOCDIR "/");
+#endif
+    const QString program = ProgramFolder();
+    folders << QCoreApplication::applicationDirPath() + u'/' << program
+            << program + QStringLiteral("docs/");
+    for (const QString& folder : folders) {
+        if (QFileInfo(folder + name).isFile())
+            return folder + name;
+    }
+    return {};
+}
+
 QString ProgramName() {
     return QFileInfo(executablePath()).fileName().section(u'.', 0, 0);
+}
+
+bool CreateEmptyDataFile(const QString& path, QString* error) {
+    if (!TVKDB::create(path, 2, error))
+        return false;
+    // It will hold proxy passwords: for the user's eyes only.
+    if (!QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner)) {
+        QFile::remove(path);
+        if (error)
+            *error = QStringLiteral("Cannot make %1 private").arg(path);
+        return false;
+    }
+    return true;
+}
+
+// On Linux no other program of the suite makes the data file, so a first
+// start offers to. Without anyone to ask, an empty file is what the user
+// would have made, and it is said on standard error.
+bool OfferDataFile(FrontEnd* owner, const QString& path) {
+    const bool ask = owner && owner->isInteractive();
+    if (ask && MsgDlg(owner,
+                      QStringLiteral("There is no VK data file yet:\n") + path +
+                          QStringLiteral("\nShall I create an empty one?"),
+                      Confirm, MbYesNo) != IdYes)
+        return false;
+    QString error;
+    if (!CreateEmptyDataFile(path, &error)) {
+        MsgDlg(owner, error, Error, MbOk);
+        return false;
+    }
+    if (!ask)
+        MsgDlg(owner, QStringLiteral("Created an empty VK data file ") + path, Information, MbOk);
+    return true;
 }
 
 bool OpenSuiteDataFile(FrontEnd* owner) {
     QString path = ProgramFolder() + QStringLiteral("vk.dbc");
     path =
         IniFile(IniFileName()).readString(QStringLiteral("main"), QStringLiteral("datafile"), path);
-    if (!QFileInfo::exists(path)) {
+    if (!QFileInfo::exists(path) && !OfferDataFile(owner, path)) {
         MsgBox(owner,
                QStringLiteral("I was unable to locate VK datafile '") + path +
                    QStringLiteral("'. I am unable to \ncontinue without it. Quitting!"),

@@ -28,17 +28,28 @@
 inline constexpr char Global2Unit[] = "shared\\Global2";
 inline constexpr char StatsWins4Unit[] = "stats\\StatsWins4";
 
+// $VKSTATS_HOME; else the executable's folder when a file "portable" stands
+// beside the executable; else $XDG_DATA_HOME/vkstats/. Always ends in "/".
 QString ProgramFolder();
+bool IsPortableInstall();
 QString IniFileName();
 QString DataFileName();
 QString EncryptedDataFileName();
 QString HelpFileName();
+// A file shipped with the program (the release history): the installed
+// documentation folder first, then beside the executable, the program
+// folder and its "docs/". Empty when none has it.
+QString FindDocFile(const QString& name);
 QString ProgramName();
 
 // Whether a file of that name exists in its folder, in any letter case.
 bool ExistsIgnoringCase(const QString& path);
 
 bool OpenSuiteDataFile(FrontEnd* owner);
+// Creates an empty data file of the current format, readable by the user only.
+bool CreateEmptyDataFile(const QString& path, QString* error);
+// Offers to create the missing data file at path; true when it now exists.
+bool OfferDataFile(FrontEnd* owner, const QString& path);
 bool IsDataFileEncrypted(FrontEnd* owner, QString message = {});
 
 QString GetMixmasterDir();

@@ -11,6 +11,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QLockFile>
 
 namespace {
 
@@ -39,14 +40,37 @@ QStringList OrderedPages(const QStringList& marked) {
 
 } // namespace
 
+// Takes "--name value" or "--name=value" at index i; true when it was one.
+static bool takeOption(const QStringList& arguments, qsizetype& i, const QString& name,
+                       QString& value) {
+    const QString& argument = arguments[i];
+    if (argument.startsWith(name + u'=')) {
+        value = argument.mid(name.size() + 1);
+        return true;
+    }
+    if (argument != name)
+        return false;
+    value = i + 1 < arguments.size() ? arguments[++i] : QString();
+    return true;
+}
+
 CommandLine ParseCommandLine(const QStringList& arguments) {
     CommandLine result;
     if (!arguments.isEmpty() && arguments.first().toLower().contains(QStringLiteral("version"))) {
         result.versionQuery = true;
         return result;
     }
-    for (const QString& argument : arguments) {
-        const QString word = argument.toLower();
+    for (qsizetype i = 0; i < arguments.size(); ++i) {
+        QString value;
+        if (takeOption(arguments, i, QStringLiteral("--pages"), value)) {
+            result.runPages = value.toLower().split(u',', Qt::SkipEmptyParts);
+            continue;
+        }
+        if (takeOption(arguments, i, QStringLiteral("--source"), value)) {
+            result.runSource = value;
+            continue;
+        }
+        const QString word = arguments[i].toLower();
         if (word.contains(QStringLiteral("hidden")) || word.contains(QStringLiteral("hide")))
             result.hideMode = true;
         else if (word.contains(QStringLiteral("auto")))
@@ -97,6 +121,8 @@ StartResult StatsController::startUp(const QStringList& arguments) {
     if (!InstallDefaultUrls(urlsPath(), &error))
         MsgDlg(m_frontEnd, error, Warning, MbOk);
     loadSettings();
+    if (!takeRunChoices(line))
+        return StartResult::Refused;
     m_barredAtStart = barredBytes();
     if (QFileInfo::exists(HelpFileName()))
         InitHtmlHelp(m_frontEnd);
@@ -145,6 +171,34 @@ void StatsController::loadSettings() {
     m_proxies.load(ini.readString(QStringLiteral("stats"), QStringLiteral("lastproxy"),
                                   ProxySelection::noneEntry()));
     fillSources(lastSource());
+    m_sourceAtStart = currentSourceName();
+}
+
+bool StatsController::takeRunChoices(const CommandLine& line) {
+    if (line.runPages) {
+        for (const QString& page : *line.runPages) {
+            if (!UpdatePageOrder().contains(page)) {
+                MsgDlg(m_frontEnd,
+                       QStringLiteral("--pages: ") + page +
+                           QStringLiteral(" is not a page I update. These are:\n") +
+                           UpdatePageOrder().join(u','),
+                       Error, MbOk);
+                return false;
+            }
+        }
+        m_runPages = line.runPages;
+    }
+    if (!line.runSource.isEmpty()) {
+        const qsizetype index = m_sources.indexOf(line.runSource);
+        if (index < 0) {
+            MsgDlg(m_frontEnd,
+                   QStringLiteral("--source: urls.txt has no stats source named ") + line.runSource,
+                   Error, MbOk);
+            return false;
+        }
+        setCurrentSource(int(index));
+    }
+    return true;
 }
 
 void StatsController::report(RunOutcome outcome) {
@@ -202,6 +256,16 @@ void StatsController::setSaveEnabled(bool enabled) {
 void StatsController::run(const QString& source, const QStringList& pages,
                           const QStringList& suitePages, const QString& suiteSource,
                           UpdateEngine::ReportPlacement placement) {
+    // One update at a time per program folder, whichever role runs it: a
+    // window and a timer's headless run would otherwise write the same files.
+    QLockFile lock(ProgramFolder() + QStringLiteral("vkstats.lock"));
+    lock.setStaleLockTime(0);
+    m_busy = !lock.tryLock(0);
+    if (m_busy) {
+        MsgDlg(m_frontEnd, QStringLiteral("Another update is running; this one is not started."),
+               Information, MbOk);
+        return;
+    }
     m_engine.automaticMode = m_autoMode;
     m_engine.commandLinePages = m_commandLinePages;
     m_engine.barNew = m_settings.barNew;
@@ -212,8 +276,9 @@ void StatsController::run(const QString& source, const QStringList& pages,
 void StatsController::updateFromShownSource(UpdateEngine::ReportPlacement placement) {
     const QString source = currentSourceName();
     const StatsSourceList list(urlsPath(), m_frontEnd);
-    const QStringList marked = list.markedPages(source, m_ticked);
-    const QStringList suitePages = list.markedPages(Velkin, m_ticked);
+    const QStringList& ticked = m_runPages ? *m_runPages : m_ticked;
+    const QStringList marked = list.markedPages(source, ticked);
+    const QStringList suitePages = list.markedPages(Velkin, ticked);
     if (marked.isEmpty() && suitePages.isEmpty()) {
         MsgDlg(m_frontEnd, QStringLiteral("No pages marked for update!     "), Information, MbOk);
         return;
@@ -222,7 +287,8 @@ void StatsController::updateFromShownSource(UpdateEngine::ReportPlacement placem
     if (!ChkAddKeys(m_frontEnd, pages, lastSource(), source))
         return;
     run(source, pages, suitePages, Velkin, placement);
-    setLastSource(source);
+    if (!m_busy)
+        setLastSource(source);
 }
 
 void StatsController::fileUpdate() {
@@ -248,7 +314,8 @@ void StatsController::defaultSourceUpdate() {
     if (!ChkAddKeys(m_frontEnd, pages, lastSource(), source))
         return;
     run(source, pages, {}, Velkin);
-    setLastSource(source);
+    if (!m_busy)
+        setLastSource(source);
 }
 
 void StatsController::sourceBoxChange(int index) {
@@ -263,6 +330,12 @@ RunOutcome StatsController::unattendedRun() {
         defaultSourceUpdate();
     else
         fileUpdate();
+    if (m_busy) {
+        m_autoMode = false;
+        if (m_frontEnd)
+            m_frontEnd->setMainVisible(true);
+        return RunOutcome::Busy;
+    }
     const bool aborted = m_engine.wasCancelled();
     const int last = m_engine.lastResult();
     if (aborted || (last != 200 && last != 304)) {
@@ -337,11 +410,14 @@ bool StatsController::closeQuery(const QString& windowRecord) {
     }
     if (!askSavePages())
         return false;
-    // Keeping the shown source makes it the first section, the one
-    // unattended runs use.
+    // The source shown differs from the one used last: keeping it makes it
+    // the one the next start shows and unattended runs use. Before any
+    // update, the one shown at start counts as the last used.
     const QString shown = currentSourceName();
-    const StatsSourceList sources(urlsPath(), m_frontEnd);
-    if (shown != sources.sourceNameByIndex(0)) {
+    QString last = lastSource();
+    if (last.isEmpty())
+        last = m_sourceAtStart;
+    if (shown != last) {
         const int answer = MsgDlg(m_frontEnd,
                                   QStringLiteral("Your stats source has been changed. Do you wish "
                                                  "to keep the current source?     "),
@@ -349,7 +425,7 @@ bool StatsController::closeQuery(const QString& windowRecord) {
         if (answer == IdCancel)
             return false;
         if (answer == IdYes)
-            sources.moveSource(shown, 0);
+            setLastSource(shown);
     }
     QString error;
     if (barredChanged() && !ApplyBarredListToStoredFiles(&error))

@@ -21,13 +21,18 @@ struct CommandLine {
     bool hideMode = false;
     // Made only when a page is named: pubring.asc and rlist.txt are taken.
     std::optional<QStringList> commandLinePages;
+    // "--pages a,b" and "--source name": this run's pages and source in
+    // place of the Pages menu's ticks and the source shown last.
+    std::optional<QStringList> runPages;
+    QString runSource;
 };
 CommandLine ParseCommandLine(const QStringList& arguments);
 
 enum class StartResult { Ready, Refused, VersionWritten };
 
 // How an unattended run ended; the values are those broadcast to the suite.
-enum class RunOutcome { Done = 1, Aborted = 2, Failed = 4 };
+// Busy (another update held the program folder) is never broadcast.
+enum class RunOutcome { Done = 1, Aborted = 2, Failed = 4, Busy = 5 };
 
 // The main window's logic without its widgets: start-up checks, the update
 // commands, saving and closing. The desktop window and the headless runner
@@ -105,6 +110,7 @@ private:
     void loadSettings();
     void saveSettings(const QString& windowRecord);
     void fillSources(const QString& shown);
+    bool takeRunChoices(const CommandLine& line);
     void setSaveEnabled(bool enabled);
     void updateFromShownSource(UpdateEngine::ReportPlacement placement);
     void run(const QString& source, const QStringList& pages, const QStringList& suitePages,
@@ -119,11 +125,14 @@ private:
     ProxySelection m_proxies;
     MainSettings m_settings;
     QStringList m_ticked;
+    std::optional<QStringList> m_runPages;
+    QString m_sourceAtStart;
     QStringList m_sources;
     int m_currentSource = -1;
     bool m_autoMode = false;
     bool m_hideMode = false;
     bool m_saveEnabled = false;
+    bool m_busy = false; // the last update found another one running
     std::optional<QStringList> m_commandLinePages;
     SaveResult m_lastSave;
     QByteArray m_barredAtStart;

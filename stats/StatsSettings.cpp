@@ -80,7 +80,10 @@ MainSettings LoadMainSettings(const IniFile& ini) {
     s.statsFont = ini.readString(Stats, key("statsfont"), DefaultFont("Courier New,10,,"));
     s.showToolbar = ini.readBool(Stats, key("showtoolbar"), true);
     s.showStatusBar = ini.readBool(Stats, key("showstatusbar"), true);
-    const QString pages = ini.readString(Stats, key("pages"), QString());
+    // A fresh install updates the four pages Mixmaster needs; an explicit
+    // empty "pages=" still ticks none.
+    const QString pages = ini.readString(
+        Stats, key("pages"), QStringLiteral("mlist.txt,pubring.mix,rlist.txt,pubring.asc"));
     for (const QString& page : UpdatePageOrder()) {
         if (pages.contains(page))
             s.tickedPages.append(page);

@@ -32,6 +32,8 @@ private slots:
     void mixmasterDir_data();
     void mixmasterDir();
     void programFolderFromEnvironment();
+    void programFolderRule_data();
+    void programFolderRule();
     void encryptedDataFile_data();
     void encryptedDataFile();
     void openSuiteDataFile_data();
@@ -215,6 +217,53 @@ void TestGlobal2::programFolderFromEnvironment() {
     QCOMPARE(EncryptedDataFileName(), env.programFolder() + "VK.pgp");
 }
 
+// Where the program keeps its files when VKSTATS_HOME does not say:
+// $XDG_DATA_HOME/vkstats made private, or the executable's folder when a
+// "portable" file marks it. A relative VKSTATS_HOME is resolved once, so
+// making the program folder current does not move it.
+void TestGlobal2::programFolderRule_data() {
+    QTest::addColumn<QString>("home"); // VKSTATS_HOME, "-" for unset
+    QTest::addColumn<bool>("portable");
+    QTest::addColumn<QString>("expected"); // below the temporary folder, or "<exe>"
+    QTest::newRow("installed") << "-" << false << "data/vkstats/";
+    QTest::newRow("portable marker") << "-" << true << "<exe>";
+    QTest::newRow("VKSTATS_HOME beats the marker") << "set" << true << "set/";
+    QTest::newRow("relative VKSTATS_HOME") << "rel/prog" << false << "rel/prog/";
+}
+
+void TestGlobal2::programFolderRule() {
+    QFETCH(QString, home);
+    QFETCH(bool, portable);
+    QFETCH(QString, expected);
+    TempEnvironment env;
+    QTemporaryDir temp;
+    const QString marker = QCoreApplication::applicationDirPath() + "/portable";
+    if (portable)
+        TempEnvironment::writeFile(marker, "");
+    const QString oldCurrent = QDir::currentPath();
+    QDir::setCurrent(temp.path());
+    qputenv("XDG_DATA_HOME", (temp.path() + "/data").toLocal8Bit());
+    if (home == "-")
+        qunsetenv("VKSTATS_HOME");
+    else
+        qputenv("VKSTATS_HOME", home.toLocal8Bit());
+    const QString first = ProgramFolder();
+    QDir().mkpath(first);
+    QDir::setCurrent(first); // as start-up does
+    const QString again = ProgramFolder();
+    const QFile::Permissions others =
+        QFileInfo(first).permissions() & (QFile::ReadGroup | QFile::WriteGroup | QFile::ExeGroup |
+                                          QFile::ReadOther | QFile::WriteOther | QFile::ExeOther);
+    QDir::setCurrent(oldCurrent);
+    qunsetenv("XDG_DATA_HOME");
+    QFile::remove(marker);
+    QCOMPARE(first, expected == "<exe>" ? QCoreApplication::applicationDirPath() + '/'
+                                        : QDir(temp.path()).canonicalPath() + '/' + expected);
+    QCOMPARE(again, first);
+    if (home == "-" && !portable)
+        QCOMPARE(others, QFile::Permissions());
+}
+
 void TestGlobal2::encryptedDataFile_data() {
     QTest::addColumn<bool>("plain");
     QTest::addColumn<bool>("encrypted");
@@ -255,6 +304,9 @@ void TestGlobal2::openSuiteDataFile_data() {
     QTest::newRow("missing") << "missing" << false
                              << "I was unable to locate VK datafile 'PATH'. I am unable to \n"
                                 "continue without it. Quitting!";
+    // A missing file is offered first: declined, the old message follows;
+    // taken, an empty file readable by the user only.
+    QTest::newRow("missing, created") << "created" << true << "";
     QTest::newRow("override") << "override" << true << "";
     QTest::newRow("text file") << "text" << false << "Data file: PATH is not a VK datadase!";
     QTest::newRow("version 1") << "v1" << true << "";
@@ -297,8 +349,18 @@ void TestGlobal2::openSuiteDataFile() {
         makeForeignDatabase(path, VkdbApplicationId, 2);
     }
     TestFrontEnd ui;
+    if (kind == "created")
+        ui.answers = {IdYes};
     QCOMPARE(OpenSuiteDataFile(&ui), opens);
     QCOMPARE(TheSuiteDataFile() != nullptr, opens);
+    const bool offered = kind == "missing" || kind == "created";
+    if (offered) {
+        QVERIFY(!ui.messages.isEmpty());
+        QCOMPARE(ui.messages.takeFirst().text,
+                 "There is no VK data file yet:\n" + path + "\nShall I create an empty one?");
+    }
+    if (kind == "created")
+        QCOMPARE(QFileInfo(path).permissions() & 0x0FFF, QFile::ReadUser | QFile::WriteUser);
     if (opens) {
         QVERIFY(ui.messages.isEmpty());
         QCOMPARE(TheSuiteDataFile()->owner, &ui);

@@ -2,16 +2,20 @@
 #include "PrintDocument.h"
 #include "PrntSelPagesDlgs.h"
 
+#include <QApplication>
 #include <QElapsedTimer>
 #include <QLabel>
 #include <QListWidget>
 #include <QPlainTextEdit>
 #include <QPrinter>
+#include <QProcess>
 #include <QRadioButton>
+#include <QStandardPaths>
 #include <QTabBar>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTextCursor>
+#include <QTimer>
 
 #include <memory>
 #include <vector>
@@ -36,7 +40,7 @@ private slots:
     void choosingRefills();
     void printsTickedPages_data();
     void printsTickedPages();
-    void documentToPdf();
+    void ticksPrintIntoOnePdf();
     void notice_data();
     void notice();
     void aboutBox();
@@ -157,22 +161,46 @@ void TestPrintPages::printsTickedPages() {
              qPrintable(QString::number(printed[1].atMs - printed[0].atMs)));
 }
 
-void TestPrintPages::documentToPdf() {
+// Two ticked pages go out as one job: one PDF holding both, each page's
+// text whole, the long line wrapped instead of cut at the paper's edge, and
+// a long page going on over several sheets.
+void TestPrintPages::ticksPrintIntoOnePdf() {
+    const QString pdftotext = QStandardPaths::findExecutable(QStringLiteral("pdftotext"));
+    if (pdftotext.isEmpty())
+        QSKIP("pdftotext (poppler-utils) is not installed");
+    makePages({});
+    QString longLine;
+    for (int i = 0; i < 40; ++i)
+        longLine += QStringLiteral("word%1 ").arg(i);
+    QStringList many;
+    for (int i = 0; i < 300; ++i)
+        many << QStringLiteral("row %1").arg(i);
+    m_views.at(1)->appendPlainText(longLine.trimmed());
+    m_views.at(2)->appendPlainText(many.join(u'\n'));
     QTemporaryDir dir;
     QPrinter printer(QPrinter::HighResolution);
     printer.setOutputFormat(QPrinter::PdfFormat);
-    printer.setOutputFileName(dir.filePath("page.pdf"));
-    QStringList lines;
-    for (int i = 0; i < 400; ++i) // more than one sheet
-        lines << QStringLiteral("line %1").arg(i);
-    QVERIFY(PrintDocument(printer, "mlist.txt", lines, QFont("Courier New", 9)));
-    QFile pdf(dir.filePath("page.pdf"));
-    QVERIFY(pdf.open(QIODevice::ReadOnly));
-    const QByteArray bytes = pdf.readAll();
-    QVERIFY(bytes.startsWith("%PDF"));
-    // Each sheet is a page object; the page tree itself is "/Type /Pages".
-    const qsizetype sheets = bytes.count("/Type /Page") - bytes.count("/Type /Pages");
-    QVERIFY2(sheets >= 2, qPrintable(QString::number(sheets)));
+    printer.setOutputFileName(dir.filePath("pages.pdf"));
+    QTimer::singleShot(0, this, [] {
+        auto* dialog = qobject_cast<TPrntSelPagesDlg*>(QApplication::activeModalWidget());
+        QVERIFY(dialog);
+        dialog->PageList->item(1)->setCheckState(Qt::Checked);
+        dialog->PageList->item(2)->setCheckState(Qt::Checked);
+        dialog->accept();
+    });
+    PrintPages(
+        m_owner.get(), m_tabs, [this](int i) { return m_views.at(i); }, &printer);
+
+    QProcess reader;
+    reader.start(pdftotext,
+                 {QStringLiteral("-layout"), dir.filePath("pages.pdf"), QStringLiteral("-")});
+    QVERIFY(reader.waitForFinished(30000));
+    const QString text = QString::fromUtf8(reader.readAllStandardOutput());
+    for (const char* expected : {"mlist.txt one", "mlist.txt three", "word0", "word39",
+                                 "rlist.txt one", "row 0", "row 299"})
+        QVERIFY2(text.contains(QLatin1String(expected)), expected);
+    QVERIFY2(!text.contains(QStringLiteral("status one")), qPrintable(text));
+    QVERIFY2(text.count(u'\f') >= 3, qPrintable(QString::number(text.count(u'\f'))));
 }
 
 void TestPrintPages::notice_data() {

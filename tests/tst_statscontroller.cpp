@@ -74,7 +74,9 @@ void TestStatsController::init() {
     m_controller = std::make_unique<StatsController>(m_ui.get(), [this](int code, int value) {
         m_broadcasts.append({code, value});
     });
-    IniFile(IniFileName()).writeInteger("stats", "timeoutseconds", 2);
+    IniFile ini(IniFileName());
+    ini.writeInteger("stats", "timeoutseconds", 2);
+    ini.writeString("stats", "pages", ""); // each test ticks its own
 }
 
 void TestStatsController::cleanup() {
@@ -177,8 +179,9 @@ void TestStatsController::startUpChecks_data() {
         << true << QStringList{"vk.pgp"} << "I find your VK database is encrypted." << false;
     QTest::newRow("data file and encrypted copy")
         << true << QStringList{"vk.dbc", "VK.pgp"} << QString() << false;
-    QTest::newRow("no data file") << true << QStringList() << "I was unable to locate VK datafile"
-                                  << true;
+    // Offered first; the answer No leaves the program without one.
+    QTest::newRow("no data file, offer declined")
+        << true << QStringList() << "There is no VK data file yet:" << true;
     QTest::newRow("not a data file") << true << QStringList{"junk:vk.dbc"} << "Data file: " << true;
 }
 
@@ -207,7 +210,7 @@ void TestStatsController::startUpChecks() {
     if (message.isEmpty()) {
         QCOMPARE(m_ui->messages.size(), 0);
     } else {
-        QCOMPARE(m_ui->messages.size(), 1);
+        QCOMPARE(m_ui->messages.size(), files.isEmpty() ? 2 : 1);
         QVERIFY2(m_ui->messages[0].text.startsWith(message), qPrintable(m_ui->messages[0].text));
     }
     const Broadcasts expected = broadcast ? Broadcasts{{3, 3}} : Broadcasts{};
@@ -362,32 +365,44 @@ void TestStatsController::askSavePagesCountsFromSecondTab() {
 
 void TestStatsController::closeQuery_data() {
     QTest::addColumn<bool>("unsaved");
-    QTest::addColumn<bool>("sourceChanged");
+    QTest::addColumn<QString>("used"); // the source used last
+    QTest::addColumn<int>("shown");    // the source box's entry at closing
     QTest::addColumn<QList<int>>("answers");
     QTest::addColumn<bool>("closes");
     QTest::addColumn<bool>("saved");
-    QTest::addColumn<QString>("firstSection");
+    QTest::addColumn<QString>("usedAfter");
 
-    QTest::newRow("nothing to ask") << false << false << QList<int>{} << true << false << "first";
-    QTest::newRow("save: cancel") << true << false << QList<int>{IdCancel} << false << false
+    QTest::newRow("nothing to ask")
+        << false << "first" << 0 << QList<int>{} << true << false << "first";
+    QTest::newRow("save: cancel") << true << "first" << 0 << QList<int>{IdCancel} << false << false
                                   << "first";
-    QTest::newRow("save: no") << true << false << QList<int>{IdNo} << true << false << "first";
-    QTest::newRow("save: yes") << true << false << QList<int>{IdYes} << true << true << "first";
+    QTest::newRow("save: no") << true << "first" << 0 << QList<int>{IdNo} << true << false
+                              << "first";
+    QTest::newRow("save: yes") << true << "first" << 0 << QList<int>{IdYes} << true << true
+                               << "first";
     QTest::newRow("source: cancel")
-        << false << true << QList<int>{IdCancel} << false << false << "first";
-    QTest::newRow("source: yes") << false << true << QList<int>{IdYes} << true << false << "second";
-    QTest::newRow("source: no") << false << true << QList<int>{IdNo} << true << false << "first";
+        << false << "first" << 1 << QList<int>{IdCancel} << false << false << "first";
+    QTest::newRow("source: yes") << false << "first" << 1 << QList<int>{IdYes} << true << false
+                                 << "second";
+    QTest::newRow("source: no") << false << "first" << 1 << QList<int>{IdNo} << true << false
+                                << "first";
     QTest::newRow("save yes, source yes")
-        << true << true << QList<int>{IdYes, IdYes} << true << true << "second";
+        << true << "first" << 1 << QList<int>{IdYes, IdYes} << true << true << "second";
+    // The question is about the source used last, not the first in urls.txt.
+    QTest::newRow("second used and shown: no question")
+        << false << "second" << 1 << QList<int>{} << true << false << "second";
+    QTest::newRow("back to the first: asked")
+        << false << "second" << 0 << QList<int>{IdYes} << true << false << "first";
 }
 
 void TestStatsController::closeQuery() {
     QFETCH(bool, unsaved);
-    QFETCH(bool, sourceChanged);
+    QFETCH(QString, used);
+    QFETCH(int, shown);
     QFETCH(QList<int>, answers);
     QFETCH(bool, closes);
     QFETCH(bool, saved);
-    QFETCH(QString, firstSection);
+    QFETCH(QString, usedAfter);
     makeDataFile();
     standardUrls();
     QCOMPARE(start(), StartResult::Ready);
@@ -398,8 +413,8 @@ void TestStatsController::closeQuery() {
         m_controller->fileUpdate();
         QVERIFY(m_controller->saveEnabled());
     }
-    if (sourceChanged)
-        m_controller->setCurrentSource(1);
+    m_controller->setLastSource(used);
+    m_controller->setCurrentSource(shown);
     m_ui->messages.clear();
     m_ui->answers = answers;
 
@@ -409,13 +424,16 @@ void TestStatsController::closeQuery() {
     if (unsaved)
         QCOMPARE(m_ui->messages[0].text,
                  QStringLiteral("Your remailer pages are not saved. Save them now?     "));
+    const bool sourceChanged = shown != (used == QLatin1String("second") ? 1 : 0);
     if (sourceChanged && (!unsaved || answers[0] != IdCancel))
         QCOMPARE(m_ui->messages.last().text,
                  QStringLiteral("Your stats source has been changed. Do you wish to keep the "
                                 "current source?     "));
     QCOMPARE(QFileInfo::exists(m_env->mixFolder() + "mlist.txt"), saved);
+    QCOMPARE(m_controller->lastSource(), usedAfter);
+    // Keeping a source records it; urls.txt keeps its order.
     QCOMPARE(StatsSourceList(m_env->programFolder() + "urls.txt", nullptr).defaultSource(),
-             firstSection);
+             QStringLiteral("first"));
     // Settings are written only when the close goes ahead.
     const IniFile ini(IniFileName());
     QCOMPARE(ini.readString("stats", "window", ""),

@@ -40,7 +40,8 @@ void TestStatsSettings::emptyFileGivesDefaults() {
     const MainSettings s = LoadMainSettings(IniFile(path()));
     QVERIFY(s.showToolbar);
     QVERIFY(s.showStatusBar);
-    QVERIFY(s.tickedPages.isEmpty());
+    // A fresh install updates what Mixmaster needs.
+    QCOMPARE(s.tickedPages, QStringList({"mlist.txt", "pubring.mix", "rlist.txt", "pubring.asc"}));
     QCOMPARE(s.windowColor, SystemWindowColor);
     QCOMPARE(s.statsFont, QStringLiteral("Courier New,10,,0"));
     QCOMPARE(s.windowFont, QStringLiteral("Courier New,9,,0"));
@@ -65,6 +66,7 @@ void TestStatsSettings::pagesTicks_data() {
            "mlist.txt"
         << UpdatePageOrder() << UpdatePageOrder().join(u',');
     QTest::newRow("capitals are not ticked") << "MLIST.TXT" << QStringList{} << "";
+    QTest::newRow("empty: none ticked") << "" << QStringList{} << "";
 }
 
 void TestStatsSettings::pagesTicks() {

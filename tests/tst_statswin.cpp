@@ -10,17 +10,26 @@
 
 #include <QAction>
 #include <QComboBox>
+#include <QCoreApplication>
+#include <QFile>
 #include <QFileInfo>
 #include <QFrame>
 #include <QLabel>
 #include <QMenu>
+#include <QMenuBar>
 #include <QMessageBox>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QRegularExpression>
+#include <QScreen>
+#include <QSet>
 #include <QStatusBar>
+#include <QStatusTipEvent>
 #include <QTabBar>
 #include <QTest>
+#include <QTextBrowser>
 #include <QToolButton>
+#include <QUrl>
 
 #include <memory>
 
@@ -61,6 +70,11 @@ private slots:
     void keyringItemsNeedTheirRings();
     void suiteMessages();
     void runButtonUpdatesAndSaveExitSaves();
+    void statusTextSurvivesHints();
+    void offScreenPlaceClamped();
+    void oneAccessKeyPerLetter();
+    void pageKeysCycleTabs();
+    void helpViewerWithoutBrowser();
 
 private:
     void startWindow(const QStringList& arguments = {});
@@ -259,7 +273,8 @@ void TestStatsWin::closeSavesSettings() {
     findItem(m_window->ViewMenu, "&Toolbar")->trigger();
     QVERIFY(m_window->close());
     const IniFile ini(IniFileName());
-    QCOMPARE(ini.readString("stats", "pages", ""), QStringLiteral("mlist.txt,rlist.txt"));
+    // The four pages are ticked on a fresh start; two were unticked.
+    QCOMPARE(ini.readString("stats", "pages", ""), QStringLiteral("pubring.mix,pubring.asc"));
     QCOMPARE(ini.readString("stats", "showtoolbar", ""), QStringLiteral("0"));
     QVERIFY(ini.readString("stats", "window", "").startsWith("0,0,"));
     QCOMPARE(ini.readString("stats", "lastproxy", ""), QStringLiteral("<none>"));
@@ -347,6 +362,105 @@ void TestStatsWin::runButtonUpdatesAndSaveExitSaves() {
     for (const QString& page : StatsPages + QStringList{"type2.list"})
         QVERIFY2(QFileInfo::exists(m_env->mixFolder() + page), qPrintable(page));
     QCOMPARE(IniFile(IniFileName()).readString("stats", "pages", ""), StatsPages.join(u','));
+}
+
+// Moving the mouse over a tool button shows its hint; moving off brings the
+// status text back rather than leaving the bar empty.
+void TestStatsWin::statusTextSurvivesHints() {
+    startWindow();
+    m_window->SetStatusText("local file: mlist.txt");
+    QStatusTipEvent hint(QStringLiteral("Update selected pages"));
+    QCoreApplication::sendEvent(m_window.get(), &hint);
+    QCOMPARE(m_window->statusBar()->currentMessage(), QStringLiteral("Update selected pages"));
+    QStatusTipEvent left{QString()};
+    QCoreApplication::sendEvent(m_window.get(), &left);
+    QCOMPARE(m_window->statusBar()->currentMessage(), QStringLiteral(" local file: mlist.txt"));
+}
+
+// A place saved on a bigger monitor: the window comes back whole on this one.
+void TestStatsWin::offScreenPlaceClamped() {
+    const QRect area = QGuiApplication::primaryScreen()->availableGeometry();
+    IniFile(IniFileName())
+        .writeString(
+            "stats", "window",
+            QStringLiteral("0,0,%1,%2,700,500").arg(area.right() + 1200).arg(area.bottom() + 900));
+    startWindow();
+    QVERIFY2(area.contains(m_window->geometry()), qPrintable(QStringLiteral("%1,%2 %3x%4")
+                                                                 .arg(m_window->x())
+                                                                 .arg(m_window->y())
+                                                                 .arg(m_window->width())
+                                                                 .arg(m_window->height())));
+}
+
+// Alt and a letter reaches one thing: among the menu bar's menus and the
+// boxes' captions, and within each menu, no letter marks two visible items.
+void TestStatsWin::oneAccessKeyPerLetter() {
+    startWindow();
+    const auto letter = [](const QString& caption) {
+        const qsizetype at = caption.indexOf(QRegularExpression(QStringLiteral("&[^&]")));
+        return at < 0 ? QChar() : caption.at(at + 1).toLower();
+    };
+    const auto checkUnique = [&](const QStringList& captions, const QString& where) {
+        QSet<QChar> seen;
+        for (const QString& caption : captions) {
+            const QChar key = letter(caption);
+            QVERIFY2(key.isNull() || !seen.contains(key), qPrintable(where + ": " + caption));
+            seen.insert(key);
+        }
+    };
+    QStringList top;
+    for (QAction* menu : m_window->menuBar()->actions()) {
+        if (menu->isVisible())
+            top << menu->text();
+    }
+    for (const QLabel* label : m_window->findChildren<QLabel*>())
+        if (label->buddy())
+            top << label->text();
+    checkUnique(top, QStringLiteral("menu bar"));
+    for (const QMenu* menu : m_window->findChildren<QMenu*>()) {
+        QStringList items;
+        for (QAction* item : menu->actions()) {
+            if (item->isVisible() && !item->isSeparator())
+                items << item->text();
+        }
+        checkUnique(items, menu->title());
+    }
+    QCOMPARE(m_window->OkBtn->text(), QStringLiteral("Save && Exit"));
+}
+
+void TestStatsWin::pageKeysCycleTabs() {
+    for (const char* name : {"mlist.txt", "rlist.txt"})
+        TempEnvironment::writeFile(m_env->mixFolder() + name, realPage(name));
+    startWindow();
+    QVERIFY(QTest::qWaitForWindowActive(m_window.get()));
+    findItem(m_window->ViewMenu, "&mlist.txt")->trigger();
+    findItem(m_window->ViewMenu, "&rlist.txt")->trigger();
+    m_window->TabSet->setCurrentIndex(0);
+    QTest::keyClick(m_window.get(), Qt::Key_PageDown, Qt::ControlModifier);
+    QCOMPARE(m_window->TabSet->currentIndex(), 1);
+    QTest::keyClick(m_window.get(), Qt::Key_Tab, Qt::ControlModifier);
+    QCOMPARE(m_window->TabSet->currentIndex(), 0);
+    QTest::keyClick(m_window.get(), Qt::Key_PageUp, Qt::ControlModifier);
+    QCOMPARE(m_window->TabSet->currentIndex(), 1);
+}
+
+// No browser can be started here (the test platform opens no URLs): Help >
+// Topics shows the guide in the program's own viewer instead of nothing.
+void TestStatsWin::helpViewerWithoutBrowser() {
+    const QString guide = HelpFileName();
+    const bool made = !QFileInfo::exists(guide);
+    if (made)
+        TempEnvironment::writeFile(guide, "<html><body><h1>VKstats guide</h1></body></html>");
+    startWindow();
+    findItem(m_window->HelpMenu, "Topics")->trigger();
+    const QTextBrowser* viewer = m_window->findChild<QTextBrowser*>("HelpViewer");
+    if (made)
+        QFile::remove(guide);
+    QVERIFY(viewer);
+    QVERIFY(viewer->isVisible());
+    QCOMPARE(viewer->source(), QUrl::fromLocalFile(guide));
+    QVERIFY(viewer->toPlainText().contains(QStringLiteral("VKstats")));
+    QVERIFY(m_window->findChildren<QMessageBox*>().isEmpty());
 }
 
 QTEST_MAIN(TestStatsWin)

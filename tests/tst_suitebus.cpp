@@ -12,6 +12,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QLockFile>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -110,7 +111,8 @@ private slots:
     void secondCopyLeavesAndFirstClosesOnCode1();
     void headlessBroadcasts_data();
     void headlessBroadcasts();
-    void headlessSecondCopyRefused();
+    void headlessBesideWindowAndUpdate_data();
+    void headlessBesideWindowAndUpdate();
     void headlessStartsBesideSilentHolder();
 
 private:
@@ -396,7 +398,9 @@ void TestSuiteBus::headlessBroadcasts_data() {
     QTest::newRow("aborted for a missing URL")
         << QStringList{"auto", "--headless", "pubring.asc"} << "nourl" << 2 << Messages{{3, 2}};
     QTest::newRow("no Mixmaster folder") << unattended << "nomix" << 3 << Messages{{3, 3}};
-    QTest::newRow("no data file") << unattended << "nodata" << 3 << Messages{{3, 3}};
+    QTest::newRow("data file unreadable") << unattended << "junk" << 3 << Messages{{3, 3}};
+    // A headless run makes the missing data file and goes on.
+    QTest::newRow("no data file") << unattended << "nodata" << 0 << Messages{{3, 1}};
     QTest::newRow("encrypted data file") << unattended << "encrypted" << 3 << Messages{};
     QTest::newRow("version query") << QStringList{"version", "--headless"} << "" << 0 << Messages{};
 }
@@ -416,6 +420,8 @@ void TestSuiteBus::headlessBroadcasts() {
         QVERIFY(WritePingerUrls(setup.programFolder(), *m_pinger, {"mlist.txt", "rlist.txt"}));
     if (situation == QLatin1String("nodata") || situation == QLatin1String("encrypted"))
         QVERIFY(QFile::remove(setup.programFolder() + QStringLiteral("vk.dbc")));
+    if (situation == QLatin1String("junk"))
+        TempEnvironment::writeFile(setup.programFolder() + QStringLiteral("vk.dbc"), "junk\n");
     if (situation == QLatin1String("encrypted"))
         TempEnvironment::writeFile(setup.programFolder() + QStringLiteral("VK.pgp"),
                                    "-----BEGIN PGP MESSAGE-----\n-----END PGP MESSAGE-----\n");
@@ -428,26 +434,34 @@ void TestSuiteBus::headlessBroadcasts() {
     EXPECT_HEARD(listener, expected);
 }
 
-// A copy that finds another one running asks it to come forward and leaves
-// without doing anything.
-void TestSuiteBus::headlessSecondCopyRefused() {
+// Single instance is per role. A headless run beside an open window does
+// its update and leaves the window alone; only another update running in
+// the same program folder stops it, with status 3 and a word on stderr.
+void TestSuiteBus::headlessBesideWindowAndUpdate_data() {
+    QTest::addColumn<bool>("updateRunning");
+    QTest::newRow("a window open") << false;
+    QTest::newRow("an update running") << true;
+}
+
+void TestSuiteBus::headlessBesideWindowAndUpdate() {
+    QFETCH(bool, updateRunning);
     ProgramSetup setup;
     prepareProgram(setup);
     ServeRealPages(*m_pinger, Served, StatsPages);
-    SuiteBus running(open(QStringLiteral("running")));
-    QVERIFY(running.claim());
-    QSignalSpy activated(&running, &SuiteBus::activateRequested);
-    Listener listener(open(QStringLiteral("listener")));
+    SuiteBus window(open(QStringLiteral("window")));
+    QVERIFY(window.claim());
+    QSignalSpy activated(&window, &SuiteBus::activateRequested);
+    QLockFile update(setup.programFolder() + QStringLiteral("vkstats.lock"));
+    if (updateRunning)
+        QVERIFY(update.tryLock(0));
 
     const QStringList arguments = {"auto", "--headless"};
     const ProgramRun run = RunToEnd(QStringLiteral(VKSTATS), arguments, environment(setup));
-    EXPECT_EXIT(run, arguments, 3);
-    QVERIFY2(run.err.contains(QStringLiteral("another copy is already running")),
-             qPrintable(run.err));
-    QCOMPARE(activated.count(), 1);
-    QVERIFY(m_pinger->requests().isEmpty());
-    QVERIFY(QDir(setup.mixFolder()).isEmpty());
-    EXPECT_HEARD(listener, Messages{});
+    EXPECT_EXIT(run, arguments, updateRunning ? 3 : 0);
+    QCOMPARE(activated.count(), 0);
+    QCOMPARE(run.err.contains(QStringLiteral("Another update is running")), updateRunning);
+    QCOMPARE(m_pinger->requests().isEmpty(), updateRunning);
+    QCOMPARE(QFileInfo::exists(setup.mixFolder() + QStringLiteral("pubring.mix")), !updateRunning);
 }
 
 void TestSuiteBus::headlessStartsBesideSilentHolder() {

@@ -6,6 +6,7 @@
 #include "TextFile.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QTemporaryDir>
 #include <QTest>
@@ -28,8 +29,14 @@ const QString MixmasterMissing =
     QStringLiteral("Mixmaster is not installed on this computer! Without it, I cannot continue!");
 const QString EncryptedFirst = QStringLiteral("I find your VK database is encrypted. You need    \n"
                                               "to start VK and decrypt the file.");
-const QString DataFileMissing = QStringLiteral("I was unable to locate VK datafile");
 const QString NoDisplay = QStringLiteral("no display");
+
+// Whether only the owner may use the file or folder at path.
+bool ownerOnly(const QString& path) {
+    const QFile::Permissions others = QFile::ReadGroup | QFile::WriteGroup | QFile::ExeGroup |
+                                      QFile::ReadOther | QFile::WriteOther | QFile::ExeOther;
+    return QFileInfo::exists(path) && (QFileInfo(path).permissions() & others) == 0;
+}
 
 QStringList outputLines(const QString& text) {
     return text.split(u'\n');
@@ -73,6 +80,7 @@ private slots:
     void versionAsLaterArgument_data();
     void versionAsLaterArgument();
     void newSourceQuestionAnswered();
+    void firstRunInFreshHome();
 
 private:
     enum class Mix { Folder, HomeFolder, None };
@@ -378,8 +386,6 @@ void TestVkstats::refused_data() {
         << QStringList{"auto"} << true << false << "VK.pgp" << EncryptedFirst;
     QTest::newRow("encrypted data file vk.pgp")
         << QStringList{"--headless"} << true << false << "vk.pgp" << EncryptedFirst;
-    QTest::newRow("no data file") << QStringList{"auto"} << true << false << QString()
-                                  << DataFileMissing;
     QTest::newRow("no display and no auto")
         << QStringList{} << true << true << QString() << NoDisplay;
     QTest::newRow("hide without auto")
@@ -487,6 +493,49 @@ void TestVkstats::newSourceQuestionAnswered() {
     QVERIFY2(remembered.endedWith(0),
              remembered.describe(QStringLiteral(VKDBTOOL), get).constData());
     QCOMPARE(remembered.out.trimmed(), QStringLiteral("pinger"));
+}
+
+// A new user's account: nothing but Mixmaster's folder in the home folder,
+// no VKSTATS_HOME, no settings. The first run makes the program folder
+// (private), an empty data file (private, and says so) and the default
+// urls.txt; with the user's own list of sources the next run updates the
+// four default pages and saves them.
+void TestVkstats::firstRunInFreshHome() {
+    ServeRealPages(*m_pinger, Served, StatsPages);
+    const QString home = m_home->path();
+    const QString mix = home + QStringLiteral("/.Mix/");
+    QVERIFY(QDir().mkpath(mix));
+    QProcessEnvironment environment =
+        ChildEnvironment(QString(), QString(), home,
+                         QStringLiteral("unix:path=") + home + QStringLiteral("/no-bus"));
+    environment.remove(QStringLiteral("VKSTATS_HOME"));
+    const QString folder = home + QStringLiteral("/.local/share/vkstats/");
+
+    // No page named: this run stops before going online.
+    const QStringList offline = {"--headless", "--pages="};
+    ProgramRun run = RunToEnd(QStringLiteral(VKSTATS), offline, environment);
+    EXPECT_EXIT(run, offline, 4);
+    QVERIFY(ownerOnly(folder));
+    QVERIFY(ownerOnly(folder + QStringLiteral("vk.dbc")));
+    QVERIFY2(run.err.contains(QStringLiteral("Created an empty VK data file ") + folder +
+                              QStringLiteral("vk.dbc")),
+             qPrintable(run.err));
+    const QStringList urls = ReadLines(folder + QStringLiteral("urls.txt"));
+    QVERIFY(urls.size() > 2);
+    QCOMPARE(urls.first(), QStringLiteral("velkin urls"));
+    QCOMPARE(urls.at(1), QStringLiteral("[frell]"));
+    QVERIFY(m_pinger->requests().isEmpty());
+
+    QVERIFY(WritePingerUrls(folder, *m_pinger, StatsPages));
+    const QStringList arguments = {"--headless"};
+    run = RunToEnd(QStringLiteral(VKSTATS), arguments, environment);
+    EXPECT_EXIT(run, arguments, 0);
+    QCOMPARE(m_pinger->requests().size(), StatsPages.size());
+    for (const QString& page : StatsPages)
+        QVERIFY2(QFileInfo::exists(mix + page), qPrintable(page));
+    QCOMPARE(TempEnvironment::readFile(mix + QStringLiteral("pubring.mix")),
+             RealPage(Served, "pubring.mix"));
+    QVERIFY(!QFileInfo::exists(QFileInfo(QStringLiteral(VKSTATS)).path() + "/vk.dbc"));
 }
 
 QTEST_GUILESS_MAIN(TestVkstats)

@@ -6,8 +6,9 @@
 #include "StatsSettings.h"
 #include "TextFile.h"
 
-#include <QFileInfo>
 #include <QPlainTextEdit>
+#include <QTextBrowser>
+#include <QUrl>
 #include <QVBoxLayout>
 
 namespace {
@@ -48,13 +49,7 @@ void THistoryWin::showFile(const QString& path) {
 }
 
 QString HistoryFileName() {
-    const QString folder = ProgramFolder();
-    for (const QString& path :
-         {folder + HistoryFile, folder + QStringLiteral("docs/") + HistoryFile}) {
-        if (QFileInfo(path).isFile())
-            return path;
-    }
-    return {};
+    return FindDocFile(HistoryFile);
 }
 
 void ShowHistory(QWidget* owner) {
@@ -69,4 +64,24 @@ void ShowHistory(QWidget* owner) {
     window->show();
     window->raise();
     window->activateWindow();
+}
+
+QTextBrowser* OpenHelpViewer(QWidget* owner) {
+    return owner ? owner->findChild<QTextBrowser*>(QStringLiteral("HelpViewer")) : nullptr;
+}
+
+void ShowHelpViewer(QWidget* owner, const QString& path) {
+    QTextBrowser* viewer = OpenHelpViewer(owner);
+    if (!viewer) {
+        viewer = new QTextBrowser(owner);
+        viewer->setObjectName(QStringLiteral("HelpViewer"));
+        viewer->setWindowFlag(Qt::Window);
+        viewer->setWindowTitle(QStringLiteral("VKstats Help"));
+        viewer->setOpenExternalLinks(true);
+        viewer->resize(720, 560);
+    }
+    viewer->setSource(QUrl::fromLocalFile(path));
+    viewer->show();
+    viewer->raise();
+    viewer->activateWindow();
 }

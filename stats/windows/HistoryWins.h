@@ -3,6 +3,7 @@
 #include <QWidget>
 
 class QPlainTextEdit;
+class QTextBrowser;
 
 inline constexpr char HistoryWinsUnit[] = "stats\\HistoryWins";
 
@@ -25,11 +26,17 @@ private:
     QString m_path;
 };
 
-// The file the History command shows: "vkstats.history.txt" in the program
-// folder, else in its "docs/" subfolder; empty when neither exists.
+// The file the History command shows: "vkstats.history.txt" in the
+// installed documentation folder, beside the executable, in the program
+// folder or in its "docs/" subfolder; empty when none has it.
 QString HistoryFileName();
 
 // The History command: shows the release history over owner (owner may be
 // null). A window already open is reused. No file means no window and no
 // message.
 void ShowHistory(QWidget* owner);
+
+// The user guide in a window of the program's own, for a desktop where no
+// browser can be started. A viewer already open is reused.
+void ShowHelpViewer(QWidget* owner, const QString& path);
+QTextBrowser* OpenHelpViewer(QWidget* owner);

@@ -119,8 +119,10 @@ void PrintPages(QWidget* owner, QTabBar* tabs, const TPrntSelPagesDlg::ViewerOfT
             return;
         printer = &chosen;
     }
-    dialog.printTicked(
-        [printer](const QString& title, const QStringList& lines, const QFont& font) {
-            PrintDocument(*printer, title, lines, font);
-        });
+    // All ticked pages go out as one job: one PDF file, one stack of paper.
+    PrintJob job(*printer);
+    dialog.printTicked([&job](const QString& title, const QStringList& lines, const QFont& font) {
+        job.add(title, lines, font);
+    });
+    job.finish();
 }

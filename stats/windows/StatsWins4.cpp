@@ -19,18 +19,25 @@
 #include <QCloseEvent>
 #include <QComboBox>
 #include <QFileInfo>
+#include <QGuiApplication>
 #include <QHBoxLayout>
+#include <QIcon>
+#include <QKeySequence>
 #include <QLabel>
 #include <QMenuBar>
 #include <QPlainTextEdit>
 #include <QProgressBar>
+#include <QScreen>
 #include <QStackedWidget>
 #include <QStatusBar>
+#include <QStatusTipEvent>
 #include <QStyle>
 #include <QTabBar>
 #include <QToolBar>
 #include <QToolButton>
 #include <QUrl>
+
+#include <algorithm>
 
 namespace {
 
@@ -42,6 +49,21 @@ const char* const MixmasterPages[] = {"mlist.txt", "pubring.mix", "type2.list", 
 void SetHint(QToolButton* button, const QString& hint) {
     button->setToolTip(hint.section(u'|', 0, 0).trimmed());
     button->setStatusTip(hint.section(u'|', 1).trimmed());
+}
+
+// A place saved on a larger or another monitor must not leave the window
+// out of reach: shrink it to the screen it would be on, then move it inside.
+QRect OnScreen(const QRect& saved) {
+    const QScreen* screen = QGuiApplication::screenAt(saved.center());
+    if (!screen)
+        screen = QGuiApplication::primaryScreen();
+    if (!screen)
+        return saved;
+    const QRect area = screen->availableGeometry();
+    QRect rect(saved.topLeft(), saved.size().boundedTo(area.size()));
+    rect.moveLeft(std::clamp(rect.left(), area.left(), area.right() + 1 - rect.width()));
+    rect.moveTop(std::clamp(rect.top(), area.top(), area.bottom() + 1 - rect.height()));
+    return rect;
 }
 
 QString PingerSiteUrl(const char* key, const char* path) {
@@ -56,6 +78,8 @@ TVKStatsWin4::TVKStatsWin4(StatsController::Broadcast broadcast, QWidget* parent
     : QMainWindow(parent), WidgetFrontEnd(this), m_controller(this, std::move(broadcast)) {
     setObjectName(QStringLiteral("TVKStatsWin4"));
     setWindowTitle(QStringLiteral("Velkin Stats Manager"));
+    setWindowIcon(
+        QIcon::fromTheme(QStringLiteral("vkstats"), QIcon(QStringLiteral(":/icons/vkstats.svg"))));
     resize(686, 516);
     setMinimumWidth(540);
     createControls();
@@ -121,13 +145,15 @@ void TVKStatsWin4::createControls() {
         box->setMinimumContentsLength(12);
         box->addItem(ProxySelection::noneEntry());
         auto* caption = new QLabel(label, central);
+        caption->setObjectName(QStringLiteral("BoxCaption"));
         caption->setBuddy(box);
         row->addWidget(caption);
         row->addWidget(box);
         return box;
     };
     SourceBox = addBox(QStringLiteral("&Source"), "SourceBox");
-    ProxyBox = addBox(QStringLiteral("&Proxy"), "ProxyBox");
+    // Alt+P belongs to the Pages menu.
+    ProxyBox = addBox(QStringLiteral("Pro&xy"), "ProxyBox");
     connect(SourceBox, &QComboBox::activated, this, &TVKStatsWin4::SourceBoxChange);
     connect(ProxyBox, &QComboBox::activated, this, &TVKStatsWin4::ProxyBoxChange);
     layout->addLayout(row);
@@ -165,7 +191,7 @@ void TVKStatsWin4::createToolBar() {
             SetHint(button, hint);
         return button;
     };
-    OkBtn = add("OkBtn", QStringLiteral("Save & Exit"), QStyle::SP_DialogApplyButton,
+    OkBtn = add("OkBtn", QStringLiteral("Save && Exit"), QStyle::SP_DialogApplyButton,
                 QStringLiteral("Save & Exit|Save new pages and exit program"));
     RunBtn = add("RunBtn", QStringLiteral("Update"), QStyle::SP_BrowserReload,
                  QStringLiteral("Update | Update selected pages"));
@@ -175,6 +201,8 @@ void TVKStatsWin4::createToolBar() {
                   QStringLiteral("Save| Save pages"));
     PrintBtn = add("PrintBtn", QStringLiteral("Print"), QStyle::SP_FileDialogDetailedView,
                    QStringLiteral("Print...| Print pages..."));
+    PrintBtn->setIcon(QIcon::fromTheme(QStringLiteral("document-print"),
+                                       QIcon(QStringLiteral(":/icons/document-print.svg"))));
     KeyringBtn = add("KeyringBtn", QStringLiteral("Keys"), QStyle::SP_DriveNetIcon, {});
 
     OkBtnAction = ToolBar->addWidget(OkBtn);
@@ -210,8 +238,9 @@ QAction* TVKStatsWin4::addItem(QMenu* menu, const QString& caption, const char* 
 
 void TVKStatsWin4::createMenus() {
     FileMenu = addMenu(QStringLiteral("&File"), "FileMenu");
-    connect(addItem(FileMenu, QStringLiteral("&Update"), "FileUpdateItem"), &QAction::triggered,
-            this, &TVKStatsWin4::FileUpdateItemClick);
+    QAction* update = addItem(FileMenu, QStringLiteral("&Update"), "FileUpdateItem");
+    update->setShortcut(QKeySequence::Refresh);
+    connect(update, &QAction::triggered, this, &TVKStatsWin4::FileUpdateItemClick);
     connect(addItem(FileMenu, QStringLiteral("Select Up&date..."), "FileUpdateSelectItem"),
             &QAction::triggered, this, &TVKStatsWin4::FileUpdateSelectItemClick);
     FileMenu->addSeparator();
@@ -220,8 +249,9 @@ void TVKStatsWin4::createMenus() {
     ProxyMenu = FileMenu->addMenu(QStringLiteral("&Proxy"));
     ProxyMenu->setObjectName(QStringLiteral("ProxyMenu"));
     FileMenu->addSeparator();
-    connect(addItem(FileMenu, QStringLiteral("E&xit"), "FileExit"), &QAction::triggered, this,
-            &TVKStatsWin4::FileExitClick);
+    QAction* exit = addItem(FileMenu, QStringLiteral("E&xit"), "FileExit");
+    exit->setShortcut(QKeySequence::Quit);
+    connect(exit, &QAction::triggered, this, &TVKStatsWin4::FileExitClick);
     connect(FileMenu, &QMenu::aboutToShow, this, &TVKStatsWin4::FileMenuClick);
 
     ViewMenu = addMenu(QStringLiteral("&View"), "ViewMenu");
@@ -244,7 +274,8 @@ void TVKStatsWin4::createMenus() {
          {"&mlist.txt", "&pubring.mix", "t&ype2.list", "&rlist.txt", "p&ubring.asc"})
         addItem(ViewMenu, QString::fromLatin1(caption), "ViewPageItem");
     ViewMenu->addSeparator();
-    for (const char* caption : {"&nymserver.asc", "mail&2news.txt", "&advisory.txt", "&urls.txt"})
+    // Alt+U belongs to pubring.asc here.
+    for (const char* caption : {"&nymserver.asc", "mail&2news.txt", "&advisory.txt", "ur&ls.txt"})
         addItem(ViewMenu, QString::fromLatin1(caption), "ViewPageItem");
     connect(ViewMenu, &QMenu::triggered, this, &TVKStatsWin4::ViewMenuItemClick);
 
@@ -289,10 +320,13 @@ void TVKStatsWin4::createMenus() {
     PagesMenu->addSeparator();
     connect(addItem(PagesMenu, QStringLiteral("&Close All"), "UpdateCloseAllItem"),
             &QAction::triggered, this, &TVKStatsWin4::UpdateCloseAllItemClick);
-    connect(addItem(PagesMenu, QStringLiteral("P&rint..."), "UpdatePrintItem"), &QAction::triggered,
-            this, &TVKStatsWin4::UpdatePrintItemClick);
-    connect(addItem(PagesMenu, QStringLiteral("&Save"), "UpdateSaveItem"), &QAction::triggered,
-            this, &TVKStatsWin4::UpdateSaveItemClick);
+    // Alt+R belongs to rlist.txt here.
+    QAction* print = addItem(PagesMenu, QStringLiteral("Pr&int..."), "UpdatePrintItem");
+    print->setShortcut(QKeySequence::Print);
+    connect(print, &QAction::triggered, this, &TVKStatsWin4::UpdatePrintItemClick);
+    QAction* save = addItem(PagesMenu, QStringLiteral("&Save"), "UpdateSaveItem");
+    save->setShortcut(QKeySequence::Save);
+    connect(save, &QAction::triggered, this, &TVKStatsWin4::UpdateSaveItemClick);
 
     ToolsMenu = addMenu(QStringLiteral("&Tools"), "ToolsMenu");
     connect(addItem(ToolsMenu, QStringLiteral("&URL Manager"), "ToolsURLManagerItem"),
@@ -312,8 +346,9 @@ void TVKStatsWin4::createMenus() {
     });
 
     HelpMenu = addMenu(QStringLiteral("&Help"), "HelpMenu");
-    connect(addItem(HelpMenu, QStringLiteral("Topics"), "HelpTopicsItem"), &QAction::triggered,
-            this, &TVKStatsWin4::HelpTopicsClick);
+    QAction* topics = addItem(HelpMenu, QStringLiteral("Topics"), "HelpTopicsItem");
+    topics->setShortcut(QKeySequence::HelpContents);
+    connect(topics, &QAction::triggered, this, &TVKStatsWin4::HelpTopicsClick);
     connect(addItem(HelpMenu, QStringLiteral("&History"), "HelpHistoryItem"), &QAction::triggered,
             this, &TVKStatsWin4::HelpHistoryItemClick);
     HelpMenu->addSeparator();
@@ -336,9 +371,9 @@ void TVKStatsWin4::createMenus() {
     PopupMenu1->setObjectName(QStringLiteral("PopupMenu1"));
     connect(addItem(PopupMenu1, QStringLiteral("Select Up&date..."), "RunSelectItem"),
             &QAction::triggered, this, &TVKStatsWin4::FileUpdateSelectItemClick);
-    QAction* update = addItem(PopupMenu1, QStringLiteral("&Update"), "RunUpdateItem");
-    connect(update, &QAction::triggered, this, &TVKStatsWin4::FileUpdateItemClick);
-    PopupMenu1->setDefaultAction(update);
+    QAction* runUpdate = addItem(PopupMenu1, QStringLiteral("&Update"), "RunUpdateItem");
+    connect(runUpdate, &QAction::triggered, this, &TVKStatsWin4::FileUpdateItemClick);
+    PopupMenu1->setDefaultAction(runUpdate);
     RunBtn->setMenu(PopupMenu1);
     RunBtn->setPopupMode(QToolButton::MenuButtonPopup);
 
@@ -358,6 +393,26 @@ void TVKStatsWin4::createMenus() {
             &TVKStatsWin4::FileExitClick);
     OkBtn->setMenu(PopupMenu3);
     OkBtn->setPopupMode(QToolButton::MenuButtonPopup);
+    addPageKeys();
+}
+
+// Ctrl+Tab and Ctrl+PgDn go to the next page, with Shift or PgUp back,
+// round the ends.
+void TVKStatsWin4::addPageKeys() {
+    auto step = [this](int by, const QList<QKeySequence>& keys) {
+        auto* action = new QAction(this);
+        action->setShortcuts(keys);
+        action->setShortcutContext(Qt::WindowShortcut);
+        connect(action, &QAction::triggered, this, [this, by] {
+            if (TabSet->count() > 0)
+                TabSet->setCurrentIndex((TabSet->currentIndex() + by + TabSet->count()) %
+                                        TabSet->count());
+        });
+        addAction(action);
+    };
+    step(1, {QKeySequence(Qt::CTRL | Qt::Key_Tab), QKeySequence(Qt::CTRL | Qt::Key_PageDown)});
+    step(-1, {QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Backtab),
+              QKeySequence(Qt::CTRL | Qt::Key_PageUp)});
 }
 
 StartResult TVKStatsWin4::start(const QStringList& arguments) {
@@ -384,7 +439,7 @@ void TVKStatsWin4::applySettings() {
     MainSettings& s = m_controller.settings();
     const WindowGeometry geometry = ParseWindowRecord(s.window, size());
     if (!s.window.isEmpty() && geometry.rect.isValid())
-        setGeometry(geometry.rect);
+        setGeometry(OnScreen(geometry.rect));
     if (geometry.state == 2)
         setWindowState(Qt::WindowMaximized);
     findChild<QAction*>(QStringLiteral("ViewToolbarItem"))->setChecked(s.showToolbar);
@@ -400,21 +455,35 @@ void TVKStatsWin4::applySettings() {
     applyLook();
 }
 
-// Colour and fonts, at start and after the options dialog.
+// Colour and fonts, at start and at once after the options dialog: each
+// font string's colour is its text colour.
 void TVKStatsWin4::applyLook() {
     const MainSettings& s = m_controller.settings();
-    setFont(ToQFont(StringToFont(s.dialogFont)));
-    const QFont boxFont = ToQFont(StringToFont(s.windowFont));
+    const FontSpec dialog = StringToFont(s.dialogFont);
+    setFont(ToQFont(dialog));
+    // Style sheets stop a font from passing down, so these get theirs.
+    for (QWidget* widget : std::initializer_list<QWidget*>{TabSet, Label1, statusBar()})
+        widget->setFont(font());
+    for (QLabel* label : findChildren<QLabel*>(QStringLiteral("BoxCaption"))) {
+        label->setFont(font());
+        QPalette palette = label->palette();
+        palette.setColor(QPalette::WindowText, ToQColor(dialog.color));
+        label->setPalette(palette);
+    }
+    const FontSpec boxes = StringToFont(s.windowFont);
     const QColor work = ToQColor(s.windowColor);
     for (QComboBox* box : {SourceBox, ProxyBox}) {
-        box->setFont(boxFont);
+        box->setFont(ToQFont(boxes));
         QPalette palette = box->palette();
         palette.setColor(QPalette::Base, work);
+        palette.setColor(QPalette::Text, ToQColor(boxes.color));
         box->setPalette(palette);
     }
-    BlankView->setFont(ToQFont(StringToFont(s.statsFont)));
+    const FontSpec pages = StringToFont(s.statsFont);
+    BlankView->setFont(ToQFont(pages));
     QPalette palette = BlankView->palette();
     palette.setColor(QPalette::Base, work);
+    palette.setColor(QPalette::Text, ToQColor(pages.color));
     BlankView->setPalette(palette);
     for (int i = 0; i < Pages->count(); ++i) {
         Pages->widget(i)->setFont(BlankView->font());
@@ -667,14 +736,9 @@ void TVKStatsWin4::HelpTopicsClick() {
                QStringLiteral("Sorry, there is no program help available!\nThe help file ") +
                    QFileInfo(help).fileName() + QStringLiteral(" is missing."),
                Information, MbOk);
-    else if (HtmlHelpLoaded())
-        openUrl(QUrl::fromLocalFile(help));
-    else
-        MsgDlg(this,
-               QStringLiteral(
-                   "Sorry, there is no program help available!\nHTML help is not installed on "
-                   "this PC."),
-               Information, MbOk);
+    // With no browser to start, the guide still opens in a window of our own.
+    else if (!HtmlHelpLoaded() || !openUrl(QUrl::fromLocalFile(help)))
+        ShowHelpViewer(this, help);
 }
 
 void TVKStatsWin4::HelpHistoryItemClick() {
@@ -771,6 +835,16 @@ void TVKStatsWin4::setBusy(bool busy) {
 QString TVKStatsWin4::windowRecord() const {
     const int state = isMaximized() ? 2 : (isMinimized() ? 1 : 0);
     return MakeWindowRecord(m_controller.settings().window, state, 0, normalGeometry());
+}
+
+// A hint shows in the status bar while the mouse is on its control; leaving
+// the control brings the status text back instead of an empty bar.
+bool TVKStatsWin4::event(QEvent* event) {
+    if (event->type() != QEvent::StatusTip || !Panel3->isHidden())
+        return QMainWindow::event(event);
+    const QString tip = static_cast<QStatusTipEvent*>(event)->tip();
+    statusBar()->showMessage(tip.isEmpty() ? u' ' + m_statusText : tip);
+    return true;
 }
 
 void TVKStatsWin4::closeEvent(QCloseEvent* event) {

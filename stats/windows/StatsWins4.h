@@ -87,12 +87,14 @@ public:
     QTimer Timer5;
 
 protected:
+    bool event(QEvent* event) override;
     void closeEvent(QCloseEvent* event) override;
 
 private:
     void createControls();
     void createToolBar();
     void createMenus();
+    void addPageKeys();
     QMenu* addMenu(const QString& caption, const char* name);
     QAction* addItem(QMenu* menu, const QString& caption, const char* name);
     void applySettings();
