@@ -5,6 +5,7 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QHash>
 #include <QSet>
 
 #include <utility>
@@ -222,4 +223,63 @@ bool InstallDefaultUrls(const QString& urlsPath, QString* error, bool* written) 
     if (written)
         *written = true;
     return true;
+}
+
+namespace {
+
+// The index keys of the four pages, in urls.txt order.
+const std::pair<const char*, const char*> IndexKeys[] = {{"mlist", "mlist.txt"},
+                                                         {"mixring", "pubring.mix"},
+                                                         {"rlist", "rlist.txt"},
+                                                         {"pgpring", "pubring.asc"}};
+
+// A pinger without all four pages, or with a name or address that would not
+// read back from urls.txt as written, is left out.
+void appendPinger(QStringList& urls, const QString& name, const QHash<QString, QString>& keys) {
+    if (name.contains(u'[') || name.contains(u']'))
+        return;
+    QStringList section = {u'[' + name + u']'};
+    for (const auto& [key, page] : IndexKeys) {
+        const QString url = keys.value(QLatin1String(key));
+        const bool web =
+            url.startsWith(QLatin1String("http://")) || url.startsWith(QLatin1String("https://"));
+        if (!web || url.contains(u' '))
+            return;
+        section << QLatin1String(page) + u' ' + url;
+    }
+    urls << section << QString();
+}
+
+QStringList suiteSection(const QStringList& currentUrls) {
+    QStringList section;
+    for (const QString& line : currentUrls) {
+        if (line.startsWith(u'['))
+            section.clear();
+        if (line.startsWith(QLatin1String("[velkin]")) || !section.isEmpty())
+            section << line;
+    }
+    return section.isEmpty() ? QStringList{QStringLiteral("[velkin]")} : section;
+}
+
+} // namespace
+
+QStringList AllPingersToUrls(const QStringList& index, const QStringList& currentUrls) {
+    QStringList urls = {QStringLiteral("velkin urls")};
+    QString name;
+    QHash<QString, QString> keys;
+    for (const QString& raw : index + QStringList{QStringLiteral("[]")}) {
+        const QString line = raw.trimmed();
+        if (line.startsWith(u'[') && line.endsWith(u']')) {
+            // The suite's own section comes from the list in use, not the index.
+            if (!name.isEmpty() && name != QLatin1String("velkin"))
+                appendPinger(urls, name, keys);
+            name = line.mid(1, line.size() - 2).trimmed();
+            keys.clear();
+        } else if (const qsizetype equals = line.indexOf(u'='); equals > 0 && !name.isEmpty()) {
+            keys.insert(line.left(equals).trimmed().toLower(), line.mid(equals + 1).trimmed());
+        }
+    }
+    if (urls.size() == 1)
+        return {};
+    return urls + suiteSection(currentUrls);
 }

@@ -83,3 +83,10 @@ QByteArray DefaultUrlsBytes();
 // already there, which is never replaced. Returns false with error set only
 // when writing failed; written (when given) tells whether a file was made.
 bool InstallDefaultUrls(const QString& urlsPath, QString* error = nullptr, bool* written = nullptr);
+
+// The remailer community's "all pingers" index ("[name]" sections of
+// "key = URL" lines) turned into urls.txt: one section per pinger that
+// publishes all four pages (keys mlist, mixring, rlist, pgpring), in the
+// index's order, then the "[velkin]" section of currentUrls as it stands.
+// Empty when no pinger qualifies.
+QStringList AllPingersToUrls(const QStringList& index, const QStringList& currentUrls);

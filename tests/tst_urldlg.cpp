@@ -17,6 +17,7 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
+#include <QInputDialog>
 #include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QProgressBar>
@@ -60,6 +61,29 @@ QString shown(const QByteArray& file) {
 const QByteArray NewList = "Velkin URLS\r\n[b]\r\nmlist.txt http://b.example/mlist.txt\r\n\r\n"
                            "[velkin]\r\n";
 
+// A pinger index in the community's format: alpha and gamma publish all four
+// pages, beta does not.
+const QByteArray PingerIndex = "#  A L L   P I N G E R S'   I N D E X\n\n"
+                               "[alpha]\nbase = https://a.example/echolot/\n"
+                               "mlist = https://a.example/mlist.txt\n"
+                               "mixring = https://a.example/pubring.mix\n"
+                               "rlist = https://a.example/rlist.txt\n"
+                               "pgpring = https://a.example/pgp-all.asc\n"
+                               "type2list = https://a.example/type2.list\n\n"
+                               "[beta]\nmlist = https://b.example/mlist.txt\n"
+                               "rlist = https://b.example/rlist.txt\n\n"
+                               "[gamma]\nrlist       = http://g.example/rlist.txt\n"
+                               "mlist       = http://g.example/mlist.txt\n"
+                               "pgpring     = http://g.example/pgp-all.asc\n"
+                               "mixring     = http://g.example/pubring.mix\n";
+
+const QString ImportedSections =
+    "velkin urls\n[alpha]\nmlist.txt https://a.example/mlist.txt\n"
+    "pubring.mix https://a.example/pubring.mix\nrlist.txt https://a.example/rlist.txt\n"
+    "pubring.asc https://a.example/pgp-all.asc\n\n[gamma]\nmlist.txt http://g.example/mlist.txt\n"
+    "pubring.mix http://g.example/pubring.mix\nrlist.txt http://g.example/rlist.txt\n"
+    "pubring.asc http://g.example/pgp-all.asc\n\n";
+
 // Types a new last line into the editor, as a user would.
 void typeLine(TURLDlg* dialog, const QString& line) {
     dialog->Editor->moveCursor(QTextCursor::End);
@@ -88,6 +112,8 @@ private slots:
     void reviewedPageCanBeSaved();
     void refreshFails_data();
     void refreshFails();
+    void importPingerIndex_data();
+    void importPingerIndex();
     void cancelDuringDownload_data();
     void cancelDuringDownload();
     void help_data();
@@ -442,7 +468,6 @@ void TestURLDlg::refreshFails_data() {
     QTest::newRow("time-out from the settings")
         << "timeout"
         << "timed out (-5003): No complete answer within 1 seconds";
-    QTest::newRow("no URL for the list") << "no url" << QString();
 }
 
 // The user is told, and the editor and the file are left as they were.
@@ -460,9 +485,6 @@ void TestURLDlg::refreshFails() {
         TestPinger::Route silent;
         silent.mode = TestPinger::Mode::Silent;
         m_pinger->setRoute("/urls.txt", silent);
-    } else if (kind == "no url") {
-        TempEnvironment::writeFile(urlsPath(), "velkin urls\n[a]\nurls.txt " + url.toLatin1() +
-                                                   "\n\n[velkin]\nadvisory.txt http://x/a\n");
     }
     const QByteArray before = TempEnvironment::readFile(urlsPath());
     m_ui.answers = {IdYes};
@@ -485,9 +507,7 @@ void TestURLDlg::refreshFails() {
     QCOMPARE(m_ui.messages.size(), 2);
     QCOMPARE(m_ui.messages.first().text, fetchQuestion("proxy"));
     const QString message = m_ui.messages.at(1).text;
-    if (kind == "no url") {
-        QCOMPARE(message, QStringLiteral("I don't have a URL for urls.txt at velkin!"));
-    } else {
+    {
         QCOMPARE(m_ui.messages.at(1).type, Error);
         // The reason Qt gives for a refused connection or a bad setting is
         // its own wording; the rest is exact.
@@ -675,6 +695,61 @@ void TestURLDlg::assertions() {
     QFETCH(QString, fault);
     QFETCH(QByteArray, message);
     ExpectStopAtCheck(AssertChildEnvironment(AssertChild, fault), message);
+}
+
+// The community's pinger index becomes urls.txt sections, the suite's own
+// section kept: from a file with Import, and by Refresh from an address
+// when "[velkin]" names no list to fetch.
+void TestURLDlg::importPingerIndex_data() {
+    QTest::addColumn<QString>("how");
+    QTest::addColumn<bool>("usable");
+    QTest::newRow("Import, a file") << "file" << true;
+    QTest::newRow("Refresh without a list, an address") << "refresh" << true;
+    QTest::newRow("Import, no pinger with four pages") << "useless" << false;
+}
+
+void TestURLDlg::importPingerIndex() {
+    QFETCH(QString, how);
+    QFETCH(bool, usable);
+    m_pinger->serve("/allpingers.txt", PingerIndex);
+    const QString indexFile = TempEnvironment::writeFile(
+        m_env->programFolder() + "index.txt",
+        how == "useless" ? QByteArray("[beta]\nmlist = https://b.example/mlist.txt\n")
+                         : PingerIndex);
+    QByteArray velkin = "[velkin]\nurls.txt " + listUrl().toLatin1();
+    if (how == "refresh") {
+        velkin = "[velkin]\nadvisory.txt http://x/a";
+        TempEnvironment::writeFile(urlsPath(),
+                                   "velkin urls\n[a]\nmlist.txt http://x/m\n\n" + velkin + "\n");
+    }
+    const QByteArray before = TempEnvironment::readFile(urlsPath());
+    const QString location =
+        how == "refresh" ? m_pinger->url(QStringLiteral("/allpingers.txt")) : indexFile;
+    QString textAfter;
+    bool modified = false;
+    runModal([&](TURLDlg* dialog) {
+        QTimer::singleShot(0, dialog, [&] {
+            auto* ask = qobject_cast<QInputDialog*>(QApplication::activeModalWidget());
+            QVERIFY(ask);
+            ask->setTextValue(location);
+            ask->accept();
+        });
+        QTest::mouseClick(how == "refresh" ? dialog->RefreshBtn : dialog->ImportBtn,
+                          Qt::LeftButton);
+        textAfter = dialog->Editor->toPlainText();
+        modified = dialog->isModified();
+        m_ui.answers = {IdNo};
+        QTest::mouseClick(dialog->CancelBtn, Qt::LeftButton);
+    });
+    QVERIFY(!m_guardFired);
+    QCOMPARE(modified, usable);
+    if (usable)
+        QCOMPARE(textAfter, ImportedSections + QString::fromLatin1(velkin));
+    else
+        QCOMPARE(textAfter, shown(before));
+    QCOMPARE(m_pinger->requests().size(), how == "refresh" ? 1 : 0);
+    // Nothing is written until the user says so.
+    QCOMPARE(TempEnvironment::readFile(urlsPath()), before);
 }
 
 int main(int argc, char** argv) {

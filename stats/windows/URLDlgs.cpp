@@ -13,6 +13,8 @@
 
 #include <QFileInfo>
 #include <QHBoxLayout>
+#include <QInputDialog>
+#include <QLineEdit>
 #include <QPlainTextEdit>
 #include <QProgressBar>
 #include <QPushButton>
@@ -65,17 +67,21 @@ TURLDlg::TURLDlg(QWidget* owner, FrontEnd* frontEnd, QString urlsPath, QString p
 
     RefreshBtn = NamedButton(this, QStringLiteral("RefreshBtn"), QStringLiteral("&Refresh"));
     HelpBtn = NamedButton(this, QStringLiteral("HelpBtn"), QStringLiteral("&Help"));
+    ImportBtn = NamedButton(this, QStringLiteral("ImportBtn"), QStringLiteral("&Import..."));
+    ImportBtn->setToolTip(QStringLiteral("Make the list from an all pingers index"));
     OkBtn = NamedButton(this, QStringLiteral("OkBtn"), QStringLiteral("OK"));
     CancelBtn = NamedButton(this, QStringLiteral("CancelBtn"), QStringLiteral("Cancel"));
     OkBtn->setDefault(true);
     connect(RefreshBtn, &QPushButton::clicked, this, &TURLDlg::RefreshBtnClick);
     connect(HelpBtn, &QPushButton::clicked, this, &TURLDlg::HelpBtnClick);
+    connect(ImportBtn, &QPushButton::clicked, this, &TURLDlg::ImportBtnClick);
     connect(OkBtn, &QPushButton::clicked, this, &QDialog::accept);
     connect(CancelBtn, &QPushButton::clicked, this, &QDialog::reject);
 
     auto* buttons = new QHBoxLayout;
     buttons->addWidget(ProgressBar, 1);
     buttons->addWidget(RefreshBtn);
+    buttons->addWidget(ImportBtn);
     buttons->addWidget(HelpBtn);
     buttons->addWidget(OkBtn);
     buttons->addWidget(CancelBtn);
@@ -109,6 +115,7 @@ void TURLDlg::setBusy(bool busy) {
     Editor->setReadOnly(busy);
     OkBtn->setEnabled(!busy);
     RefreshBtn->setEnabled(!busy);
+    ImportBtn->setEnabled(!busy);
     HelpBtn->setEnabled(!busy);
 }
 
@@ -129,6 +136,11 @@ int TURLDlg::download(const QString& url, QStringList& lines, QString& reason) {
 void TURLDlg::RefreshBtnClick() {
     if (m_downloading)
         return;
+    // Without the suite's own list, the pinger index is the next best.
+    if (!StatsSourceList(m_urlsPath, m_frontEnd).pageNames(SuiteSection).contains(UrlsPage)) {
+        ImportBtnClick();
+        return;
+    }
     const bool noProxy = m_proxyName.isEmpty() || m_proxyName == ProxySelection::noneEntry();
     const QString question = QStringLiteral("Shall I go online and fetch urls.txt?     \nProxy: ") +
                              (noProxy ? QStringLiteral("none") : m_proxyName);
@@ -175,6 +187,62 @@ void TURLDlg::RefreshBtnClick() {
     }
     m_reviewing = true;
     setEditorText(text, true);
+}
+
+void TURLDlg::ImportBtnClick() {
+    if (m_downloading)
+        return;
+    bool ok = false;
+    const QString location =
+        QInputDialog::getText(this, QStringLiteral("Import Pinger Index"),
+                              QStringLiteral("The all pingers index, as a file or an address:"),
+                              QLineEdit::Normal,
+                              IniFile(IniFileName())
+                                  .readString(QStringLiteral("pingersite"),
+                                              QStringLiteral("allpingersindex"), QString()),
+                              &ok)
+            .trimmed();
+    if (ok && !location.isEmpty())
+        importIndex(location);
+}
+
+bool TURLDlg::importIndex(const QString& location) {
+    QStringList index;
+    if (location.startsWith(QLatin1String("http://")) ||
+        location.startsWith(QLatin1String("https://"))) {
+        QString reason;
+        const int code = download(location, index, reason);
+        if (code != HttpCode::Ok) {
+            if (!m_cancel)
+                MsgDlg(m_frontEnd,
+                       QStringLiteral("I was unable to fetch the pinger index from\n%1\n%2 (%3): "
+                                      "%4\nYour URLs are unchanged.")
+                           .arg(location, UpdateEngine::resultWord(code), QString::number(code),
+                                reason),
+                       Error, MbOk);
+            return false;
+        }
+    } else {
+        const QString path =
+            location.startsWith(QLatin1String("file:")) ? QUrl(location).toLocalFile() : location;
+        if (!QFileInfo(path).isFile()) {
+            MsgDlg(m_frontEnd, QStringLiteral("There is no file ") + path, Error, MbOk);
+            return false;
+        }
+        index = ReadLines(path);
+    }
+    const QStringList urls = AllPingersToUrls(index, SplitLines(Editor->toPlainText()));
+    if (urls.isEmpty()) {
+        MsgDlg(m_frontEnd,
+               QStringLiteral("No pinger in that index publishes all four pages (mlist, mixring,\n"
+                              "rlist, pgpring). Your URLs are unchanged."),
+               Warning, MbOk);
+        return false;
+    }
+    // Modified, so that closing asks before the new list replaces the file.
+    setEditorText(urls.join(u'\n'), true);
+    m_reviewing = false;
+    return true;
 }
 
 void TURLDlg::HelpBtnClick() {

@@ -14,7 +14,9 @@ inline constexpr char URLDlgsUnit[] = "stats\\URLDlgs";
 
 // "URL Manager": urls.txt in a plain text editor. Refresh fetches the list
 // the suite publishes (the "urls.txt" entry of "[velkin]") into the editor;
-// nothing reaches the file until the user agrees to save at closing.
+// Import (and Refresh when "[velkin]" names no list) makes one from the
+// community's pinger index instead. Nothing reaches the file until the
+// user agrees to save at closing.
 class TURLDlg : public QDialog {
     Q_OBJECT
 public:
@@ -41,9 +43,16 @@ public:
     QPushButton* CancelBtn = nullptr;
     QPushButton* RefreshBtn = nullptr;
     QPushButton* HelpBtn = nullptr;
+    QPushButton* ImportBtn = nullptr;
+
+    // Puts the urls.txt made from an "all pingers" index into the editor;
+    // location is a file or an http(s) address. False, with a message, when
+    // it cannot be read or names no pinger with all four pages.
+    bool importIndex(const QString& location);
 
 private slots:
     void RefreshBtnClick();
+    void ImportBtnClick();
     void HelpBtnClick();
 
 private:
