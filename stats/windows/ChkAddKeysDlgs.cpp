@@ -78,5 +78,8 @@ bool ShowChkAddKeysDlg(QWidget* owner, const QString& caption, std::array<bool, 
     // QDialog centres itself on its owner's window when it first shows.
     TChkAddKeysDlg dialog(owner, ticks);
     dialog.setWindowTitle(caption);
+    // The caption names both sources; a dialog narrower than it would hide
+    // them behind the window manager's ellipsis.
+    dialog.setMinimumWidth(dialog.fontMetrics().horizontalAdvance(caption) + 120);
     return dialog.exec() == QDialog::Accepted;
 }
