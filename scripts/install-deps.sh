@@ -12,6 +12,7 @@ packages=(
     tinyproxy microsocks
     dbus dbus-daemon xvfb xauth
     libqt6svg6 desktop-file-utils poppler-utils
+    faketime
 )
 
 missing=()
