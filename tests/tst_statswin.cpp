@@ -18,6 +18,7 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QPlainTextEdit>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QRegularExpression>
@@ -75,6 +76,7 @@ private slots:
     void oneAccessKeyPerLetter();
     void pageKeysCycleTabs();
     void helpViewerWithoutBrowser();
+    void fontsAndColoursApplied();
 
 private:
     void startWindow(const QStringList& arguments = {});
@@ -461,6 +463,24 @@ void TestStatsWin::helpViewerWithoutBrowser() {
     QCOMPARE(viewer->source(), QUrl::fromLocalFile(guide));
     QVERIFY(viewer->toPlainText().contains(QStringLiteral("VKstats")));
     QVERIFY(m_window->findChildren<QMessageBox*>().isEmpty());
+}
+
+// The colour of each font string is its text's colour, and the page tabs
+// follow the window's font like every other control.
+void TestStatsWin::fontsAndColoursApplied() {
+    IniFile ini(IniFileName());
+    ini.writeString("stats", "statsfont", "Courier New,11,,255");
+    ini.writeString("stats", "windowfont", "Courier New,9,,65280");
+    ini.writeString("stats", "dialogfont", "DejaVu Sans,12,b,16711680");
+    startWindow();
+    QCOMPARE(m_window->BlankView->palette().color(QPalette::Text), QColor(255, 0, 0));
+    QCOMPARE(m_window->SourceBox->palette().color(QPalette::Text), QColor(0, 255, 0));
+    QCOMPARE(m_window->TabSet->font().pointSize(), 12);
+    QVERIFY(m_window->TabSet->font().bold());
+    for (const QLabel* label : m_window->findChildren<QLabel*>("BoxCaption")) {
+        QCOMPARE(label->font().pointSize(), 12);
+        QCOMPARE(label->palette().color(QPalette::WindowText), QColor(0, 0, 255));
+    }
 }
 
 QTEST_MAIN(TestStatsWin)
