@@ -326,6 +326,7 @@ void StatsController::sourceBoxChange(int index) {
 }
 
 RunOutcome StatsController::unattendedRun() {
+    m_busy = false;
     if (m_commandLinePages && !m_commandLinePages->isEmpty())
         defaultSourceUpdate();
     else
