@@ -1,6 +1,7 @@
 #include "RemailerDocs.h"
 
 #include "Global2.h"
+#include "MixKeyring.h"
 
 #include <algorithm>
 #include <initializer_list>
@@ -161,8 +162,9 @@ TMixPubringMix::TMixPubringMix(const QString& origin, PageView* viewer)
     DocName = QStringLiteral("pubring.mix");
 }
 
+// Only a keyring whose every key Mixmaster can use may replace its keyring.
 bool TMixPubringMix::IsValidPage() {
-    return hasMarkerLine(Lines(), QLatin1String("-----Begin Mix Key-----"));
+    return CheckMixKeyring(Lines()).ok();
 }
 
 TMixType2List::TMixType2List(const QString& origin, PageView* viewer)

@@ -452,7 +452,7 @@ QPlainTextEdit* TVKStatsWin4::makeView(int index) {
 
 void TVKStatsWin4::pageAdded(int index) {
     Pages->insertWidget(index, makeView(index));
-    TabSet->insertTab(index, m_controller.pages().captionAt(index));
+    TabSet->insertTab(index, m_controller.pages().tabTextAt(index));
     PrintBtn->setEnabled(true);
 }
 
@@ -653,6 +653,7 @@ void TVKStatsWin4::Options1Click() {
     const StatsOptionsResult result = ShowStatsOptions(this);
     MainSettings& s = m_controller.settings();
     s.barNew = result.barNew;
+    s.noStaleSave = result.noStaleSave;
     s.windowColor = result.windowColor;
     s.windowFont = result.windowFont;
     s.dialogFont = result.dialogFont;
