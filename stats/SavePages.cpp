@@ -24,8 +24,12 @@ bool isDownloaded(const TRemailerDoc* doc) {
     return doc && doc->Origin != PageSet::localFile();
 }
 
-// One file of the set, with the date recorded once it is in place.
+// One file of the set, with the date recorded once it is in place. Files
+// of one group (a page with the files made from it) go together: when one
+// cannot be written or put in place, the rest of its group stays old too,
+// so that type2.list never describes a keyring that is not there.
 struct SetFile {
+    int group = 0;
     QString path;
     QByteArray bytes;
     QString dateKey; // empty: no date goes with this file
@@ -49,9 +53,11 @@ QString failure(const SetFile& file, const QString& why) {
 
 class SaveSet {
 public:
+    // Later files join the group the next call to newGroup() ends.
+    void newGroup() { ++m_group; }
     void add(const QString& path, const QStringList& lines, const QString& dateKey = {},
              const QString& date = {}, PageView* view = nullptr) {
-        m_files.push_back({path, LinesToBytes(lines), dateKey, date, view, nullptr});
+        m_files.push_back({m_group, path, LinesToBytes(lines), dateKey, date, view, nullptr});
     }
     // Replaces the content of a file already in the set, or adds it.
     void replace(const QString& path, const QStringList& lines) {
@@ -61,17 +67,26 @@ public:
                 return;
             }
         }
+        newGroup();
         add(path, lines);
     }
-    bool stage(SaveResult& result);
+    void stage(SaveResult& result);
     void commit(SaveResult& result);
 
 private:
+    void drop(int group);
     std::vector<SetFile> m_files;
+    int m_group = 0;
+    int m_failedGroup = -1;
 };
 
-bool SaveSet::stage(SaveResult& result) {
+// Every file goes to its temporary file first; a group that cannot be
+// written whole is dropped (its temporary files go with their QSaveFile
+// objects) and keeps its old files.
+void SaveSet::stage(SaveResult& result) {
     for (SetFile& file : m_files) {
+        if (file.group == m_failedGroup)
+            continue;
         file.staged = std::make_unique<QSaveFile>(file.path);
         QSaveFile& out = *file.staged;
         errno = 0;
@@ -79,21 +94,31 @@ bool SaveSet::stage(SaveResult& result) {
                              out.write(file.bytes) == file.bytes.size() && out.flush();
         if (!written) {
             result.errors.append(failure(file, reason(out, errno)));
-            // The temporary files go with their QSaveFile objects; every old
-            // file stays.
-            return false;
+            drop(file.group);
         }
     }
-    return true;
 }
 
+void SaveSet::drop(int group) {
+    m_failedGroup = group;
+    for (SetFile& file : m_files) {
+        if (file.group == group)
+            file.staged.reset();
+    }
+}
+
+// Then the files are put in place one after another; a date is recorded
+// only once its file is there.
 void SaveSet::commit(SaveResult& result) {
     SuiteDataFile* data = TheSuiteDataFile();
     for (SetFile& file : m_files) {
+        if (!file.staged)
+            continue; // its group lost a file: it keeps its old files and dates
         errno = 0;
         if (!file.staged->commit()) {
             result.errors.append(failure(file, reason(*file.staged, errno)));
-            return; // the rest keep their old files and their old dates
+            drop(file.group);
+            continue;
         }
         if (file.view) {
             ++result.written;
@@ -156,6 +181,7 @@ SaveResult SavePages(FrontEnd* frontEnd, PageSet& pages, const QStringList& newb
             result.skipped.append(name);
             continue;
         }
+        set.newGroup();
         if (name == QStringLiteral("mlist.txt"))
             set.add(PagePath(QStringLiteral("mlist.org.txt")), pages.mixUnfiltered());
         else if (name == QStringLiteral("rlist.txt"))
@@ -172,8 +198,10 @@ SaveResult SavePages(FrontEnd* frontEnd, PageSet& pages, const QStringList& newb
     }
     if (asc || nym)
         set.replace(GetMixmasterDir() + PubringAsc, mergedPgpRing(asc, nym, result));
-    if (result.errors.isEmpty() && set.stage(result))
+    if (result.errors.isEmpty()) {
+        set.stage(result);
         set.commit(result);
+    }
     // Newly seen remailers go into barred.txt once per save; the names
     // already there are never added again.
     QString error;

@@ -260,7 +260,7 @@ int UpdateEngine::fetchPage(const QString& source, const QString& url, const QSt
         m_lastResult = code;
         m_findings.lines = RefusalReasons(*doc);
     } else {
-        m_findings = CheckFreshness(*doc, QDate::currentDate());
+        m_findings = CheckFreshness(*doc, today.isNull() ? QDate::currentDate() : today);
         m_worrying = m_worrying || m_findings.worrying();
         emit pageAccepted();
     }

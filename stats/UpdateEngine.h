@@ -52,6 +52,8 @@ public:
     QStringList proxySettings;
     // Names of remailers seen for the first time, emptied at each run start.
     QStringList newbars;
+    // The day pages and keys are judged by; null means the local clock's.
+    QDate today;
     // Where the main window stands, for the report viewer's placement.
     QPoint windowPosition;
 
