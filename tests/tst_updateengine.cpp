@@ -23,6 +23,7 @@ private slots:
     void init();
     void cleanup();
     void fetchesEveryPage();
+    void stalePageMarked();
     void notModifiedMakesNoDocument();
     void fallBackInAutomaticMode();
     void failedPageReportedOnceOutsideAutomaticMode();
@@ -121,6 +122,22 @@ void TestUpdateEngine::fetchesEveryPage() {
     // All four pages came over one kept-alive connection.
     QCOMPARE(m_a->connectionCount(), 1);
     QCOMPARE(m_ui->statusTexts.last(), QStringLiteral("Update complete!"));
+}
+
+// Four days after its last update a statistics page is stale: said on the
+// status page and on its tab, and the run is one to worry about.
+void TestUpdateEngine::stalePageMarked() {
+    serveAll(*m_a, "2012-11-30");
+    m_engine->today = QDate(2012, 12, 4);
+    m_engine->runUpdate("pingerA", {"mlist.txt"}, {});
+    QVERIFY(
+        statusLines().contains("mlist.txt...ok (stale: last update Fri 30 Nov 2012 10:20:00 GMT)"));
+    QCOMPARE(m_pages->tabTextAt(1), QStringLiteral("mlist.txt (stale)"));
+    QVERIFY(m_engine->worrying());
+    m_engine->today = QDate(2012, 12, 3);
+    m_engine->runUpdate("pingerA", {"mlist.txt"}, {});
+    QCOMPARE(m_pages->tabTextAt(1), QStringLiteral("mlist.txt"));
+    QVERIFY(!m_engine->worrying());
 }
 
 void TestUpdateEngine::notModifiedMakesNoDocument() {
