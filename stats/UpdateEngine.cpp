@@ -288,6 +288,8 @@ void UpdateEngine::fetchSuitePages(const QString& suiteSource, const QStringList
         if (m_cancel)
             return;
         appendFeedback(suiteResultWord(code));
+        if (code != 200 && code != 304)
+            m_failedPages.append(page);
         if (code == 200 && page == QStringLiteral("advisory.txt")) {
             QStringList now;
             m_pages->pageLines(page, now);
