@@ -268,8 +268,11 @@ RunOutcome StatsController::unattendedRun() {
     const bool lastFailed = last != 200 && last != 304;
     // One page that could not be had does not throw away the ones that
     // were: they are saved, and the failed page keeps its old file.
-    m_savedDespiteFailures = !aborted && (lastFailed || !m_engine.failedPages().isEmpty()) &&
-                             PagesWorthSaving(m_pages) > 0;
+    // Only when nothing at all came does a failed last page still mean
+    // "failed".
+    const bool someFailed = lastFailed || !m_engine.failedPages().isEmpty();
+    m_savedDespiteFailures =
+        !aborted && someFailed && (!lastFailed || PagesWorthSaving(m_pages) > 0);
     if (m_savedDespiteFailures)
         savePages();
     if (aborted || lastFailed) {
