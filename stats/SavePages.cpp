@@ -60,7 +60,7 @@ SaveResult SavePages(FrontEnd* frontEnd, PageSet& pages, const QStringList& newb
             else if (name == QStringLiteral("nymserver.asc"))
                 nymChanged = true;
             const int before = int(result.errors.size());
-            write(PagePath(name), doc->Lines(), result);
+            write(PagePath(name), doc->FileLines(), result);
             if (result.errors.size() == before) {
                 ++result.written;
                 doc->Viewer->setModified(false);
