@@ -112,8 +112,8 @@ void TestNewMixKeysWin::layoutAndTicks() {
     QCOMPARE(window.result(), 0);
 }
 
-// From the Keyrings menu: the last 10 lines of the open type2.list page,
-// and true however the window closes.
+// From the Keyrings menu: the last 10 lines of the open type2.list page;
+// and true even when the window is closed by its close box.
 void TestNewMixKeysWin::newestKeysOfTheOpenList() {
     TempEnvironment env;
     QCOMPARE(CreateDataFile(env.programFolder()), QString());
@@ -148,6 +148,11 @@ void TestNewMixKeysWin::newestKeysOfTheOpenList() {
     QCOMPARE(shown.first().mid(0, 2), (QStringList{"rem16", "rem16@example.org"}));
     QCOMPARE(shown.last().first(), QStringLiteral("rem25"));
     QVERIFY(NoDialogLeft<TNewMixKeysWin>());
+    const QStringList none;
+    QVERIFY(RunModal<TNewMixKeysWin>([&] { return ShowNewMixKeys(&main, &none); },
+                                     [](TNewMixKeysWin* window) { CloseDialogBy(window, "close"); },
+                                     &guardFired));
+    QVERIFY(!guardFired);
     // The tool bar's key button still offers the three key tools only.
     QCOMPARE(main.KeyringBtn->menu()->actions().size(), 3);
     main.close();
