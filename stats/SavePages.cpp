@@ -190,7 +190,7 @@ SaveResult SavePages(FrontEnd* frontEnd, PageSet& pages, const QStringList& newb
             asc = doc;
         else if (name == NymserverAsc)
             nym = doc;
-        set.add(PagePath(name), doc->Lines(), name, doc->Extra, doc->Viewer);
+        set.add(PagePath(name), doc->FileLines(), name, doc->Extra, doc->Viewer);
         // Mixmaster reads the two together: the list follows its keyring.
         if (name == QStringLiteral("pubring.mix"))
             set.add(GetMixmasterDir() + QStringLiteral("type2.list"), type2ListOf(*doc),

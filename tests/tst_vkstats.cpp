@@ -1,3 +1,4 @@
+#include "BarredList.h"
 #include "IniFile.h"
 #include "ProgramRun.h"
 #include "TempEnvironment.h"
@@ -224,17 +225,12 @@ void TestVkstats::unattendedRun() {
     QCOMPARE(saved.value("pubring.mix"), RealPage(Served, "pubring.mix"));
     QCOMPARE(saved.value("pubring.asc"), RealPage(Served, "pubring.asc"));
     QCOMPARE(saved.value("type2.list"), RealPage(Served, "type2.list"));
-    // The statistics pages are stored as shown: every line from the page
-    // served, the remailers' rows among them.
+    // The statistics pages are stored in the order served, as Mixmaster
+    // reads them, with the always barred remailer taken out.
     for (const QString& page : {QStringLiteral("mlist.txt"), QStringLiteral("rlist.txt")}) {
-        const QStringList served = BytesToLines(RealPage(Served, page));
-        const QStringList stored = BytesToLines(saved.value(page));
-        QVERIFY2(stored.size() > 10, qPrintable(page));
-        for (const QString& line : stored)
-            QVERIFY2(served.contains(line), qPrintable(page + QStringLiteral(": ") + line));
-        QVERIFY2(std::any_of(stored.begin(), stored.end(),
-                             [](const QString& line) { return line.startsWith("dizum "); }),
-                 qPrintable(page));
+        QStringList served = BytesToLines(RealPage(Served, page));
+        ApplyBarredList(served, page, BarredList());
+        QCOMPARE(BytesToLines(saved.value(page)), served);
     }
     if (where == Mix::HomeFolder)
         QVERIFY(folderContents(m_env->mixFolder()).isEmpty());
