@@ -72,23 +72,31 @@ class DelayRelay:
         self.lifetime = lifetime_s
         self.port = None
         self._ready = threading.Event()
-        self._loop = None
-        threading.Thread(target=self._run, daemon=True).start()
+        self._loop = asyncio.new_event_loop()
+        self._main = None
+        self._thread = threading.Thread(target=self._run, daemon=True)
+        self._thread.start()
         self._ready.wait(10)
 
     def _run(self):
-        self._loop = asyncio.new_event_loop()
-        self._loop.run_until_complete(self._serve())
+        self._main = self._loop.create_task(self._serve())
+        self._loop.run_until_complete(self._main)
+        self._loop.close()
 
     async def _serve(self):
         server = await asyncio.start_server(self._client, "127.0.0.1", 0)
         self.port = server.sockets[0].getsockname()[1]
         self._ready.set()
-        async with server:
-            try:
-                await asyncio.wait_for(server.serve_forever(), self.lifetime)
-            except (asyncio.TimeoutError, asyncio.CancelledError):
-                pass
+        try:
+            await asyncio.wait_for(server.serve_forever(), self.lifetime)
+        except (asyncio.TimeoutError, asyncio.CancelledError):
+            pass
+        server.close()
+        # Connections still open end with the relay.
+        others = [task for task in asyncio.all_tasks() if task is not asyncio.current_task()]
+        for task in others:
+            task.cancel()
+        await asyncio.gather(*others, return_exceptions=True)
 
     async def _pump(self, reader, writer):
         queue = asyncio.Queue()
@@ -132,9 +140,9 @@ class DelayRelay:
         writer.close()
 
     def stop(self):
-        if self._loop:
-            for task in asyncio.all_tasks(self._loop):
-                self._loop.call_soon_threadsafe(task.cancel)
+        if self._main and not self._loop.is_closed():
+            self._loop.call_soon_threadsafe(self._main.cancel)
+        self._thread.join(10)
 
 
 def mlist_page(size):
