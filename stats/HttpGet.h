@@ -98,6 +98,8 @@ public:
 private:
     struct Prefetched;
     // Why url cannot be fetched with these settings; empty when it can.
+    // Every refusal lives here, so that a prefetch is refused exactly as
+    // HTTPGet would refuse the same request.
     QString prepare(const QString& url, const QStringList& proxySettings, QUrl& target,
                     QNetworkProxy& proxy) const;
     QNetworkReply* start(const QUrl& target, const QNetworkProxy& proxy, const QDateTime& since);

@@ -214,6 +214,7 @@ private slots:
     void throughTinyproxy();
     void throughMicrosocks();
     void socksGetsNamesAndRunCredentials();
+    void prefetchedPagesTakenOver();
     // Last: once the application has been told to quit, no event loop of
     // this process runs again.
     void applicationQuitEndsFetch();
@@ -892,6 +893,32 @@ void TestHttpGet::socksGetsNamesAndRunCredentials() {
     QVERIFY(asks[2].user != asks[0].user && asks[2].password != asks[0].password);
     QCOMPARE(asks[3].user, QByteArray("alice"));
     QCOMPARE(asks[3].password, QByteArray("secret"));
+}
+
+void TestHttpGet::prefetchedPagesTakenOver() {
+    m_pinger.serve(QStringLiteral("/early"), "early page\n", PageDate);
+    m_pinger.serve(QStringLiteral("/too-big"), linesOfSize(4096));
+    m_pinger.clearLog();
+    HttpSession session;
+    session.setMaxBytes(1024);
+    const QString early = m_pinger.url(QStringLiteral("/early"));
+    session.prefetch(early, {}, {});
+    session.prefetch(m_pinger.url(QStringLiteral("/too-big")), {}, {});
+    session.prefetch(QStringLiteral("file:///etc/hostname"), {}, {}); // refused, as by HTTPGet
+    QTRY_COMPARE(m_pinger.requests().size(), 2);
+
+    // The same request takes the transfer over; the size cap still holds.
+    Fetch got = fetch(session, early);
+    QCOMPARE(got.code, HttpCode::Ok);
+    QCOMPARE(got.lines, QStringList{QStringLiteral("early page")});
+    QCOMPARE(got.lastModified, PageDate);
+    QCOMPARE(fetch(session, m_pinger.url(QStringLiteral("/too-big"))).code,
+             HttpCode::TransferError);
+    QCOMPARE(m_pinger.requests().size(), 2);
+    // Another date is another request.
+    session.prefetch(early, {}, PageDate.addDays(-1));
+    QCOMPARE(fetch(session, early, {}, 2, PageDate).code, HttpCode::NotModified);
+    QTRY_COMPARE(requestsFor(m_pinger, "/early"), 3);
 }
 
 void TestHttpGet::applicationQuitEndsFetch() {
