@@ -140,6 +140,7 @@ bool StatsController::checkEnvironment() {
 
 void StatsController::loadSettings() {
     const IniFile ini(IniFileName());
+    const IniFile::Operation reading(ini);
     m_settings = LoadMainSettings(ini);
     m_ticked = m_settings.tickedPages;
     m_proxies.load(ini.readString(QStringLiteral("stats"), QStringLiteral("lastproxy"),
@@ -289,7 +290,9 @@ RunOutcome StatsController::unattendedRun() {
     WaitTicks(m_frontEnd, 600);
     if (m_frontEnd)
         m_frontEnd->setMainVisible(false);
-    WaitTicks(m_frontEnd, 200);
+    // The window is hidden now: nothing left to repaint, so only what is
+    // pending is handled.
+    WaitTicks(m_frontEnd, 0);
     report(RunOutcome::Done);
     return RunOutcome::Done;
 }

@@ -95,8 +95,10 @@ void UpdateEngine::addReplyText(int code) {
         addStatus(QStringLiteral("Click 'Help|Pinger Site|all pingers' for all URLs."));
         addStatus(QString());
     }
-    const bool known = code == 200 || code == 304 || code == -5000 || code == -5001 ||
-                       code == -5003 || code == -6000;
+    // -5000 is a refusal of ours (an onion address without Tor, unusable
+    // proxy settings), so its reason is shown too.
+    const bool known =
+        code == 200 || code == 304 || code == -5001 || code == -5003 || code == -6000;
     if (!known) {
         for (const QString& line : std::as_const(m_replyText))
             addStatus(line);
@@ -183,6 +185,7 @@ void UpdateEngine::pageLoop(const QString& runSource, const QStringList& pages) 
     bool gotMlist = false;
     bool gotRlist = false;
     StatsSourceList sources(ProgramFolder() + QStringLiteral("urls.txt"), m_frontEnd);
+    prefetch(sources, runSource, pages);
     for (const QString& page : pages) {
         if (m_cancel)
             break;
@@ -208,6 +211,8 @@ void UpdateEngine::pageLoop(const QString& runSource, const QStringList& pages) 
                 gotMlist = gotMlist || page == Mlist;
                 gotRlist = gotRlist || page == Rlist;
             }
+            if (code != 200 && code != 304)
+                m_http->dropPrefetched(); // from here on, one page after the other
             if (code == 200 || code == 304)
                 break;
             if (!automaticMode || code == -5000 || code == -5001) {
@@ -239,9 +244,7 @@ void UpdateEngine::pageLoop(const QString& runSource, const QStringList& pages) 
 
 int UpdateEngine::fetchPage(const QString& source, const QString& url, const QString& pageName,
                             bool firstTry) {
-    QDateTime lastModified;
-    if (automaticMode && firstTry && !commandLinePages)
-        lastModified = QDateTime::fromString(storedDate(pageName), Qt::ISODate);
+    QDateTime lastModified = dateToSend(pageName, firstTry);
     QStringList lines;
     int code =
         m_http->HTTPGet(m_frontEnd, url, lines, proxySettings, &m_cancel, m_timeout, lastModified);
@@ -249,7 +252,8 @@ int UpdateEngine::fetchPage(const QString& source, const QString& url, const QSt
     m_replyText.clear();
     m_findings = {};
     if (code != 200) {
-        m_replyText = lines; // shown below the status line for some errors
+        // shown below the status line for some errors
+        m_replyText = code == HttpCode::LibraryError ? QStringList{m_http->lastErrorText()} : lines;
         return code;
     }
     m_version2 = !lines.isEmpty() && lines.first().startsWith(QStringLiteral("Stats-Version: 2.0"));
@@ -270,6 +274,7 @@ int UpdateEngine::fetchPage(const QString& source, const QString& url, const QSt
 
 void UpdateEngine::fetchSuitePages(const QString& suiteSource, const QStringList& pages) {
     StatsSourceList sources(ProgramFolder() + QStringLiteral("urls.txt"), m_frontEnd);
+    prefetch(sources, suiteSource, pages);
     for (const QString& page : pages) {
         if (m_cancel)
             return;
@@ -295,6 +300,26 @@ void UpdateEngine::fetchSuitePages(const QString& suiteSource, const QStringList
             m_pages->pageLines(page, now);
             m_advisory = now != before;
         }
+    }
+}
+
+QDateTime UpdateEngine::dateToSend(const QString& pageName, bool firstTry) const {
+    if (automaticMode && firstTry && !commandLinePages)
+        return QDateTime::fromString(storedDate(pageName), Qt::ISODate);
+    return {};
+}
+
+// Starts the source's pages together, so that they travel side by side; the
+// loops still take them one at a time, in order, so the status page reads
+// as before.
+void UpdateEngine::prefetch(const StatsSourceList& sources, const QString& source,
+                            const QStringList& pages) {
+    for (const QString& page : pages) {
+        if (!IsSafePageName(page))
+            continue;
+        const std::optional<QString> url = sources.findUrl(source, page);
+        if (url)
+            m_http->prefetch(*url, proxySettings, dateToSend(page, true));
     }
 }
 

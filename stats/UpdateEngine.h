@@ -12,6 +12,7 @@
 
 class HttpSession;
 class PageSet;
+class StatsSourceList;
 class TRemailerDoc;
 
 // One update run: downloads a source's pages, checks each through its
@@ -73,6 +74,8 @@ private:
     int fetchPage(const QString& source, const QString& url, const QString& pageName,
                   bool firstTry);
     QString lookUpUrl(const QString& source, const QString& pageName, bool* stop);
+    QDateTime dateToSend(const QString& pageName, bool firstTry) const;
+    void prefetch(const StatsSourceList& sources, const QString& source, const QStringList& pages);
     void addStatus(const QString& line);
     void addReplyText(int code);
     void appendFeedback(const QString& text);
