@@ -3,7 +3,9 @@
 # only those that are missing.
 set -euo pipefail
 
-# dbus-daemon holds dbus-run-session, which gives tst_suitebus its own bus;
+# dbus-daemon holds dbus-run-session, which gives tst_suitebus its own bus.
+# faketime fixes "today" for the scenarios and the Mixmaster interop test;
+# the last group builds the real Mixmaster client for that test.
 # libqt6svg6 draws the SVG icon, desktop-file-utils checks the .desktop file
 # and poppler-utils reads printed PDFs back in the tests.
 packages=(
@@ -13,6 +15,7 @@ packages=(
     dbus dbus-daemon xvfb xauth
     libqt6svg6 desktop-file-utils poppler-utils
     faketime
+    gcc make bison libpcre3-dev libssl-dev zlib1g-dev libncurses-dev
 )
 
 missing=()

@@ -4,6 +4,8 @@
 #include "PageSet.h"
 #include "StatsController.h"
 
+#include <QCoreApplication>
+
 namespace {
 
 int safeAnswer(int buttons) {
@@ -37,6 +39,10 @@ int HeadlessFrontEnd::showMessage(const QString& text, MsgDlgType type, int butt
 bool HeadlessFrontEnd::askAddKeys(const QString& caption, std::array<bool, 4>&) {
     write(m_err, caption + QStringLiteral(": keeping the ticked pages\n"));
     return true;
+}
+
+void HeadlessFrontEnd::waitTicks(int) {
+    QCoreApplication::processEvents();
 }
 
 void HeadlessFrontEnd::watch(PageSet& pages) {
@@ -92,14 +98,15 @@ int RunHeadless(StatsController& controller, HeadlessFrontEnd& frontEnd,
     frontEnd.finish();
     // The desktop would now wait for its user; here nobody comes, so close.
     controller.closeQuery(controller.settings().window);
-    switch (outcome) {
-    case RunOutcome::Done:
-        return controller.lastSave().ok() ? ExitDone : ExitNotSaved;
-    case RunOutcome::Aborted:
+    if (outcome == RunOutcome::Aborted)
         return ExitAborted;
-    case RunOutcome::Busy:
+    if (outcome == RunOutcome::Busy)
         return ExitRefused;
-    default:
+    if (outcome == RunOutcome::Failed && !controller.savedDespiteFailures())
         return ExitFailed;
-    }
+    if (!controller.lastSave().ok())
+        return ExitNotSaved;
+    if (controller.savedDespiteFailures())
+        return ExitPartlySaved;
+    return controller.engine().worrying() ? ExitWorrying : ExitDone;
 }

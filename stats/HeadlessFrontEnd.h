@@ -17,6 +17,8 @@ enum ExitStatus {
     ExitRefused = 3,
     ExitFailed = 4,
     ExitNotSaved = 5,
+    ExitPartlySaved = 6,
+    ExitWorrying = 7,
 };
 
 // The front end of a run without a display: the status page goes to standard
@@ -32,6 +34,9 @@ public:
     int showMessage(const QString& text, MsgDlgType type, int buttons, MsgStyle style) override;
     bool isInteractive() const override { return false; }
     bool askAddKeys(const QString& caption, std::array<bool, 4>& ticks) override;
+    // The pauses are there for a window to repaint; without one, only what
+    // is already pending is handled.
+    void waitTicks(int ms) override;
 
     // Follows every status page a run opens in pages.
     void watch(PageSet& pages);

@@ -6,7 +6,11 @@
 #include <QString>
 #include <QStringList>
 
+#include <memory>
+#include <vector>
+
 class FrontEnd;
+class QNetworkReply;
 
 // Result codes of one download. The update engine appends its status word by
 // these numbers and decides from them whether to try the next source; how
@@ -29,8 +33,13 @@ inline constexpr int HttpError = -5005;
 } // namespace HttpCode
 
 // One update run's downloads. All pages of a run go through one access
-// manager, so the pages of one pinger share one kept-alive connection
-// (through the same proxy, with the same credentials).
+// manager, so the pages of one pinger share kept-alive connections (through
+// the same proxy, with the same credentials), and HTTP/2 where the server
+// offers it.
+//
+// Through a SOCKS5 proxy record without credentials of its own the session
+// sends a user name and password made up for it: Tor puts each run on a
+// circuit of its own (IsolateSOCKSAuth), as Tor Browser does for each site.
 //
 // Fetches block the caller in a local event loop: the window keeps
 // repainting and its cancel button can set the flag that the fetch watches.
@@ -44,6 +53,7 @@ public:
     static constexpr int DefaultTimeoutSeconds = 30;
 
     HttpSession();
+    ~HttpSession();
     HttpSession(const HttpSession&) = delete;
     HttpSession& operator=(const HttpSession&) = delete;
 
@@ -70,15 +80,40 @@ public:
     // a success.
     QString lastErrorText() const { return m_lastError; }
 
+    // Starts fetching url at once, so that several pages travel side by
+    // side; the HTTPGet that later asks for the same url, with the same
+    // proxy settings and date, takes the transfer over (its time-out counts
+    // from then). A request HTTPGet would refuse is not started.
+    void prefetch(const QString& url, const QStringList& proxySettings,
+                  const QDateTime& lastModified);
+    // Stops the prefetched transfers still on their way; those complete
+    // already wait for their HTTPGet.
+    void dropPrefetched();
+
     // Turns proxy settings into a proxy: none for an empty list. False, with
     // the reason in error, for settings that cannot be used.
     static bool proxyFromSettings(const QStringList& settings, QNetworkProxy& proxy,
                                   QString* error = nullptr);
 
 private:
+    struct Prefetched;
+    // Why url cannot be fetched with these settings; empty when it can.
+    // Every refusal lives here, so that a prefetch is refused exactly as
+    // HTTPGet would refuse the same request.
+    QString prepare(const QString& url, const QStringList& proxySettings, QUrl& target,
+                    QNetworkProxy& proxy) const;
+    QNetworkReply* start(const QUrl& target, const QNetworkProxy& proxy, const QDateTime& since);
+    // The prefetched transfer of this request, or a new one.
+    QNetworkReply* adopt(const QUrl& target, const QNetworkProxy& proxy, const QDateTime& since);
+
     QNetworkAccessManager m_manager;
     qint64 m_maxBytes = DefaultMaxBytes;
     QString m_lastError;
+    // This session's own SOCKS credentials.
+    QString m_isolationUser;
+    QString m_isolationPassword;
+    // Declared after the manager, so they go before it.
+    std::vector<std::unique_ptr<Prefetched>> m_prefetched;
 };
 
 // A single download in a session of its own, for callers outside an update

@@ -166,6 +166,7 @@ bool StatsController::checkEnvironment() {
 
 void StatsController::loadSettings() {
     const IniFile ini(IniFileName());
+    const IniFile::Operation reading(ini);
     m_settings = LoadMainSettings(ini);
     m_ticked = m_settings.tickedPages;
     m_proxies.load(ini.readString(QStringLiteral("stats"), QStringLiteral("lastproxy"),
@@ -339,7 +340,17 @@ RunOutcome StatsController::unattendedRun() {
     }
     const bool aborted = m_engine.wasCancelled();
     const int last = m_engine.lastResult();
-    if (aborted || (last != 200 && last != 304)) {
+    const bool lastFailed = last != 200 && last != 304;
+    // One page that could not be had does not throw away the ones that
+    // were: they are saved, and the failed page keeps its old file.
+    // Only when nothing at all came does a failed last page still mean
+    // "failed".
+    const bool someFailed = lastFailed || !m_engine.failedPages().isEmpty();
+    m_savedDespiteFailures =
+        !aborted && someFailed && (!lastFailed || PagesWorthSaving(m_pages) > 0);
+    if (m_savedDespiteFailures)
+        savePages();
+    if (aborted || lastFailed) {
         const RunOutcome outcome = aborted ? RunOutcome::Aborted : RunOutcome::Failed;
         if (m_autoMode)
             report(outcome);
@@ -348,17 +359,28 @@ RunOutcome StatsController::unattendedRun() {
             m_frontEnd->setMainVisible(true);
         return outcome;
     }
-    savePages();
+    if (!m_savedDespiteFailures)
+        savePages();
     WaitTicks(m_frontEnd, 600);
     if (m_frontEnd)
         m_frontEnd->setMainVisible(false);
-    WaitTicks(m_frontEnd, 200);
+    // The window is hidden now: nothing left to repaint, so only what is
+    // pending is handled.
+    WaitTicks(m_frontEnd, 0);
     report(RunOutcome::Done);
     return RunOutcome::Done;
 }
 
 SaveResult StatsController::savePages() {
-    SaveResult result = SavePages(m_frontEnd, m_pages, m_engine.newbars, m_settings.barNew);
+    SaveResult result =
+        SavePages(m_frontEnd, m_pages, m_engine.newbars, m_settings.barNew, m_settings.noStaleSave);
+    // An unattended run in a window must not stop for this notice.
+    if (!result.skipped.isEmpty() && (!m_autoMode || !m_frontEnd || !m_frontEnd->isInteractive()))
+        MsgDlg(m_frontEnd,
+               QStringLiteral("Stale pages not saved (\"Do not save stale pages\"); the old "
+                              "files are kept:\n") +
+                   result.skipped.join(u'\n'),
+               Information, MbOk);
     if (!result.errors.isEmpty())
         MsgDlg(m_frontEnd,
                QStringLiteral("These pages could not be saved; the old files are kept:\n") +

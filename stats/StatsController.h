@@ -91,6 +91,8 @@ public:
     // The user picked entry index of the source box: ask, then update.
     void sourceBoxChange(int index);
     RunOutcome unattendedRun();
+    // The last unattended run saved the pages it got although some failed.
+    bool savedDespiteFailures() const { return m_savedDespiteFailures; }
 
     SaveResult savePages();
     const SaveResult& lastSave() const { return m_lastSave; }
@@ -135,5 +137,6 @@ private:
     bool m_busy = false; // the last update found another one running
     std::optional<QStringList> m_commandLinePages;
     SaveResult m_lastSave;
+    bool m_savedDespiteFailures = false;
     QByteArray m_barredAtStart;
 };

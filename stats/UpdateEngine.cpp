@@ -95,12 +95,16 @@ void UpdateEngine::addReplyText(int code) {
         addStatus(QStringLiteral("Click 'Help|Pinger Site|all pingers' for all URLs."));
         addStatus(QString());
     }
-    const bool known = code == 200 || code == 304 || code == -5000 || code == -5001 ||
-                       code == -5003 || code == -6000;
+    // -5000 is a refusal of ours (an onion address without Tor, unusable
+    // proxy settings), so its reason is shown too.
+    const bool known =
+        code == 200 || code == 304 || code == -5001 || code == -5003 || code == -6000;
     if (!known) {
         for (const QString& line : std::as_const(m_replyText))
             addStatus(line);
     }
+    for (const QString& line : std::as_const(m_findings.lines))
+        addStatus(line);
 }
 
 void UpdateEngine::addStatus(const QString& line) {
@@ -120,6 +124,8 @@ void UpdateEngine::runUpdate(const QString& source, const QStringList& pages,
     m_advisory = false;
     m_advisoryShown = false;
     m_changes = 0;
+    m_failedPages.clear();
+    m_worrying = false;
     newbars.clear();
     m_timeout = ReadTimeoutSeconds(IniFile(IniFileName()));
     emit runStarted();
@@ -179,6 +185,7 @@ void UpdateEngine::pageLoop(const QString& runSource, const QStringList& pages) 
     bool gotMlist = false;
     bool gotRlist = false;
     StatsSourceList sources(ProgramFolder() + QStringLiteral("urls.txt"), m_frontEnd);
+    prefetch(sources, runSource, pages);
     for (const QString& page : pages) {
         if (m_cancel)
             break;
@@ -198,14 +205,20 @@ void UpdateEngine::pageLoop(const QString& runSource, const QStringList& pages) 
             WaitTicks(m_frontEnd, 100);
             if (m_cancel)
                 return;
-            appendFeedback(resultWord(code));
+            appendFeedback(resultWord(code) + m_findings.note);
             addReplyText(code);
             if (code == 200) {
                 gotMlist = gotMlist || page == Mlist;
                 gotRlist = gotRlist || page == Rlist;
             }
-            if (code == 200 || code == 304 || !automaticMode || code == -5000 || code == -5001)
+            if (code != 200 && code != 304)
+                m_http->dropPrefetched(); // from here on, one page after the other
+            if (code == 200 || code == 304)
                 break;
+            if (!automaticMode || code == -5000 || code == -5001) {
+                m_failedPages.append(page);
+                break;
+            }
             ++index;
             QString next = sources.sourceNameByIndex(index);
             if (next.toLower() == Velkin)
@@ -214,6 +227,7 @@ void UpdateEngine::pageLoop(const QString& runSource, const QStringList& pages) 
                 addStatus(
                     QStringLiteral("There is something wrong and it is not your stats source!"));
                 addStatus(QStringLiteral("Sorry, I failed completely!"));
+                m_failedPages.append(page);
                 break;
             }
             addStatus(QStringLiteral("next source..."));
@@ -230,16 +244,16 @@ void UpdateEngine::pageLoop(const QString& runSource, const QStringList& pages) 
 
 int UpdateEngine::fetchPage(const QString& source, const QString& url, const QString& pageName,
                             bool firstTry) {
-    QDateTime lastModified;
-    if (automaticMode && firstTry && !commandLinePages)
-        lastModified = QDateTime::fromString(storedDate(pageName), Qt::ISODate);
+    QDateTime lastModified = dateToSend(pageName, firstTry);
     QStringList lines;
     int code =
         m_http->HTTPGet(m_frontEnd, url, lines, proxySettings, &m_cancel, m_timeout, lastModified);
     m_lastResult = code;
     m_replyText.clear();
+    m_findings = {};
     if (code != 200) {
-        m_replyText = lines; // shown below the status line for some errors
+        // shown below the status line for some errors
+        m_replyText = code == HttpCode::LibraryError ? QStringList{m_http->lastErrorText()} : lines;
         return code;
     }
     m_version2 = !lines.isEmpty() && lines.first().startsWith(QStringLiteral("Stats-Version: 2.0"));
@@ -248,7 +262,10 @@ int UpdateEngine::fetchPage(const QString& source, const QString& url, const QSt
     if (!doc->IsValidPage()) {
         code = -6000;
         m_lastResult = code;
+        m_findings.lines = RefusalReasons(*doc);
     } else {
+        m_findings = CheckFreshness(*doc, today.isNull() ? QDate::currentDate() : today);
+        m_worrying = m_worrying || m_findings.worrying();
         emit pageAccepted();
     }
     m_pages->addPage(pageName, std::move(doc));
@@ -257,6 +274,7 @@ int UpdateEngine::fetchPage(const QString& source, const QString& url, const QSt
 
 void UpdateEngine::fetchSuitePages(const QString& suiteSource, const QStringList& pages) {
     StatsSourceList sources(ProgramFolder() + QStringLiteral("urls.txt"), m_frontEnd);
+    prefetch(sources, suiteSource, pages);
     for (const QString& page : pages) {
         if (m_cancel)
             return;
@@ -275,6 +293,8 @@ void UpdateEngine::fetchSuitePages(const QString& suiteSource, const QStringList
         if (m_cancel)
             return;
         appendFeedback(suiteResultWord(code));
+        if (code != 200 && code != 304)
+            m_failedPages.append(page);
         if (code == 200 && page == QStringLiteral("advisory.txt")) {
             QStringList now;
             m_pages->pageLines(page, now);
@@ -283,18 +303,37 @@ void UpdateEngine::fetchSuitePages(const QString& suiteSource, const QStringList
     }
 }
 
+QDateTime UpdateEngine::dateToSend(const QString& pageName, bool firstTry) const {
+    if (automaticMode && firstTry && !commandLinePages)
+        return QDateTime::fromString(storedDate(pageName), Qt::ISODate);
+    return {};
+}
+
+// Starts the source's pages together, so that they travel side by side; the
+// loops still take them one at a time, in order, so the status page reads
+// as before.
+void UpdateEngine::prefetch(const StatsSourceList& sources, const QString& source,
+                            const QStringList& pages) {
+    for (const QString& page : pages) {
+        if (!IsSafePageName(page))
+            continue;
+        const std::optional<QString> url = sources.findUrl(source, page);
+        if (url)
+            m_http->prefetch(*url, proxySettings, dateToSend(page, true));
+    }
+}
+
 void UpdateEngine::compareRemailers(bool mlist, bool rlist) {
     QStringList& report = m_status->Lines();
     const qsizetype before = report.size();
-    QStringList page;
-    if (mlist) {
-        m_pages->pageLines(Mlist, page);
-        ReportMixmasterChanges(page, report, barNew, newbars);
-    }
-    if (rlist) {
-        m_pages->pageLines(Rlist, page);
-        ReportCypherpunkChanges(page, report, barNew, newbars);
-    }
+    // After a fall-back the refused page is in the set too; only the page
+    // taken counts.
+    const TRemailerDoc* mix = mlist ? m_pages->acceptedPage(Mlist) : nullptr;
+    const TRemailerDoc* cpk = rlist ? m_pages->acceptedPage(Rlist) : nullptr;
+    if (mix)
+        ReportMixmasterChanges(mix->Lines(), report, barNew, newbars);
+    if (cpk)
+        ReportCypherpunkChanges(cpk->Lines(), report, barNew, newbars);
     m_changes = int(report.size() - before);
     if (m_changes > 0)
         m_status->Viewer->notifyChanged();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "FrontEnd.h"
+#include "PageFreshness.h"
 
 #include <QDateTime>
 #include <QObject>
@@ -11,6 +12,7 @@
 
 class HttpSession;
 class PageSet;
+class StatsSourceList;
 class TRemailerDoc;
 
 // One update run: downloads a source's pages, checks each through its
@@ -39,6 +41,10 @@ public:
     int lastResult() const { return m_lastResult; }
     int changeCount() const { return m_changes; }
     bool advisoryShown() const { return m_advisoryShown; }
+    // Pages of the run that ended without being had, after any fall-back.
+    const QStringList& failedPages() const { return m_failedPages; }
+    // A page taken was stale, or its keyring leaves too few remailers.
+    bool worrying() const { return m_worrying; }
 
     // Run settings, set by the main window or the unattended runner.
     bool automaticMode = false;
@@ -47,6 +53,8 @@ public:
     QStringList proxySettings;
     // Names of remailers seen for the first time, emptied at each run start.
     QStringList newbars;
+    // The day pages and keys are judged by; null means the local clock's.
+    QDate today;
     // Where the main window stands, for the report viewer's placement.
     QPoint windowPosition;
 
@@ -66,6 +74,8 @@ private:
     int fetchPage(const QString& source, const QString& url, const QString& pageName,
                   bool firstTry);
     QString lookUpUrl(const QString& source, const QString& pageName, bool* stop);
+    QDateTime dateToSend(const QString& pageName, bool firstTry) const;
+    void prefetch(const StatsSourceList& sources, const QString& source, const QStringList& pages);
     void addStatus(const QString& line);
     void addReplyText(int code);
     void appendFeedback(const QString& text);
@@ -88,4 +98,7 @@ private:
     int m_changes = 0;
     bool m_version2 = false;
     QStringList m_replyText;
+    PageFindings m_findings;
+    QStringList m_failedPages;
+    bool m_worrying = false;
 };

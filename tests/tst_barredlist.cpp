@@ -512,28 +512,28 @@ void TestBarredList::appendNewlyBarred() {
 void TestBarredList::newlyBarredAcrossTwoSaves() {
     TempEnvironment env;
     QVERIFY(env.isValid());
-    // Two updates with bar new on, each saved: the update hands over the
-    // names it had not seen before, each once.
+    // Updates with bar new on, each saved: the update hands over the names
+    // it had not seen before, each once. A first run has nothing to compare
+    // with and bars nobody.
     QStringList report;
     QStringList newbars;
     ReportMixmasterChanges(RealPageLines("2001-10-31", QStringLiteral("mlist.txt")), report, true,
                            newbars);
-    QCOMPARE(newbars.size(), 38);
-    QVERIFY(AppendNewlyBarred(newbars));
+    QVERIFY(newbars.isEmpty());
     QVERIFY(WriteLines(PagePath(QStringLiteral("mlist.txt")),
                        RealPageLines("2001-10-31", QStringLiteral("mlist.txt"))));
-    const QStringList first = ReadLines(BarredList::path());
-    QCOMPARE(first.size(), 38);
 
-    newbars.clear();
-    report.clear();
-    ReportMixmasterChanges(RealPageLines("2001-11-07", QStringLiteral("mlist.txt")), report, true,
-                           newbars);
-    QVERIFY(AppendNewlyBarred(newbars));
-    const QStringList second = ReadLines(BarredList::path());
-    // The week's five new remailers join once, in sorted order; nothing
-    // already there repeats.
-    QCOMPARE(second, first + lines({"aarg", "dismix", "harmless", "lemuria", "w8n"}));
+    const QStringList week = lines({"aarg", "dismix", "harmless", "lemuria", "w8n"});
+    for (int save = 0; save < 2; ++save) {
+        newbars.clear();
+        report.clear();
+        ReportMixmasterChanges(RealPageLines("2001-11-07", QStringLiteral("mlist.txt")), report,
+                               true, newbars);
+        QVERIFY(AppendNewlyBarred(newbars));
+        // The week's five new remailers join once, in sorted order; a
+        // second save of the same names repeats none.
+        QCOMPARE(ReadLines(BarredList::path()), week);
+    }
 }
 
 void TestBarredList::appendFailureKeepsFile() {

@@ -2,7 +2,9 @@
 #include "HeadlessFrontEnd.h"
 #include "PageSet.h"
 
+#include <QElapsedTimer>
 #include <QTest>
+#include <QTimer>
 
 #include <cstdio>
 
@@ -32,6 +34,7 @@ private slots:
     void statusPageFollowed();
     void messageBreaksOpenLine();
     void localStatusPageNotPrinted();
+    void pausesOnlyHandlePendingEvents();
 
 private:
     std::FILE* m_out = nullptr;
@@ -125,6 +128,19 @@ void TestHeadlessFrontEnd::localStatusPageNotPrinted() {
     auto old = pages.makeDocument(PageSet::localFile(), "status.txt", false, {"last run"});
     pages.addPage("status", std::move(old));
     QCOMPARE(contents(m_out), QByteArray());
+}
+
+// Without a window nothing repaints: a pause handles what is pending and
+// returns, however long it was asked to be.
+void TestHeadlessFrontEnd::pausesOnlyHandlePendingEvents() {
+    HeadlessFrontEnd frontEnd(m_out, m_err);
+    bool handled = false;
+    QTimer::singleShot(0, this, [&] { handled = true; });
+    QElapsedTimer clock;
+    clock.start();
+    WaitTicks(&frontEnd, 60000);
+    QVERIFY(handled);
+    QVERIFY2(clock.elapsed() < 30000, qPrintable(QString::number(clock.elapsed())));
 }
 
 QTEST_MAIN(TestHeadlessFrontEnd)

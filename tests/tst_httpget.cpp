@@ -7,6 +7,7 @@
 
 #include <QElapsedTimer>
 #include <QFile>
+#include <QHash>
 #include <QHostInfo>
 #include <QScopeGuard>
 #include <QSslCertificate>
@@ -14,6 +15,7 @@
 #include <QSslKey>
 #include <QSslSocket>
 #include <QTcpServer>
+#include <QTcpSocket>
 #include <QTest>
 #include <QTimeZone>
 #include <QTimer>
@@ -98,6 +100,93 @@ TestPinger::Route dripRoute(const QByteArray& body, int bytes, int intervalMs) {
     return route;
 }
 
+const QString OnionUrl = QStringLiteral(
+    "http://vkstatsxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx.onion/mlist.txt");
+
+// A SOCKS5 server that notes what it is asked (credentials, address type,
+// host name) and answers that the host cannot be reached: it shows what a
+// fetch hands to Tor, and that no name was looked up before.
+class SocksRecorder : public QTcpServer {
+public:
+    struct Ask {
+        QByteArray user;
+        QByteArray password;
+        int addressType = 0;
+        QByteArray host;
+    };
+    QList<Ask> asks;
+
+    SocksRecorder() {
+        listen(QHostAddress::LocalHost, 0);
+        connect(this, &QTcpServer::newConnection, this, [this] {
+            while (QTcpSocket* socket = nextPendingConnection())
+                connect(socket, &QTcpSocket::readyRead, this, [this, socket] { step(socket); });
+        });
+    }
+
+private:
+    struct Talk {
+        QByteArray in;
+        int stage = 0;
+        Ask ask;
+    };
+    QHash<QTcpSocket*, Talk> m_talks;
+
+    void step(QTcpSocket* socket) {
+        Talk& talk = m_talks[socket];
+        talk.in += socket->readAll();
+        for (qsizetype used = consume(socket, talk); used > 0; used = consume(socket, talk))
+            talk.in.remove(0, used);
+    }
+
+    // Answers one whole message of the talk's stage and returns its size;
+    // 0 while more bytes are needed.
+    qsizetype consume(QTcpSocket* socket, Talk& talk) {
+        const QByteArray& in = talk.in;
+        const auto byte = [&](qsizetype i) {
+            return i < in.size() ? int(quint8(in[i])) : -1;
+        };
+        switch (talk.stage) {
+        case 0: { // version, method count, methods: user/password when offered
+            const int count = byte(1);
+            if (count < 0 || in.size() < 2 + count)
+                return 0;
+            const bool password = in.mid(2, count).contains('\x02');
+            socket->write(password ? "\x05\x02" : "\x05\x00", 2);
+            talk.stage = password ? 1 : 2;
+            return 2 + count;
+        }
+        case 1: { // version, length, user, length, password
+            const int userLength = byte(1);
+            const int passwordLength = userLength < 0 ? -1 : byte(2 + userLength);
+            if (passwordLength < 0 || in.size() < 3 + userLength + passwordLength)
+                return 0;
+            talk.ask.user = in.mid(2, userLength);
+            talk.ask.password = in.mid(3 + userLength, passwordLength);
+            socket->write("\x01\x00", 2);
+            talk.stage = 2;
+            return 3 + userLength + passwordLength;
+        }
+        case 2: { // version, command, reserved, address type, address, port
+            const int type = byte(3);
+            const int nameLength = byte(4);
+            const qsizetype size = type == 3 ? 5 + nameLength + 2 : type == 1 ? 10 : 22;
+            if (type < 0 || nameLength < 0 || in.size() < size)
+                return 0;
+            talk.ask.addressType = type;
+            talk.ask.host = type == 3 ? in.mid(5, nameLength) : QByteArray();
+            asks.append(talk.ask);
+            socket->write("\x05\x04\x00\x01\x00\x00\x00\x00\x00\x00", 10);
+            socket->disconnectFromHost();
+            talk.stage = 3;
+            return 0;
+        }
+        default:
+            return 0;
+        }
+    }
+};
+
 } // namespace
 
 class TestHttpGet : public QObject {
@@ -124,6 +213,8 @@ private slots:
     void https();
     void throughTinyproxy();
     void throughMicrosocks();
+    void socksGetsNamesAndRunCredentials();
+    void prefetchedPagesTakenOver();
     // Last: once the application has been told to quit, no event loop of
     // this process runs again.
     void applicationQuitEndsFetch();
@@ -376,6 +467,10 @@ void TestHttpGet::failures_data() {
     misuse("file scheme", QStringLiteral("file:///etc/hostname"), {});
     misuse("unusable proxy settings", url("/page"),
            settingsFor(QStringLiteral("gopher"), m_pinger.port()));
+    // An onion name must never reach the local resolver.
+    misuse("onion address without a proxy", OnionUrl, {});
+    misuse("onion address through an HTTP proxy", OnionUrl,
+           settingsFor(QStringLiteral("http"), m_pinger.port()));
 
     row("HTTP proxy unreachable", url("/page"), 2, HttpCode::TimedOut, {}, false,
         settingsFor(QStringLiteral("http"), closed));
@@ -761,6 +856,69 @@ void TestHttpGet::throughMicrosocks() {
     got = fetch(fresh, m_pinger.url(QStringLiteral("/via-socks")), proxy.settings(), 2);
     QCOMPARE(got.code, HttpCode::TimedOut);
     QVERIFY(m_pinger.requests().isEmpty());
+}
+
+void TestHttpGet::socksGetsNamesAndRunCredentials() {
+    SocksRecorder socks;
+    const QStringList noCredentials = settingsFor(QStringLiteral("socks5"), socks.serverPort());
+    QStringList own = noCredentials;
+    own.replaceInStrings(QStringLiteral("user="), QStringLiteral("user=alice"));
+    own.replaceInStrings(QStringLiteral("password="), QStringLiteral("password=secret"));
+    const QString invalid = QStringLiteral("http://pinger.invalid/mlist.txt");
+    {
+        HttpSession run;
+        QCOMPARE(fetch(run, invalid, noCredentials).code, HttpCode::TimedOut);
+        QCOMPARE(fetch(run, OnionUrl, noCredentials).code, HttpCode::TimedOut);
+    }
+    HttpSession nextRun;
+    QCOMPARE(fetch(nextRun, invalid, noCredentials).code, HttpCode::TimedOut);
+    QCOMPARE(fetch(nextRun, invalid, own).code, HttpCode::TimedOut);
+
+    const QList<SocksRecorder::Ask>& asks = socks.asks;
+    QCOMPARE(asks.size(), 4);
+    // Names go to the proxy as names (address type 3), never as addresses
+    // found here: "pinger.invalid" has none.
+    const QByteArray onionHost = QUrl(OnionUrl).host().toLatin1();
+    const QList<QByteArray> hosts = {"pinger.invalid", onionHost, "pinger.invalid",
+                                     "pinger.invalid"};
+    for (int i = 0; i < asks.size(); ++i) {
+        QCOMPARE(asks[i].addressType, 3);
+        QCOMPARE(asks[i].host, hosts[i]);
+    }
+    // Without credentials of its own, each run makes up its own pair: one
+    // circuit per run, a new one for the next.
+    QVERIFY(asks[0].user.size() >= 16 && asks[0].password.size() >= 16);
+    QCOMPARE(asks[1].user, asks[0].user);
+    QCOMPARE(asks[1].password, asks[0].password);
+    QVERIFY(asks[2].user != asks[0].user && asks[2].password != asks[0].password);
+    QCOMPARE(asks[3].user, QByteArray("alice"));
+    QCOMPARE(asks[3].password, QByteArray("secret"));
+}
+
+void TestHttpGet::prefetchedPagesTakenOver() {
+    m_pinger.serve(QStringLiteral("/early"), "early page\n", PageDate);
+    m_pinger.serve(QStringLiteral("/too-big"), linesOfSize(4096));
+    m_pinger.clearLog();
+    HttpSession session;
+    session.setMaxBytes(1024);
+    const QString early = m_pinger.url(QStringLiteral("/early"));
+    session.prefetch(early, {}, {});
+    session.prefetch(m_pinger.url(QStringLiteral("/too-big")), {}, {});
+    session.prefetch(QStringLiteral("file:///etc/hostname"), {}, {}); // refused, as by HTTPGet
+    QTRY_COMPARE(m_pinger.requests().size(), 2);
+
+    // The same request takes the transfer over; the size cap still holds.
+    Fetch got = fetch(session, early);
+    QCOMPARE(got.code, HttpCode::Ok);
+    QCOMPARE(got.lines, QStringList{QStringLiteral("early page")});
+    QCOMPARE(got.lastModified, PageDate);
+    QCOMPARE(fetch(session, m_pinger.url(QStringLiteral("/too-big"))).code,
+             HttpCode::TransferError);
+    QCOMPARE(m_pinger.requests().size(), 2);
+    // Another date is another request.
+    session.prefetch(early, {}, PageDate.addDays(-1));
+    QCOMPARE(fetch(session, early, {}, 2, PageDate).code, HttpCode::NotModified);
+    QTRY_COMPARE(requestsFor(m_pinger, "/early"), 3);
 }
 
 void TestHttpGet::applicationQuitEndsFetch() {

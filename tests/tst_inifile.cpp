@@ -20,6 +20,7 @@ private slots:
     void numbersAndBooleans_data();
     void numbersAndBooleans();
     void readsAfreshEachTime();
+    void oneReadAndOneWritePerOperation();
     void failedWriteKeepsOldFile();
     void sectionKeys();
 
@@ -193,6 +194,36 @@ void TestIniFile::readsAfreshEachTime() {
     QCOMPARE(ini.readInteger("stats", "timeoutseconds", 30), 12);
     QVERIFY(ini.deleteKey("stats", "timeoutseconds"));
     QCOMPARE(ini.readInteger("stats", "timeoutseconds", 30), 30);
+}
+
+void TestIniFile::oneReadAndOneWritePerOperation() {
+    const QByteArray before = "[stats]\r\na=1\r\n";
+    TempEnvironment::writeFile(path(), before);
+    IniFile ini(path());
+    {
+        IniFile::Operation saving(ini);
+        QVERIFY(ini.writeString("stats", "b", "2"));
+        QVERIFY(ini.writeString("other", "c", "3"));
+        QVERIFY(ini.deleteKey("stats", "a"));
+        // Reads see the operation's own changes; the disk sees nothing yet.
+        QCOMPARE(ini.readString("stats", "b", {}), QStringLiteral("2"));
+        QCOMPARE(ini.readString("stats", "a", "gone"), QStringLiteral("gone"));
+        QCOMPARE(TempEnvironment::readFile(path()), before);
+        // Nor is the file read again while the operation lasts.
+        TempEnvironment::writeFile(path(), "[stats]\r\nb=changed\r\n");
+        QCOMPARE(ini.readString("stats", "b", {}), QStringLiteral("2"));
+        QVERIFY(saving.commit());
+    }
+    QCOMPARE(TempEnvironment::readFile(path()),
+             QByteArray("[stats]\r\nb=2\r\n\r\n[other]\r\nc=3\r\n"));
+    // After it, every read is fresh again, and a dropped operation writes nothing.
+    TempEnvironment::writeFile(path(), before);
+    QCOMPARE(ini.readString("stats", "a", {}), QStringLiteral("1"));
+    {
+        IniFile::Operation dropped(ini);
+        QVERIFY(ini.writeString("stats", "a", "9"));
+    }
+    QCOMPARE(TempEnvironment::readFile(path()), before);
 }
 
 void TestIniFile::failedWriteKeepsOldFile() {

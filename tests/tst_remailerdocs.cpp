@@ -1,3 +1,4 @@
+#include "MixKeyring.h"
 #include "PageView.h"
 #include "RemailerDocs.h"
 #include "TextFile.h"
@@ -92,6 +93,8 @@ private slots:
     void realStatsPages();
     void realOtherPages_data();
     void realOtherPages();
+    void mixKeyringCheck_data();
+    void mixKeyringCheck();
 
     void longPagesTakeOnePass_data();
     void longPagesTakeOnePass();
@@ -387,8 +390,7 @@ void TestRemailerDocs::keyPageRule_data() {
 
     const QString mix = QStringLiteral("-----Begin Mix Key-----");
     const QString pgp = QStringLiteral("-----BEGIN PGP PUBLIC KEY BLOCK-----");
-    const QList<std::pair<QString, QString>> markers = {{"pubring.mix", mix},
-                                                        {"pubring.asc", pgp},
+    const QList<std::pair<QString, QString>> markers = {{"pubring.asc", pgp},
                                                         {"advisory.txt", "velkin user advisory"},
                                                         {"urls.txt", "velkin urls"},
                                                         {"nymserver.asc", pgp}};
@@ -400,14 +402,16 @@ void TestRemailerDocs::keyPageRule_data() {
     }
     // The marker rule itself, shared by all of them.
     const auto rule = [&](const char* tag, const QStringList& page, bool valid) {
-        QTest::addRow("pubring.mix %s", tag) << "pubring.mix" << page << valid;
+        QTest::addRow("pubring.asc %s", tag) << "pubring.asc" << page << valid;
     };
-    rule("marker on the last line", {"intro", mix}, true);
-    rule("marker lower case", {mix.toLower()}, true);
-    rule("marker upper case", {mix.toUpper()}, true);
-    rule("trailing blank", {mix + u' '}, false);
-    rule("leading blank", {u' ' + mix}, false);
-    rule("inside a longer line", {u'>' + mix + u'<'}, false);
+    rule("marker on the last line", {"intro", pgp}, true);
+    rule("marker lower case", {pgp.toLower()}, true);
+    rule("marker upper case", {pgp.toUpper()}, true);
+    rule("trailing blank", {pgp + u' '}, false);
+    rule("leading blank", {u' ' + pgp}, false);
+    rule("inside a longer line", {u'>' + pgp + u'<'}, false);
+    // A Mixmaster keyring needs whole keys, not just a marker line.
+    QTest::newRow("pubring.mix marker line alone") << "pubring.mix" << QStringList{mix} << false;
     rule("empty page", {}, false);
     QTest::newRow("pubring.mix does not take a PGP key")
         << "pubring.mix" << QStringList{pgp} << false;
@@ -583,6 +587,35 @@ void TestRemailerDocs::realOtherPages() {
     if (name != u"type2.list" && name != u"mlist.txt")
         QCOMPARE(doc->Lines(), raw);
     QVERIFY(!doc->IsOutOfDate(QDate(2099, 1, 1)));
+}
+
+// The cases are files listed in tests/data/keyrings/cases.txt with what the
+// check must make of them.
+void TestRemailerDocs::mixKeyringCheck_data() {
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QString>("expected");
+    const QString folder = QStringLiteral(VK_TESTDATA "/keyrings/");
+    bool ok = false;
+    const QStringList cases = ReadLines(folder + QStringLiteral("cases.txt"), &ok);
+    QVERIFY(ok);
+    for (const QString& line : cases) {
+        if (line.startsWith(u'#') || line.trimmed().isEmpty())
+            continue;
+        const QString file = line.section(QStringLiteral(" | "), 0, 0);
+        QTest::newRow(qPrintable(file)) << folder + file << line.section(QStringLiteral(" | "), 1);
+    }
+}
+
+void TestRemailerDocs::mixKeyringCheck() {
+    QFETCH(QString, file);
+    QFETCH(QString, expected);
+    bool ok = false;
+    const QStringList page = ReadLines(file, &ok);
+    QVERIFY(ok);
+    const MixKeyringCheck check = CheckMixKeyring(page);
+    const QString got = check.ok() ? QStringLiteral("ok %1").arg(check.keys.size()) : check.problem;
+    QCOMPARE(got, expected);
+    QCOMPARE(makeDoc(QStringLiteral("pubring.mix"), page)->IsValidPage(), check.ok());
 }
 
 void TestRemailerDocs::longPagesTakeOnePass_data() {

@@ -252,14 +252,16 @@ void TestRemailerTracking::report_data() {
                section("DECEASED Cypherpunk Remailers:",
                        "green lefarris marquis narok orange shinn znar2")
         << words("aarg dismix firstnaz harmless haruspex lemuria randseed senshi w8n") << true;
+    // With nothing stored every remailer is reported new, but none is
+    // collected for barring.
     QTest::newRow("first run: every remailer is new")
         << true << false << QStringList() << mlistPage(mixRows("dizum aarg")) << false
-        << QStringList() << section("NEW Mixmaster Remailers:", "aarg dizum") << words("aarg dizum")
+        << QStringList() << section("NEW Mixmaster Remailers:", "aarg dizum") << QStringList()
         << true;
     QTest::newRow("first run, Cypherpunk")
         << false << false << QStringList() << rlistPage(cpkRows("dizum aarg")) << false
-        << QStringList() << section("NEW Cypherpunk Remailers:", "aarg dizum")
-        << words("aarg dizum") << true;
+        << QStringList() << section("NEW Cypherpunk Remailers:", "aarg dizum") << QStringList()
+        << true;
     QTest::newRow("empty new list: every old remailer deceased")
         << true << true << mlistPage(mixRows("dizum aarg")) << QStringList() << false
         << QStringList() << section("DECEASED Mixmaster Remailers:", "aarg dizum") << QStringList()
@@ -280,10 +282,16 @@ void TestRemailerTracking::report_data() {
                section("DECEASED Mixmaster Remailers:", "dizum")
         << words("austria") << true;
     QTest::newRow("bar new, Cypherpunk")
-        << false << false << QStringList() << rlistPage(cpkRows("zed")) << true << QStringList()
+        << false << true << rlistPage(cpkRows("aarg")) << rlistPage(cpkRows("aarg zed")) << true
+        << QStringList()
         << QStringList{QString(), QStringLiteral("NEW Cypherpunk Remailers: (all barred)"),
                        QStringLiteral("zed")}
         << words("zed") << true;
+    QTest::newRow("bar new on a first run bars nobody")
+        << true << false << QStringList() << mlistPage(mixRows("zed aarg")) << true << QStringList()
+        << section("NEW Mixmaster Remailers: (none barred: no stored mlist.txt to compare with)",
+                   "aarg zed")
+        << QStringList() << true;
 }
 
 void TestRemailerTracking::report() {

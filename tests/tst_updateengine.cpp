@@ -23,6 +23,7 @@ private slots:
     void init();
     void cleanup();
     void fetchesEveryPage();
+    void stalePageMarked();
     void notModifiedMakesNoDocument();
     void fallBackInAutomaticMode();
     void failedPageReportedOnceOutsideAutomaticMode();
@@ -60,6 +61,7 @@ void TestUpdateEngine::init() {
     QVERIFY(m_b->listen());
     m_pages = std::make_unique<PageSet>(m_ui.get());
     m_engine = std::make_unique<UpdateEngine>(m_ui.get(), m_pages.get());
+    m_engine->today = QDate(2012, 12, 1); // the served pages are current
     writeUrls();
 }
 
@@ -117,9 +119,26 @@ void TestUpdateEngine::fetchesEveryPage() {
     QVERIFY(QRegularExpression("^[A-Z][a-z]{2} [A-Z][a-z]{2} \\d\\d \\d\\d:\\d\\d:\\d\\d \\d{4}$")
                 .match(status.first())
                 .hasMatch());
-    // All four pages came over one kept-alive connection.
-    QCOMPARE(m_a->connectionCount(), 1);
+    // The four pages were asked for side by side, a connection each; one
+    // after the other they would have shared one.
+    QCOMPARE(m_a->connectionCount(), 4);
     QCOMPARE(m_ui->statusTexts.last(), QStringLiteral("Update complete!"));
+}
+
+// Four days after its last update a statistics page is stale: said on the
+// status page and on its tab, and the run is one to worry about.
+void TestUpdateEngine::stalePageMarked() {
+    serveAll(*m_a, "2012-11-30");
+    m_engine->today = QDate(2012, 12, 4);
+    m_engine->runUpdate("pingerA", {"mlist.txt"}, {});
+    QVERIFY(
+        statusLines().contains("mlist.txt...ok (stale: last update Fri 30 Nov 2012 10:20:00 GMT)"));
+    QCOMPARE(m_pages->tabTextAt(1), QStringLiteral("mlist.txt (stale)"));
+    QVERIFY(m_engine->worrying());
+    m_engine->today = QDate(2012, 12, 3);
+    m_engine->runUpdate("pingerA", {"mlist.txt"}, {});
+    QCOMPARE(m_pages->tabTextAt(1), QStringLiteral("mlist.txt"));
+    QVERIFY(!m_engine->worrying());
 }
 
 void TestUpdateEngine::notModifiedMakesNoDocument() {
