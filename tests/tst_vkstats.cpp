@@ -86,6 +86,7 @@ private slots:
 private:
     enum class Mix { Folder, HomeFolder, None };
     ProgramRun vkstats(const QStringList& arguments, Mix mix = Mix::Folder);
+    static ProgramRun onServedDay(const QStringList& arguments, QProcessEnvironment environment);
     ProgramRun vkdbtool(const QStringList& arguments);
     QString mixFolder(Mix mix) const;
     void writeIni(const QString& pages);
@@ -120,9 +121,13 @@ void TestVkstats::cleanup() {
 
 ProgramRun TestVkstats::vkstats(const QStringList& arguments, Mix mix) {
     const QString home = m_home->path();
-    QProcessEnvironment environment = ChildEnvironment(
-        m_env->programFolder(), mix == Mix::Folder ? m_env->mixFolder() : QString(), home,
-        QStringLiteral("unix:path=") + home + QStringLiteral("/no-bus"));
+    return onServedDay(
+        arguments, ChildEnvironment(
+                       m_env->programFolder(), mix == Mix::Folder ? m_env->mixFolder() : QString(),
+                       home, QStringLiteral("unix:path=") + home + QStringLiteral("/no-bus")));
+}
+
+ProgramRun TestVkstats::onServedDay(const QStringList& arguments, QProcessEnvironment environment) {
     // The served pages are of 7 November 2001: run on the day after, when
     // they are still current (the clock runs on from there).
     environment.insert(QStringLiteral("FAKETIME_DONT_FAKE_MONOTONIC"), QStringLiteral("1"));
@@ -518,7 +523,7 @@ void TestVkstats::firstRunInFreshHome() {
 
     // No page named: this run stops before going online.
     const QStringList offline = {"--headless", "--pages="};
-    ProgramRun run = RunToEnd(QStringLiteral(VKSTATS), offline, environment);
+    ProgramRun run = onServedDay(offline, environment);
     EXPECT_EXIT(run, offline, 4);
     QVERIFY(ownerOnly(folder));
     QVERIFY(ownerOnly(folder + QStringLiteral("vk.dbc")));
@@ -533,7 +538,7 @@ void TestVkstats::firstRunInFreshHome() {
 
     QVERIFY(WritePingerUrls(folder, *m_pinger, StatsPages));
     const QStringList arguments = {"--headless"};
-    run = RunToEnd(QStringLiteral(VKSTATS), arguments, environment);
+    run = onServedDay(arguments, environment);
     EXPECT_EXIT(run, arguments, 0);
     QCOMPARE(m_pinger->requests().size(), StatsPages.size());
     for (const QString& page : StatsPages)
