@@ -31,8 +31,12 @@ version=$("$root/bin/vkstats" --version)
 home="$stage/home"
 mkdir -p "$home/.Mix"
 chmod 700 "$home"
+# A clean environment, but a sanitizer build keeps its options.
 run() {
-    env -i HOME="$home" PATH=/usr/bin:/bin XDG_RUNTIME_DIR="$home" LC_ALL=C.UTF-8 "$@"
+    env -i HOME="$home" PATH=/usr/bin:/bin XDG_RUNTIME_DIR="$home" LC_ALL=C.UTF-8 \
+        ${ASAN_OPTIONS:+ASAN_OPTIONS="$ASAN_OPTIONS"} \
+        ${LSAN_OPTIONS:+LSAN_OPTIONS="$LSAN_OPTIONS"} \
+        ${UBSAN_OPTIONS:+UBSAN_OPTIONS="$UBSAN_OPTIONS"} "$@"
 }
 # No page named, so nothing goes online: the run makes the program folder
 # and data file, then stops with "nothing to update" (status 4).
