@@ -37,6 +37,7 @@ const char Usage[] =
     "     display for the window, or another copy already running\n"
     "  4  the last download did not succeed; nothing was saved\n"
     "  5  pages were fetched but some could not be saved\n"
+    "  8  nothing was downloaded: the proxy to use is gone or unusable\n"
     "\n"
     "Environment: VKSTATS_HOME (program folder), MIXPATH (Mixmaster folder).\n";
 

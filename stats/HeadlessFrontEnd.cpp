@@ -97,6 +97,8 @@ int RunHeadless(StatsController& controller, HeadlessFrontEnd& frontEnd,
         return controller.lastSave().ok() ? ExitDone : ExitNotSaved;
     case RunOutcome::Aborted:
         return ExitAborted;
+    case RunOutcome::NoProxy:
+        return ExitNoProxy;
     default:
         return ExitFailed;
     }

@@ -17,6 +17,7 @@ enum ExitStatus {
     ExitRefused = 3,
     ExitFailed = 4,
     ExitNotSaved = 5,
+    ExitNoProxy = 8,
 };
 
 // The front end of a run without a display: the status page goes to standard

@@ -27,12 +27,10 @@ int httpStatus(const QNetworkReply& reply) {
 }
 
 // Transport failures, sorted by what the engine should do next: "no answer"
-// lets an unattended run go on to the next pinger; the others would fail the
-// same way anywhere, so they stop at once.
+// lets an unattended run go on to the next pinger; a pinger that refused or
+// dropped the connection said so at once, and that is reported as it is.
 int codeForError(QNetworkReply::NetworkError error) {
     switch (error) {
-    case QNetworkReply::ConnectionRefusedError:
-    case QNetworkReply::RemoteHostClosedError:
     case QNetworkReply::HostNotFoundError:
     case QNetworkReply::TimeoutError:
     case QNetworkReply::TemporaryNetworkFailureError:
@@ -56,9 +54,18 @@ int codeForError(QNetworkReply::NetworkError error) {
 } // namespace
 
 HttpSession::HttpSession() {
+    startAfresh();
+}
+
+void HttpSession::startAfresh() {
+    if (m_manager)
+        m_retired.push_back(std::move(m_manager));
+    m_manager = std::make_unique<QNetworkAccessManager>();
     // Never the desktop's or the environment's proxy: a Tor user's traffic
     // must go exactly where the chosen proxy setting says.
-    m_manager.setProxy(QNetworkProxy(QNetworkProxy::NoProxy));
+    m_manager->setProxy(QNetworkProxy(QNetworkProxy::NoProxy));
+    // Nothing a pinger sets is kept, so nothing links one request to another.
+    m_manager->setCookieJar(nullptr);
 }
 
 bool HttpSession::proxyFromSettings(const QStringList& settings, QNetworkProxy& proxy,
@@ -155,8 +162,8 @@ int HttpSession::HTTPGet(FrontEnd* owner, const QString& url, QStringList& lines
 
     // Changing the proxy only when it changes keeps the kept-alive
     // connections of the session.
-    if (!(m_manager.proxy() == proxy))
-        m_manager.setProxy(proxy);
+    if (!(m_manager->proxy() == proxy))
+        m_manager->setProxy(proxy);
 
     QNetworkRequest request(target);
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
@@ -165,12 +172,16 @@ int HttpSession::HTTPGet(FrontEnd* owner, const QString& url, QStringList& lines
     // Small pages over one kept-alive HTTP/1.1 connection need nothing more,
     // and this way the wire looks the same with and without a proxy.
     request.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
+    request.setHeader(QNetworkRequest::UserAgentHeader, QByteArray(RequestHeaders::UserAgent));
+    request.setRawHeader("Accept-Language", RequestHeaders::AcceptLanguage);
+    request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
+    request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
     if (sentDate.isValid())
         request.setHeader(QNetworkRequest::IfModifiedSinceHeader, sentDate);
 
     if (owner)
         owner->setProgress(0);
-    const std::unique_ptr<QNetworkReply> reply(m_manager.get(request));
+    const std::unique_ptr<QNetworkReply> reply(m_manager->get(request));
     QEventLoop loop;
     QByteArray body;
     Stop stop = Stop::None;
@@ -242,6 +253,10 @@ int HttpSession::HTTPGet(FrontEnd* owner, const QString& url, QStringList& lines
     deadline.stop();
     cancelWatch.stop();
     take();
+    // A connection that failed, or that a stopped transfer left behind, is
+    // not trusted with the next page.
+    if (stop != Stop::None || (reply->error() != QNetworkReply::NoError && httpStatus(*reply) == 0))
+        startAfresh();
 
     switch (stop) {
     case Stop::Cancelled:

@@ -6,6 +6,9 @@
 #include <QString>
 #include <QStringList>
 
+#include <memory>
+#include <vector>
+
 class FrontEnd;
 
 // Result codes of one download. The update engine appends its status word by
@@ -17,20 +20,29 @@ inline constexpr int NotModified = 304;
 // Misuse: bad URL, a scheme other than http/https, proxy settings that
 // cannot be used (malformed, or credentials the proxy refuses).
 inline constexpr int LibraryError = -5000;
-// The transfer failed in a way another source would not mend: TLS
-// verification, a redirect refused, a body over the size cap, an answer that
-// is not HTTP, or the user cancelled.
+// The transfer failed and says so at once: TLS verification, a redirect
+// refused, a body over the size cap, a connection refused, reset or closed
+// early, an answer that is not HTTP, or the user cancelled.
 inline constexpr int TransferError = -5001;
-// No answer: refused, unknown host, connection lost, proxy unreachable or
-// the time-out reached.
+// No answer: unknown host, proxy unreachable or the time-out reached.
 inline constexpr int TimedOut = -5003;
 // The server answered with an HTTP error status; its page comes back.
 inline constexpr int HttpError = -5005;
 } // namespace HttpCode
 
+// What every request says, the same for every user of one version: nothing
+// about the desktop's language, no cookies.
+namespace RequestHeaders {
+inline constexpr char UserAgent[] = "VKstats/" VKSTATS_VERSION;
+// Qt adds the desktop's language when this is left out, so it is fixed.
+inline constexpr char AcceptLanguage[] = "en";
+} // namespace RequestHeaders
+
 // One update run's downloads. All pages of a run go through one access
 // manager, so the pages of one pinger share one kept-alive connection
-// (through the same proxy, with the same credentials).
+// (through the same proxy, with the same credentials). After a failed
+// transfer the next page gets a new manager, and so new connections: a
+// connection a misbehaving server still holds never carries another page.
 //
 // Fetches block the caller in a local event loop: the window keeps
 // repainting and its cancel button can set the flag that the fetch watches.
@@ -76,7 +88,12 @@ public:
                                   QString* error = nullptr);
 
 private:
-    QNetworkAccessManager m_manager;
+    void startAfresh();
+
+    std::unique_ptr<QNetworkAccessManager> m_manager;
+    // Managers given up after a fault; one may still be busy with a server
+    // that keeps sending, so they go only with the session.
+    std::vector<std::unique_ptr<QNetworkAccessManager>> m_retired;
     qint64 m_maxBytes = DefaultMaxBytes;
     QString m_lastError;
 };
