@@ -64,8 +64,6 @@ void HttpSession::startAfresh() {
     // Never the desktop's or the environment's proxy: a Tor user's traffic
     // must go exactly where the chosen proxy setting says.
     m_manager->setProxy(QNetworkProxy(QNetworkProxy::NoProxy));
-    // Nothing a pinger sets is kept, so nothing links one request to another.
-    m_manager->setCookieJar(nullptr);
 }
 
 bool HttpSession::proxyFromSettings(const QStringList& settings, QNetworkProxy& proxy,
@@ -174,6 +172,8 @@ int HttpSession::HTTPGet(FrontEnd* owner, const QString& url, QStringList& lines
     request.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
     request.setHeader(QNetworkRequest::UserAgentHeader, QByteArray(RequestHeaders::UserAgent));
     request.setRawHeader("Accept-Language", RequestHeaders::AcceptLanguage);
+    // Nothing a pinger sets is kept or sent back, so nothing links one
+    // request to another.
     request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
     request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
     if (sentDate.isValid())
