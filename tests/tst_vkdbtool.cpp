@@ -23,12 +23,15 @@ struct Run {
     QString err;
 };
 
-// Runs the built tool and waits for it; a hang shows up as not finished.
-Run vkdbtool(const QStringList& arguments) {
+// Runs the built tool with input on its standard input and waits for it; a
+// hang shows up as not finished.
+Run vkdbtool(const QStringList& arguments, const QByteArray& input = {}) {
     QProcess process;
     process.setProgram(QStringLiteral(VKDBTOOL));
     process.setArguments(arguments);
     process.start();
+    process.write(input);
+    process.closeWriteChannel();
     Run run;
     run.finished = process.waitForFinished(60000);
     if (!run.finished) {
@@ -51,8 +54,8 @@ QByteArray describe(const QStringList& arguments, const Run& run) {
 }
 
 // Runs the tool and checks that it ended by itself with the given code.
-#define VKDBTOOL_EXPECT(result, arguments, expectedCode)                                           \
-    const Run result = vkdbtool(arguments);                                                        \
+#define VKDBTOOL_EXPECT(result, arguments, expectedCode, ...)                                      \
+    const Run result = vkdbtool(arguments __VA_OPT__(, ) __VA_ARGS__);                             \
     QVERIFY2(result.finished&& result.status == QProcess::NormalExit,                              \
              describe(arguments, result).constData());                                             \
     QVERIFY2(result.code == (expectedCode), describe(arguments, result).constData())
@@ -226,21 +229,23 @@ void TestVkdbTool::proxiesEndToEnd() {
         VKDBTOOL_EXPECT(run, (QStringList{"create", file, "--format", QString::number(version)}),
                         0);
     }
-    // Passwords come from files, never from the command line.
+    // Passwords come from a file or standard input, never from the command
+    // line; only the first line counts.
     const QString bobs = m_env->programFolder() + "bob.pw";
-    const QString streams = m_env->programFolder() + "stream.pw";
     TempEnvironment::writeFile(bobs, "pa,ss%w\n");
-    TempEnvironment::writeFile(streams, "x=y\r\nsecond line ignored\n");
-    const QList<QStringList> additions = {
-        {"add-proxy", file, "Office HTTP", "--kind", "http", "--host", "proxy.example", "--port",
-         "3128", "--user", "bob", "--password-file", bobs},
-        {"add-proxy", file, "Tor/Isolated", "--kind", "socks5", "--host", "127.0.0.1", "--port",
-         "9050", "--user", "stream-1", "--password-file", streams},
-        {"add-proxy", file, "Spare", "--hidden", "--kind", "SOCKS5", "--host", "10.0.0.2", "--port",
-         "1080"},
+    const QList<std::pair<QStringList, QByteArray>> additions = {
+        {{"add-proxy", file, "Office HTTP", "--kind", "http", "--host", "proxy.example", "--port",
+          "3128", "--user", "bob", "--password-file", bobs},
+         {}},
+        {{"add-proxy", file, "Tor/Isolated", "--kind", "socks5", "--host", "127.0.0.1", "--port",
+          "9050", "--user", "stream-1", "--password-file", "-"},
+         "x=y\r\nsecond line ignored\n"},
+        {{"add-proxy", file, "Spare", "--hidden", "--kind", "SOCKS5", "--host", "10.0.0.2",
+          "--port", "1080"},
+         {}},
     };
-    for (const QStringList& arguments : additions) {
-        VKDBTOOL_EXPECT(run, arguments, 0);
+    for (const auto& [arguments, input] : additions) {
+        VKDBTOOL_EXPECT(run, arguments, 0, input);
         QVERIFY2(run.out.isEmpty() && run.err.isEmpty(), describe(arguments, run).constData());
     }
     // It holds passwords now: nobody but its owner reads it.
