@@ -119,8 +119,9 @@ void TestProxySelection::lastProxyRestored_data() {
     QTest::newRow("vanished, user goes on without")
         << "old proxy" << false << QList<int>{IdOk, IdYes} << "<none>"
         << Gone + "old proxy--is no \nlonger present!" << false;
-    QTest::newRow("vanished, user stops") << "old proxy" << false << QList<int>{IdOk, IdNo} << "<none>"
-                                          << Gone + "old proxy--is no \nlonger present!" << true;
+    QTest::newRow("vanished, user stops")
+        << "old proxy" << false << QList<int>{IdOk, IdNo} << "<none>"
+        << Gone + "old proxy--is no \nlonger present!" << true;
     QTest::newRow("vanished, unattended") << "old proxy" << true << QList<int>() << "<none>"
                                           << Gone + "old proxy--is no \nlonger present!" << true;
     QTest::newRow("hidden counts as vanished") << "secret" << true << QList<int>() << "<none>"
