@@ -100,6 +100,8 @@ int RunHeadless(StatsController& controller, HeadlessFrontEnd& frontEnd,
     controller.closeQuery(controller.settings().window);
     if (outcome == RunOutcome::Aborted)
         return ExitAborted;
+    if (outcome == RunOutcome::NoProxy)
+        return ExitNoProxy;
     if (outcome == RunOutcome::Failed && !controller.savedDespiteFailures())
         return ExitFailed;
     if (!controller.lastSave().ok())
