@@ -436,8 +436,8 @@ void TestEngineRun::unreadableLastModified() {
         QCOMPARE(request.hasHeader("If-Modified-Since"), request.path != "/mlist.txt");
 }
 
-// Tor stopped in the middle of a run: the remaining pages fail, and not one
-// request reaches the pinger without going through the proxy.
+// Tor stopped in the middle of a run: what it was carrying fails, and not
+// one request reaches the pinger without going through the proxy.
 void TestEngineRun::proxyVanishesMidRun() {
     ProxyProcess proxy(ProxyProcess::Kind::Tinyproxy);
     if (!proxy.start())
@@ -453,13 +453,11 @@ void TestEngineRun::proxyVanishesMidRun() {
             });
 
     m_engine->runUpdate("pinger", StatsPages, {});
+    // Pages travel side by side, so which of them the proxy was carrying
+    // when it went depends on timing; at least one fails, none goes around.
     const QStringList status = statusLines();
-    QVERIFY2(status.contains("mlist.txt...ok"), qPrintable(status.join('\n')));
-    const QString exception = UpdateEngine::resultWord(-5001);
-    for (const char* page : {"rlist.txt", "pubring.asc"})
-        QVERIFY2(status.contains(QLatin1String(page) + QStringLiteral("...") + exception),
-                 qPrintable(status.join('\n')));
-    QVERIFY(m_engine->lastResult() != 200);
+    QVERIFY2(!status.filter("..." + UpdateEngine::resultWord(-5001)).isEmpty(),
+             qPrintable(status.join('\n')));
     const QList<TestPinger::Request> requests = m_pinger->requests();
     QVERIFY(!requests.isEmpty());
     for (const TestPinger::Request& request : requests)
