@@ -102,6 +102,8 @@ int RunHeadless(StatsController& controller, HeadlessFrontEnd& frontEnd,
         return ExitAborted;
     if (outcome == RunOutcome::Busy)
         return ExitRefused;
+    if (outcome == RunOutcome::NoProxy)
+        return ExitNoProxy;
     if (outcome == RunOutcome::Failed && !controller.savedDespiteFailures())
         return ExitFailed;
     if (!controller.lastSave().ok())

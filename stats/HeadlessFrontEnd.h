@@ -19,6 +19,7 @@ enum ExitStatus {
     ExitNotSaved = 5,
     ExitPartlySaved = 6,
     ExitWorrying = 7,
+    ExitNoProxy = 8,
 };
 
 // The front end of a run without a display: the status page goes to standard

@@ -30,12 +30,10 @@ int httpStatus(const QNetworkReply& reply) {
 }
 
 // Transport failures, sorted by what the engine should do next: "no answer"
-// lets an unattended run go on to the next pinger; the others would fail the
-// same way anywhere, so they stop at once.
+// lets an unattended run go on to the next pinger; a pinger that refused or
+// dropped the connection said so at once, and that is reported as it is.
 int codeForError(QNetworkReply::NetworkError error) {
     switch (error) {
-    case QNetworkReply::ConnectionRefusedError:
-    case QNetworkReply::RemoteHostClosedError:
     case QNetworkReply::HostNotFoundError:
     case QNetworkReply::TimeoutError:
     case QNetworkReply::TemporaryNetworkFailureError:
@@ -83,9 +81,16 @@ struct HttpSession::Prefetched {
 };
 
 HttpSession::HttpSession() : m_isolationUser(randomWord()), m_isolationPassword(randomWord()) {
+    startAfresh();
+}
+
+void HttpSession::startAfresh() {
+    if (m_manager)
+        m_retired.push_back(std::move(m_manager));
+    m_manager = std::make_unique<QNetworkAccessManager>();
     // Never the desktop's or the environment's proxy: a Tor user's traffic
     // must go exactly where the chosen proxy setting says.
-    m_manager.setProxy(QNetworkProxy(QNetworkProxy::NoProxy));
+    m_manager->setProxy(QNetworkProxy(QNetworkProxy::NoProxy));
 }
 
 HttpSession::~HttpSession() {
@@ -254,6 +259,10 @@ int HttpSession::HTTPGet(FrontEnd* owner, const QString& url, QStringList& lines
     deadline.stop();
     cancelWatch.stop();
     take();
+    // A connection that failed, or that a stopped transfer left behind, is
+    // not trusted with the next page.
+    if (stop != Stop::None || (reply->error() != QNetworkReply::NoError && httpStatus(*reply) == 0))
+        startAfresh();
 
     switch (stop) {
     case Stop::Cancelled:
@@ -347,15 +356,21 @@ QNetworkReply* HttpSession::start(const QUrl& target, const QNetworkProxy& proxy
                                   const QDateTime& since) {
     // Changing the proxy only when it changes keeps the kept-alive
     // connections of the session.
-    if (!(m_manager.proxy() == proxy))
-        m_manager.setProxy(proxy);
+    if (!(m_manager->proxy() == proxy))
+        m_manager->setProxy(proxy);
     QNetworkRequest request(target);
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
                          QNetworkRequest::NoLessSafeRedirectPolicy);
     request.setMaximumRedirectsAllowed(MaxRedirects);
+    request.setHeader(QNetworkRequest::UserAgentHeader, QByteArray(RequestHeaders::UserAgent));
+    request.setRawHeader("Accept-Language", RequestHeaders::AcceptLanguage);
+    // Nothing a pinger sets is kept or sent back, so nothing links one
+    // request to another.
+    request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
+    request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
     if (since.isValid())
         request.setHeader(QNetworkRequest::IfModifiedSinceHeader, since);
-    return m_manager.get(request);
+    return m_manager->get(request);
 }
 
 QNetworkReply* HttpSession::adopt(const QUrl& target, const QNetworkProxy& proxy,

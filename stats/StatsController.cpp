@@ -170,7 +170,8 @@ void StatsController::loadSettings() {
     m_settings = LoadMainSettings(ini);
     m_ticked = m_settings.tickedPages;
     m_proxies.load(ini.readString(QStringLiteral("stats"), QStringLiteral("lastproxy"),
-                                  ProxySelection::noneEntry()));
+                                  ProxySelection::noneEntry()),
+                   m_autoMode);
     fillSources(lastSource());
     m_sourceAtStart = currentSourceName();
 }
@@ -254,9 +255,22 @@ void StatsController::setSaveEnabled(bool enabled) {
     emit saveEnabledChanged(enabled);
 }
 
+// Held-back downloads: the status page and a message say why, nothing is
+// fetched.
+bool StatsController::refuseWithoutProxy() {
+    if (!m_proxies.blocked())
+        return false;
+    m_engine.refuseRun(m_proxies.blockReason());
+    MsgDlg(m_frontEnd, m_proxies.blockReason().join(u'\n'), Warning, MbOk);
+    return true;
+}
+
 void StatsController::run(const QString& source, const QStringList& pages,
                           const QStringList& suitePages, const QString& suiteSource,
                           UpdateEngine::ReportPlacement placement) {
+    m_busy = false;
+    if (refuseWithoutProxy())
+        return;
     // One update at a time per program folder, whichever role runs it: a
     // window and a timer's headless run would otherwise write the same files.
     QLockFile lock(ProgramFolder() + QStringLiteral("vkstats.lock"));
@@ -327,6 +341,13 @@ void StatsController::sourceBoxChange(int index) {
 }
 
 RunOutcome StatsController::unattendedRun() {
+    if (refuseWithoutProxy()) {
+        report(RunOutcome::Failed);
+        m_autoMode = false;
+        if (m_frontEnd)
+            m_frontEnd->setMainVisible(true);
+        return RunOutcome::NoProxy;
+    }
     m_busy = false;
     if (m_commandLinePages && !m_commandLinePages->isEmpty())
         defaultSourceUpdate();

@@ -87,21 +87,37 @@ QString UpdateEngine::reportCommandLine(ReportPlacement placement, QPoint window
                       .arg(window.y() + 10);
 }
 
+QString UpdateEngine::serverTextLine(const QString& text) {
+    QString line = text.left(MaxServerLineChars);
+    for (QChar& c : line) {
+        const char16_t u = c.unicode();
+        if ((u < 0x20 && u != u'\t') || (u >= 0x7f && u < 0xa0))
+            c = u'?';
+    }
+    if (text.size() > MaxServerLineChars)
+        line += QStringLiteral("...");
+    return line;
+}
+
 // "http error" and "unknown error" show what the server said, and a
-// rejected version-2 page says why.
+// rejected version-2 page says why; an exception names its reason (a TLS
+// failure says which).
 void UpdateEngine::addReplyText(int code) {
     if (code == -6000 && m_version2) {
         addStatus(QStringLiteral("Wrong stats version. Got version 2. Needed version 1!"));
         addStatus(QStringLiteral("Click 'Help|Pinger Site|all pingers' for all URLs."));
         addStatus(QString());
     }
-    // -5000 is a refusal of ours (an onion address without Tor, unusable
-    // proxy settings), so its reason is shown too.
-    const bool known =
-        code == 200 || code == 304 || code == -5001 || code == -5003 || code == -6000;
-    if (!known) {
-        for (const QString& line : std::as_const(m_replyText))
-            addStatus(line);
+    // -5000 is also a refusal of ours (an onion address without Tor,
+    // unusable proxy settings), so its reason is shown too.
+    const bool known = code == 200 || code == 304 || code == -5003 || code == -6000;
+    if (code == -5000 || code == -5001) {
+        addStatus(serverTextLine(m_http->lastErrorText()));
+    } else if (!known) {
+        for (const QString& line : m_replyText.mid(0, MaxServerLines))
+            addStatus(serverTextLine(line));
+        if (m_replyText.size() > MaxServerLines)
+            addStatus(QStringLiteral("..."));
     }
     for (const QString& line : std::as_const(m_findings.lines))
         addStatus(line);
@@ -134,14 +150,7 @@ void UpdateEngine::runUpdate(const QString& source, const QStringList& pages,
     HttpSession http;
     m_http = &http;
 
-    m_pages->closeAll();
-    auto status =
-        m_pages->makeDocument(QStringLiteral("download"), QStringLiteral("status.txt"), true, {});
-    m_status = status.get();
-    addStatus(QLocale::c().toString(QDateTime::currentDateTime(),
-                                    QStringLiteral("ddd MMM dd hh:mm:ss yyyy")));
-    m_pages->addPage(QStringLiteral("status"), std::move(status));
-    m_pages->setCurrent(0);
+    openStatusPage();
     if (m_frontEnd)
         m_frontEnd->setStatusText(QStringLiteral("downloading pages..."));
 
@@ -158,6 +167,34 @@ void UpdateEngine::runUpdate(const QString& source, const QStringList& pages,
     if (m_advisory)
         showAdvisory();
     m_http = nullptr;
+    m_running = false;
+    emit runFinished();
+}
+
+void UpdateEngine::openStatusPage() {
+    m_pages->closeAll();
+    auto status =
+        m_pages->makeDocument(QStringLiteral("download"), QStringLiteral("status.txt"), true, {});
+    m_status = status.get();
+    addStatus(QLocale::c().toString(QDateTime::currentDateTime(),
+                                    QStringLiteral("ddd MMM dd hh:mm:ss yyyy")));
+    m_pages->addPage(QStringLiteral("status"), std::move(status));
+    m_pages->setCurrent(0);
+}
+
+void UpdateEngine::refuseRun(const QStringList& why) {
+    m_running = true;
+    m_cancel = false;
+    m_aborted = false;
+    m_changes = 0;
+    newbars.clear();
+    emit runStarted();
+    openStatusPage();
+    for (const QString& line : why)
+        addStatus(line);
+    m_lastResult = RefusedResult;
+    if (m_frontEnd)
+        m_frontEnd->setStatusText(QStringLiteral("Nothing downloaded: no proxy"));
     m_running = false;
     emit runFinished();
 }
@@ -253,7 +290,7 @@ int UpdateEngine::fetchPage(const QString& source, const QString& url, const QSt
     m_findings = {};
     if (code != 200) {
         // shown below the status line for some errors
-        m_replyText = code == HttpCode::LibraryError ? QStringList{m_http->lastErrorText()} : lines;
+        m_replyText = lines;
         return code;
     }
     m_version2 = !lines.isEmpty() && lines.first().startsWith(QStringLiteral("Stats-Version: 2.0"));
@@ -358,6 +395,8 @@ void UpdateEngine::showAdvisory() {
     });
     TrimLeadingBlankLines(lines);
     TrimTrailingBlankLines(lines);
+    for (QString& line : lines)
+        line = serverTextLine(line);
     m_advisoryShown = true;
     MsgDlg(m_frontEnd, lines.join(u'\n'), Information, MbOk);
 }

@@ -312,6 +312,10 @@ void TestGlobal2::openSuiteDataFile_data() {
     QTest::newRow("version 1") << "v1" << true << "";
     QTest::newRow("version 2") << "v2" << true << "";
     QTest::newRow("tables gone") << "broken" << false << "Data file: PATH isn't valid!\nQuitting!";
+    // Held by the suite: said so, after a few seconds' wait.
+    QTest::newRow("locked") << "locked" << false
+                            << "Data file: PATH is in use by another program.\n"
+                               "Try again when it has finished. Quitting!";
 }
 
 static void makeForeignDatabase(const QString& path, int appId, int version) {
@@ -347,11 +351,27 @@ void TestGlobal2::openSuiteDataFile() {
         QVERIFY2(TVKDB::create(path, kind == "v1" ? 1 : 2, &error), qPrintable(error));
     } else if (kind == "broken") {
         makeForeignDatabase(path, VkdbApplicationId, 2);
+    } else if (kind == "locked") {
+        QVERIFY(TVKDB::create(path, 2, &error));
+    }
+    const QString holder = QStringLiteral("holder");
+    if (kind == "locked") {
+        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), holder);
+        db.setDatabaseName(path);
+        QVERIFY(db.open());
+        QVERIFY(QSqlQuery(db).exec(QStringLiteral("BEGIN EXCLUSIVE")));
     }
     TestFrontEnd ui;
     if (kind == "created")
         ui.answers = {IdYes};
+    QElapsedTimer clock;
+    clock.start();
     QCOMPARE(OpenSuiteDataFile(&ui), opens);
+    if (kind == "locked") {
+        QVERIFY2(clock.elapsed() >= 3000, qPrintable(QString::number(clock.elapsed())));
+        QSqlDatabase::database(holder).close();
+        QSqlDatabase::removeDatabase(holder);
+    }
     QCOMPARE(TheSuiteDataFile() != nullptr, opens);
     const bool offered = kind == "missing" || kind == "created";
     if (offered) {

@@ -189,6 +189,8 @@ private:
 
 } // namespace
 
+Q_DECLARE_METATYPE(TestPinger::Route)
+
 class TestHttpGet : public QObject {
     Q_OBJECT
 private slots:
@@ -204,6 +206,9 @@ private slots:
     void failures();
     void sizeCap_data();
     void sizeCap();
+    void hostileThenHealthy_data();
+    void hostileThenHealthy();
+    void requestsSayNothingAboutTheUser();
     void cancel();
     void reportsProgress();
     void oneSessionOneConnection();
@@ -432,20 +437,20 @@ void TestHttpGet::failures_data() {
     reset.mode = Mode::ResetMidway;
     reset.body = linesOfSize(64 * 1024);
     m_pinger.setRoute(QStringLiteral("/reset"), reset);
-    row("connection reset in the body", url("/reset"), 2, HttpCode::TimedOut);
+    row("connection reset in the body", url("/reset"), 2, HttpCode::TransferError);
     // Qt's HTTP client drops a connection that does not answer in HTTP and
-    // reports it as closed: to the engine it is a pinger that gave no answer.
+    // reports it as closed.
     route("/garbage", Mode::Garbage);
-    row("garbage instead of HTTP", url("/garbage"), 2, HttpCode::TimedOut);
+    row("garbage instead of HTTP", url("/garbage"), 2, HttpCode::TransferError);
     TestPinger::Route noise;
     noise.mode = Mode::Garbage;
     noise.keepOpen = true;
     m_pinger.setRoute(QStringLiteral("/garbage-open"), noise);
-    row("garbage, connection left open", url("/garbage-open"), 1, HttpCode::TimedOut);
+    row("garbage, connection left open", url("/garbage-open"), 1, HttpCode::TransferError);
 
     const quint16 closed = closedPort();
     row("connection refused", QStringLiteral("http://127.0.0.1:%1/page").arg(closed), 2,
-        HttpCode::TimedOut, {}, false);
+        HttpCode::TransferError, {}, false);
 
     // Redirects: up to five are followed, relative or absolute.
     m_pinger.serve(QStringLiteral("/r0"), "arrived\n");
@@ -472,7 +477,7 @@ void TestHttpGet::failures_data() {
     misuse("onion address through an HTTP proxy", OnionUrl,
            settingsFor(QStringLiteral("http"), m_pinger.port()));
 
-    row("HTTP proxy unreachable", url("/page"), 2, HttpCode::TimedOut, {}, false,
+    row("HTTP proxy unreachable", url("/page"), 2, HttpCode::TransferError, {}, false,
         settingsFor(QStringLiteral("http"), closed));
     row("SOCKS5 proxy unreachable", url("/page"), 2, HttpCode::TimedOut, {}, false,
         settingsFor(QStringLiteral("socks5"), closed));
@@ -507,6 +512,80 @@ void TestHttpGet::failures() {
         QVERIFY(session.lastErrorText().isEmpty());
     if (expected != HttpCode::Ok && expected != HttpCode::NotModified)
         QVERIFY(!got.lastModified.isValid());
+}
+
+// A pinger that misbehaves costs its own page and nothing more: the answer
+// comes within the time-out, and the next page, from the same pinger or
+// another, comes as if nothing had happened.
+void TestHttpGet::hostileThenHealthy_data() {
+    QTest::addColumn<TestPinger::Route>("route");
+    QTest::addColumn<int>("timeout");
+    QTest::addColumn<int>("expected");
+    QTest::addColumn<qint64>("withinMs");
+
+    using Mode = TestPinger::Mode;
+    const auto row = [](const char* tag, Mode mode, int timeout, int expected, qint64 withinMs) {
+        TestPinger::Route route;
+        route.mode = mode;
+        route.body = linesOfSize(64 * 1024);
+        QTest::newRow(tag) << route << timeout << expected << withinMs;
+    };
+    row("header flood", Mode::HeaderFlood, 3, HttpCode::TimedOut, 3000 + SlackMs);
+    row("endless header line", Mode::EndlessHeaderLine, 3, HttpCode::TimedOut, 3000 + SlackMs);
+    row("never answers", Mode::Silent, 1, HttpCode::TimedOut, 1000 + SlackMs);
+    row("connection reset in the body", Mode::ResetMidway, 30, HttpCode::TransferError, 2000);
+}
+
+void TestHttpGet::hostileThenHealthy() {
+    QFETCH(TestPinger::Route, route);
+    QFETCH(int, timeout);
+    QFETCH(int, expected);
+    QFETCH(qint64, withinMs);
+
+    TestPinger other;
+    QVERIFY(other.listen());
+    other.serve(QStringLiteral("/next"), "next page\n");
+    m_pinger.serve(QStringLiteral("/next"), "next page\n");
+    m_pinger.setRoute(QStringLiteral("/hostile"), route);
+    HttpSession session;
+    Fetch got = fetch(session, m_pinger.url(QStringLiteral("/hostile")), {}, timeout);
+    QVERIFY2(got.code == expected,
+             qPrintable(QStringLiteral("got %1 (%2)").arg(got.code).arg(session.lastErrorText())));
+    QVERIFY2(got.elapsedMs < withinMs, qPrintable(QStringLiteral("took %1 ms").arg(got.elapsedMs)));
+    for (TestPinger* pinger : {&m_pinger, &other}) {
+        got = fetch(session, pinger->url(QStringLiteral("/next")), {}, 2);
+        QVERIFY2(got.code == HttpCode::Ok,
+                 qPrintable(QStringLiteral("%1 (%2)").arg(got.code).arg(session.lastErrorText())));
+        QCOMPARE(got.lines, QStringList{QStringLiteral("next page")});
+    }
+}
+
+// Every request carries the same fixed headers, whatever the desktop's
+// language, and a cookie a pinger sets is never sent back.
+void TestHttpGet::requestsSayNothingAboutTheUser() {
+    TestPinger::Route cookie;
+    cookie.body = "page\n";
+    cookie.headers.append(TestPinger::Header{"Set-Cookie", "visitor=42; Path=/"});
+    m_pinger.setRoute(QStringLiteral("/cookie"), cookie);
+    m_pinger.serve(QStringLiteral("/page"), "page\n");
+    m_pinger.clearLog();
+    HttpSession session;
+    QCOMPARE(fetch(session, m_pinger.url(QStringLiteral("/cookie"))).code, HttpCode::Ok);
+    QCOMPARE(fetch(session, m_pinger.url(QStringLiteral("/page")), {}, 2, PageDate).code,
+             HttpCode::Ok);
+    const QList<TestPinger::Request> requests = m_pinger.requests();
+    QCOMPARE(requests.size(), 2);
+    for (const TestPinger::Request& request : requests) {
+        QStringList names;
+        for (const TestPinger::Header& header : request.headers)
+            names << QString::fromLatin1(header.first);
+        names.removeAll(QStringLiteral("If-Modified-Since"));
+        names.sort();
+        QCOMPARE(names, (QStringList{"Accept-Encoding", "Accept-Language", "Connection", "Host",
+                                     "User-Agent"}));
+        QCOMPARE(request.header("User-Agent"), QByteArray("VKstats/" VKSTATS_VERSION));
+        QCOMPARE(request.header("Accept-Language"), QByteArray("en"));
+    }
 }
 
 void TestHttpGet::sizeCap_data() {
@@ -789,7 +868,7 @@ void TestHttpGet::throughTinyproxy() {
     HttpSession session;
     const Fetch got =
         fetch(session, m_pinger.url(QStringLiteral("/via-http")), proxy.settings(), 2);
-    QCOMPARE(got.code, HttpCode::TimedOut);
+    QCOMPARE(got.code, HttpCode::TransferError);
     QVERIFY(m_pinger.requests().isEmpty());
 }
 
@@ -845,10 +924,10 @@ void TestHttpGet::throughMicrosocks() {
         qInfo("localhost is not 127.0.0.1 first here; the host name check is left out");
     }
 
-    // Through the proxy to a port where nothing listens: no answer.
+    // Through the proxy to a port where nothing listens: refused, said at once.
     got = fetch(session, QStringLiteral("http://127.0.0.1:%1/x").arg(closedPort()),
                 proxy.settings(), 2);
-    QCOMPARE(got.code, HttpCode::TimedOut);
+    QCOMPARE(got.code, HttpCode::TransferError);
 
     proxy.stop();
     m_pinger.clearLog();
