@@ -9,6 +9,7 @@ packages=(
     qt6-base-dev libqt6sql6-sqlite libgl-dev
     tinyproxy microsocks
     dbus dbus-daemon xvfb xauth
+    faketime
 )
 
 missing=()
