@@ -3,7 +3,6 @@
 
 #include <QApplication>
 #include <QCheckBox>
-#include <QLabel>
 #include <QPushButton>
 #include <QStyle>
 #include <QTest>
@@ -41,11 +40,7 @@ void clickBox(QCheckBox* box) {
 class TestChkAddKeysDlg : public QObject {
     Q_OBJECT
 private slots:
-    void captions();
-    void initialTicks_data();
-    void initialTicks();
     void okHasFocusAtOpen();
-    void fixedSizeCentredOnOwner();
     void clicksAndClosing_data();
     void clicksAndClosing();
     void captionAndFontFromOwner();
@@ -64,44 +59,6 @@ bool TestChkAddKeysDlg::runModal(QWidget* owner, const QString& caption, Ticks& 
                                     &m_guardFired);
 }
 
-void TestChkAddKeysDlg::captions() {
-    Ticks ticks{};
-    TChkAddKeysDlg dialog(nullptr, ticks);
-    QCOMPARE(
-        dialog.Label1->text(),
-        QStringLiteral("When you change to a different stats source it is a good idea to "
-                       "update all your pages from that source. Consider doing that now now."));
-    QVERIFY(dialog.Label1->wordWrap());
-    QCOMPARE(dialog.MListBox->text(), QStringLiteral("&mlist.txt"));
-    QCOMPARE(dialog.PubringMixBox->text(), QStringLiteral("&pubring.mix"));
-    QCOMPARE(dialog.RListBox->text(), QStringLiteral("&rlist.txt"));
-    QCOMPARE(dialog.PubringAscBox->text(), QStringLiteral("pubring.&asc"));
-    QCOMPARE(dialog.OkBtn->text(), QStringLiteral("Ok"));
-    QCOMPARE(dialog.CancelBtn->text(), QStringLiteral("Cancel"));
-    QVERIFY(dialog.OkBtn->isDefault());
-    // Found by the names the handlers use.
-    for (const char* name :
-         {"Label1", "MListBox", "PubringMixBox", "RListBox", "PubringAscBox", "OkBtn", "CancelBtn"})
-        QVERIFY2(dialog.findChild<QWidget*>(QLatin1String(name)), name);
-}
-
-void TestChkAddKeysDlg::initialTicks_data() {
-    QTest::addColumn<QList<bool>>("ticks");
-    QTest::newRow("none") << QList<bool>{false, false, false, false};
-    QTest::newRow("mlist.txt") << QList<bool>{true, false, false, false};
-    QTest::newRow("pubring.mix") << QList<bool>{false, true, false, false};
-    QTest::newRow("rlist.txt") << QList<bool>{false, false, true, false};
-    QTest::newRow("pubring.asc") << QList<bool>{false, false, false, true};
-    QTest::newRow("all") << QList<bool>{true, true, true, true};
-}
-
-void TestChkAddKeysDlg::initialTicks() {
-    QFETCH(QList<bool>, ticks);
-    Ticks given = toTicks(ticks);
-    TChkAddKeysDlg dialog(nullptr, given);
-    QCOMPARE(boxStates(dialog), ticks);
-}
-
 void TestChkAddKeysDlg::okHasFocusAtOpen() {
     Ticks ticks{true, true, false, false};
     TChkAddKeysDlg dialog(nullptr, ticks);
@@ -111,23 +68,6 @@ void TestChkAddKeysDlg::okHasFocusAtOpen() {
     // Enter presses the button with the focus: Ok.
     QTest::keyClick(&dialog, Qt::Key_Return);
     QCOMPARE(dialog.result(), int(QDialog::Accepted));
-}
-
-void TestChkAddKeysDlg::fixedSizeCentredOnOwner() {
-    QWidget owner;
-    QVERIFY(ShowOwner(owner, QRect(60, 80, 900, 700)));
-
-    Ticks ticks{};
-    TChkAddKeysDlg dialog(&owner, ticks);
-    dialog.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&dialog));
-    QCOMPARE(dialog.minimumSize(), dialog.maximumSize());
-    QCOMPARE(dialog.size(), dialog.minimumSize());
-    // The whole text shows: the wrapped label is tall enough for its lines.
-    QVERIFY(dialog.Label1->height() >= dialog.Label1->heightForWidth(dialog.Label1->width()));
-    const QPoint offset = dialog.frameGeometry().center() - owner.frameGeometry().center();
-    QVERIFY2(offset.manhattanLength() <= 2,
-             qPrintable(QStringLiteral("off by %1,%2").arg(offset.x()).arg(offset.y())));
 }
 
 void TestChkAddKeysDlg::clicksAndClosing_data() {

@@ -18,8 +18,6 @@
 
 namespace {
 
-const char AssertChild[] = "TST_REORDERDLG_ASSERT";
-
 const QString SaveQuestion = QStringLiteral("The source order is changed. Save your changes?");
 
 const QByteArray Four = "velkin urls\n"
@@ -79,7 +77,6 @@ private slots:
     void init();
     void cleanup();
 
-    void captionsAndControls();
     void listsSources_data();
     void listsSources();
     void choosingRowEnablesArrows();
@@ -89,11 +86,6 @@ private slots:
     void closing();
     void cancelKeepsDialogOpen();
     void failedSaveKeepsDialogOpen();
-    void lookFromSettings_data();
-    void lookFromSettings();
-    void resizableAndCentredOnOwner();
-    void assertions_data();
-    void assertions();
 
 private:
     QString urlsPath() const { return m_env->programFolder() + "urls.txt"; }
@@ -127,28 +119,6 @@ bool TestReorderDlg::runModal(QWidget* owner, const std::function<void(TReorderD
                                      m_ui.answers = {IdNo, IdNo};
                                      dialog->reject();
                                  });
-}
-
-void TestReorderDlg::captionsAndControls() {
-    TReorderDlg dialog(nullptr, &m_ui, urlsPath());
-    QCOMPARE(dialog.windowTitle(), QStringLiteral("Reorder URL Sources"));
-    QCOMPARE(dialog.Label1->text(), QStringLiteral("&Sources"));
-    QCOMPARE(dialog.Label1->buddy(), static_cast<QWidget*>(dialog.SourceList));
-    QCOMPARE(
-        dialog.Label2->text(),
-        QStringLiteral("Changes made in this dialog remain in effect from session to session."));
-    QCOMPARE(dialog.OkBtn->text(), QStringLiteral("Ok"));
-    QCOMPARE(dialog.CancelBtn->text(), QStringLiteral("Cancel"));
-    QVERIFY(dialog.OkBtn->isDefault());
-    QVERIFY(!dialog.UpBtn->icon().isNull());
-    QVERIFY(!dialog.DownBtn->icon().isNull());
-    QVERIFY(!dialog.UpBtn->isEnabled());
-    QVERIFY(!dialog.DownBtn->isEnabled());
-    QVERIFY(!dialog.changed());
-    QCOMPARE(selectedRow(dialog), -1);
-    for (const char* name :
-         {"Label1", "Label2", "SourceList", "UpBtn", "DownBtn", "OkBtn", "CancelBtn"})
-        QVERIFY2(dialog.findChild<QWidget*>(QLatin1String(name)), name);
 }
 
 void TestReorderDlg::listsSources_data() {
@@ -361,92 +331,5 @@ void TestReorderDlg::failedSaveKeepsDialogOpen() {
     QCOMPARE(TempEnvironment::readFile(urlsPath()), Four);
 }
 
-void TestReorderDlg::lookFromSettings_data() {
-    QTest::addColumn<QByteArray>("ini");
-    QTest::addColumn<QColor>("listColor");
-    QTest::addColumn<int>("pointSize");
-    QTest::addColumn<bool>("italic");
-    QTest::newRow("stored") << QByteArray(
-                                   "[stats]\nwindowcolor=255\n"
-                                   "dialogfont=Courier New,13,i,0\nwindowfont=Arial,20,b,0\n")
-                            << QColor(255, 0, 0) << 13 << true;
-    QTest::newRow("defaults") << QByteArray() << QApplication::palette().color(QPalette::Base) << 8
-                              << false;
-}
-
-void TestReorderDlg::lookFromSettings() {
-    QFETCH(QByteArray, ini);
-    QFETCH(QColor, listColor);
-    QFETCH(int, pointSize);
-    QFETCH(bool, italic);
-    if (!ini.isEmpty())
-        TempEnvironment::writeFile(iniPath(), ini);
-    TReorderDlg dialog(nullptr, &m_ui, urlsPath());
-    QCOMPARE(dialog.SourceList->palette().color(QPalette::Base), listColor);
-    QCOMPARE(dialog.font().pointSize(), pointSize);
-    QCOMPARE(dialog.font().italic(), italic);
-    QCOMPARE(dialog.SourceList->font().pointSize(), pointSize);
-    QCOMPARE(dialog.OkBtn->font().pointSize(), pointSize);
-}
-
-void TestReorderDlg::resizableAndCentredOnOwner() {
-    QWidget owner;
-    QVERIFY(ShowOwner(owner));
-    QPoint offset(1000, 1000);
-    bool resizable = false;
-    bool modalOverOwner = false;
-    const bool result = runModal(&owner, [&](TReorderDlg* dialog) {
-        QVERIFY(QTest::qWaitForWindowExposed(dialog));
-        offset = dialog->frameGeometry().center() - owner.frameGeometry().center();
-        resizable = dialog->minimumSize() != dialog->maximumSize();
-        modalOverOwner = dialog->isModal() && dialog->parentWidget() == &owner;
-        const QSize before = dialog->size();
-        dialog->resize(before + QSize(120, 90));
-        resizable = resizable && dialog->size() == before + QSize(120, 90);
-        dialog->reject();
-    });
-    QVERIFY(!m_guardFired);
-    QVERIFY(!result);
-    QVERIFY(resizable);
-    QVERIFY(modalOverOwner);
-    QVERIFY2(offset.manhattanLength() <= 2,
-             qPrintable(QStringLiteral("off by %1,%2").arg(offset.x()).arg(offset.y())));
-}
-
-void TestReorderDlg::assertions_data() {
-    QTest::addColumn<QString>("fault");
-    QTest::addColumn<QByteArray>("message");
-    QTest::newRow("no owner") << "owner"
-                              << QByteArray("Assertion failed: owner != nullptr, file "
-                                            "stats\\RearrangeDlgs");
-    QTest::newRow("no front end")
-        << "frontend"
-        << QByteArray("Assertion failed: frontEnd != nullptr, file stats\\RearrangeDlgs");
-    QTest::newRow("empty path")
-        << "path" << QByteArray("Assertion failed: !urlsPath.isEmpty(), file stats\\RearrangeDlgs");
-}
-
-void TestReorderDlg::assertions() {
-    QFETCH(QString, fault);
-    QFETCH(QByteArray, message);
-    ExpectStopAtCheck(AssertChildEnvironment(AssertChild, fault), message);
-    if (QTest::currentTestFailed())
-        return;
-    // It stopped before anything was written.
-    QCOMPARE(TempEnvironment::readFile(urlsPath()), Four);
-}
-
-int main(int argc, char** argv) {
-    QTEST_SET_MAIN_SOURCE_PATH
-    // The child of assertions() must stop at the check.
-    return DialogTestMain<TestReorderDlg>(argc, argv, AssertChild, [](const QString& fault) {
-        QWidget owner;
-        TestFrontEnd ui;
-        const QString path = ProgramFolder() + QStringLiteral("urls.txt");
-        ReorderSources(fault == QLatin1String("owner") ? nullptr : &owner,
-                       fault == QLatin1String("frontend") ? nullptr : &ui,
-                       fault == QLatin1String("path") ? QString() : path);
-    });
-}
-
+QTEST_MAIN(TestReorderDlg)
 #include "tst_reorderdlg.moc"

@@ -24,8 +24,11 @@ QByteArray readBytes(const QString& path) {
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
+// A link in expect/ (to a page under data/real) is replaced, never written through.
 bool writeBytes(const QString& path, const QByteArray& bytes) {
     QDir().mkpath(QFileInfo(path).absolutePath());
+    if (QFileInfo(path).isSymLink())
+        QFile::remove(path);
     QFile file(path);
     return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
 }
@@ -60,14 +63,17 @@ bool copyTree(const QString& from, const QString& to, const QByteArray& pinger) 
     return true;
 }
 
-// The run's own variable parts made constant: the pinger's address and the
-// start time that opens the status page.
-QByteArray normalised(QByteArray bytes, const QByteArray& pinger) {
+// The run's own variable parts made constant: the pinger's address, the
+// program and Mixmaster folders and the start time that opens the status page.
+QByteArray normalised(QByteArray bytes, const QByteArray& pinger, const QByteArray& program,
+                      const QByteArray& mix) {
     static const QRegularExpression startTime(
         QStringLiteral("^(Mon|Tue|Wed|Thu|Fri|Sat|Sun) [A-Z][a-z]{2} \\d\\d \\d\\d:\\d\\d:\\d\\d "
                        "\\d{4}(\\r?)$"),
         QRegularExpression::MultilineOption);
     bytes.replace(pinger, PingerMark.toUtf8());
+    bytes.replace(program, "@PROGRAM@/");
+    bytes.replace(mix, "@MIX@/");
     return QString::fromUtf8(bytes).replace(startTime, QStringLiteral("<start time>\\2")).toUtf8();
 }
 
@@ -134,6 +140,8 @@ private:
                bool required = true);
     bool m_update = qEnvironmentVariableIntValue("VK_SCENARIO_UPDATE") == 1;
     QByteArray m_pinger;
+    QByteArray m_program;
+    QByteArray m_mix;
     QStringList m_mismatches;
 };
 
@@ -152,16 +160,16 @@ void TestScenarios::check(const QString& what, const QString& expectPath, const 
     const bool exists = QFileInfo::exists(expectPath);
     if (m_update) {
         if (exists || required)
-            writeBytes(expectPath, normalised(actual, m_pinger));
+            writeBytes(expectPath, normalised(actual, m_pinger, m_program, m_mix));
         return;
     }
     if (!exists && !required)
         return;
     const QByteArray expected = readBytes(expectPath);
-    if (expected != normalised(actual, m_pinger))
+    if (expected != normalised(actual, m_pinger, m_program, m_mix))
         m_mismatches << QStringLiteral("%1 differs.\n--- expected\n%2\n--- actual\n%3")
                             .arg(what, QString::fromUtf8(expected),
-                                 QString::fromUtf8(normalised(actual, m_pinger)));
+                                 QString::fromUtf8(normalised(actual, m_pinger, m_program, m_mix)));
 }
 
 void TestScenarios::run() {
@@ -178,6 +186,8 @@ void TestScenarios::run() {
     QVERIFY(copyTree(folder + QStringLiteral("/program"), program.path(), m_pinger));
     QVERIFY(copyTree(folder + QStringLiteral("/mix"), mix.path(), m_pinger));
     const QString programFolder = program.path() + u'/';
+    m_program = programFolder.toUtf8();
+    m_mix = mix.path().toUtf8() + '/';
     if (!QFileInfo::exists(programFolder + QStringLiteral("vk.dbc")) &&
         !QFileInfo::exists(programFolder + QStringLiteral("no-vk.dbc")))
         QCOMPARE(CreateDataFile(programFolder), QString());

@@ -19,8 +19,6 @@
 
 namespace {
 
-const char AssertChild[] = "TST_UPDATESELECTDLG_ASSERT";
-
 const QByteArray Ordinary = "velkin urls\n"
                             "[alpha]\n"
                             "mlist.txt http://alpha.example/mlist.txt\n"
@@ -98,7 +96,6 @@ private slots:
     void init();
     void cleanup();
 
-    void captionsAndControls();
     void listsAtOpen_data();
     void listsAtOpen();
     void sourceBoxChangeRelists();
@@ -106,10 +103,6 @@ private slots:
     void changeReadsFileAfresh();
     void selectUpdate_data();
     void selectUpdate();
-    void lookFromSettings();
-    void fixedSizeCentredOnOwner();
-    void assertions_data();
-    void assertions();
 
 private:
     QString urlsPath() const { return m_env->programFolder() + "urls.txt"; }
@@ -146,24 +139,6 @@ bool TestUpdateSelectDlg::runModal(QWidget* owner,
             return SelectUpdate(owner, &m_ui, urlsPath(), source, pages, quickSource, quickPages);
         },
         act, &m_guardFired);
-}
-
-void TestUpdateSelectDlg::captionsAndControls() {
-    TUpdateSelectDlg dialog(nullptr, &m_ui, urlsPath());
-    QCOMPARE(dialog.windowTitle(), QStringLiteral("Select Source and Tick Items for Update"));
-    QCOMPARE(dialog.Label1->text(),
-             QStringLiteral("Selections made in this dialog are temporary.  Use the 'Pages' menu "
-                            "to make selections persistent from session to session. Auto-update "
-                            "will always use the first source in the URL file."));
-    QVERIFY(dialog.Label1->wordWrap());
-    QCOMPARE(entries(dialog.QuickBox), QStringList{"velkin"});
-    QCOMPARE(dialog.OkBtn->text(), QStringLiteral("Update"));
-    QCOMPARE(dialog.CancelBtn->text(), QStringLiteral("Cancel"));
-    QVERIFY(dialog.OkBtn->isDefault());
-    QCOMPARE(dialog.mixmasterDir(), m_env->mixFolder());
-    for (const char* name :
-         {"Label1", "SourceBox", "PageListBox", "QuickBox", "QuickListBox", "OkBtn", "CancelBtn"})
-        QVERIFY2(dialog.findChild<QWidget*>(QLatin1String(name)), name);
 }
 
 void TestUpdateSelectDlg::listsAtOpen_data() {
@@ -357,88 +332,5 @@ void TestUpdateSelectDlg::selectUpdate() {
     QCOMPARE(outQuickPages, quickPages);
 }
 
-void TestUpdateSelectDlg::lookFromSettings() {
-    TempEnvironment::writeFile(m_env->programFolder() + "vkstats.ini",
-                               "[stats]\nwindowcolor=16711680\ndialogfont=Courier New,15,b,0\n");
-    TUpdateSelectDlg dialog(nullptr, &m_ui, urlsPath());
-    QCOMPARE(dialog.PageListBox->palette().color(QPalette::Base), QColor(0, 0, 255));
-    QCOMPARE(dialog.QuickListBox->palette().color(QPalette::Base), QColor(0, 0, 255));
-    QCOMPARE(dialog.font().pointSize(), 15);
-    QVERIFY(dialog.font().bold());
-    QCOMPARE(dialog.PageListBox->font().pointSize(), 15);
-    QCOMPARE(dialog.OkBtn->font().pointSize(), 15);
-}
-
-void TestUpdateSelectDlg::fixedSizeCentredOnOwner() {
-    QWidget owner;
-    QVERIFY(ShowOwner(owner));
-    QPoint offset(1000, 1000);
-    bool fixed = false;
-    bool labelWhole = false;
-    bool modalOverOwner = false;
-    QString source;
-    QString quickSource;
-    QStringList pages;
-    QStringList quickPages;
-    const bool result = runModal(
-        &owner,
-        [&](TUpdateSelectDlg* dialog) {
-            offset = dialog->frameGeometry().center() - owner.frameGeometry().center();
-            fixed = dialog->minimumSize() == dialog->maximumSize() &&
-                    dialog->size() == dialog->minimumSize();
-            labelWhole =
-                dialog->Label1->height() >= dialog->Label1->heightForWidth(dialog->Label1->width());
-            modalOverOwner = dialog->isModal() && dialog->parentWidget() == &owner;
-            dialog->reject();
-        },
-        source, pages, quickSource, quickPages);
-    QVERIFY(!m_guardFired);
-    QVERIFY(!result);
-    QVERIFY(fixed);
-    QVERIFY(labelWhole);
-    QVERIFY(modalOverOwner);
-    QVERIFY2(offset.manhattanLength() <= 2,
-             qPrintable(QStringLiteral("off by %1,%2").arg(offset.x()).arg(offset.y())));
-}
-
-void TestUpdateSelectDlg::assertions_data() {
-    QTest::addColumn<QString>("fault");
-    QTest::addColumn<QByteArray>("message");
-    QTest::newRow("empty path")
-        << "path"
-        << QByteArray("Assertion failed: !m_urlsPath.isEmpty(), file stats\\UpdateSelectDlgs");
-    QTest::newRow("no Mixmaster folder")
-        << "mixmaster"
-        << QByteArray("Assertion failed: !m_mixDir.isEmpty(), file stats\\UpdateSelectDlgs");
-}
-
-void TestUpdateSelectDlg::assertions() {
-    QFETCH(QString, fault);
-    QFETCH(QByteArray, message);
-    QTemporaryDir home; // without a .Mix folder
-    QVERIFY(home.isValid());
-    QProcessEnvironment environment = AssertChildEnvironment(AssertChild, fault);
-    if (fault == "mixmaster") {
-        environment.remove(QStringLiteral("MIXPATH"));
-        environment.insert(QStringLiteral("HOME"), home.path());
-    }
-    ExpectStopAtCheck(environment, message);
-}
-
-int main(int argc, char** argv) {
-    QTEST_SET_MAIN_SOURCE_PATH
-    // The child of assertions() must stop at the check.
-    return DialogTestMain<TestUpdateSelectDlg>(argc, argv, AssertChild, [](const QString& fault) {
-        const bool emptyPath = fault == QLatin1String("path");
-        QWidget owner;
-        TestFrontEnd ui;
-        QString source = QStringLiteral("x");
-        QStringList pages{QStringLiteral("x")};
-        QString quickSource = QStringLiteral("x");
-        QStringList quickPages{QStringLiteral("x")};
-        SelectUpdate(&owner, &ui, emptyPath ? QString() : ProgramFolder() + "urls.txt", source,
-                     pages, quickSource, quickPages);
-    });
-}
-
+QTEST_MAIN(TestUpdateSelectDlg)
 #include "tst_updateselectdlg.moc"

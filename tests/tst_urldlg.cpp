@@ -30,8 +30,6 @@
 
 namespace {
 
-const char AssertChild[] = "TST_URLDLG_ASSERT";
-
 const QString SaveQuestion = QStringLiteral("Your URLs are modified. Save your changes?");
 const QString BadPage = QStringLiteral(
     "The new page doesn't look correct. The first line\nshould be 'Velkin URLS'. I'll put this "
@@ -76,7 +74,6 @@ private slots:
     void cleanup();
 
     void controls();
-    void lookFromSettings();
     void closing_data();
     void closing();
     void failedSaveKeepsDialogOpen();
@@ -93,8 +90,6 @@ private slots:
     void help_data();
     void help();
     void mainWindowMenu();
-    void assertions_data();
-    void assertions();
 
 private:
     QString urlsPath() const { return m_env->programFolder() + "urls.txt"; }
@@ -164,19 +159,6 @@ void TestURLDlg::controls() {
     TURLDlg empty(nullptr, &m_ui, urlsPath(), "<none>", {});
     QCOMPARE(empty.Editor->toPlainText(), QString());
     QVERIFY(!empty.isModified());
-}
-
-void TestURLDlg::lookFromSettings() {
-    TempEnvironment::writeFile(iniPath(), "[stats]\nwindowcolor=255\n"
-                                          "dialogfont=Courier New,13,i,0\n"
-                                          "editorfont=Arial,17,b,0\n");
-    TURLDlg dialog(nullptr, &m_ui, urlsPath(), "<none>", {});
-    QCOMPARE(dialog.Editor->palette().color(QPalette::Base), QColor(255, 0, 0));
-    QCOMPARE(dialog.font().pointSize(), 13);
-    QVERIFY(dialog.font().italic());
-    QCOMPARE(dialog.OkBtn->font().pointSize(), 13);
-    QCOMPARE(dialog.Editor->font().pointSize(), 17);
-    QVERIFY(dialog.Editor->font().bold());
 }
 
 void TestURLDlg::closing_data() {
@@ -662,31 +644,5 @@ void TestURLDlg::mainWindowMenu() {
     CloseSuiteDataFile();
 }
 
-void TestURLDlg::assertions_data() {
-    QTest::addColumn<QString>("fault");
-    QTest::addColumn<QByteArray>("message");
-    QTest::newRow("no front end")
-        << "frontend" << QByteArray("Assertion failed: frontEnd != nullptr, file stats\\URLDlgs");
-    QTest::newRow("empty path")
-        << "path" << QByteArray("Assertion failed: !urlsPath.isEmpty(), file stats\\URLDlgs");
-}
-
-void TestURLDlg::assertions() {
-    QFETCH(QString, fault);
-    QFETCH(QByteArray, message);
-    ExpectStopAtCheck(AssertChildEnvironment(AssertChild, fault), message);
-}
-
-int main(int argc, char** argv) {
-    QTEST_SET_MAIN_SOURCE_PATH
-    // The child of assertions() must stop at the check.
-    return DialogTestMain<TestURLDlg>(argc, argv, AssertChild, [](const QString& fault) {
-        TestFrontEnd ui;
-        const QString path = ProgramFolder() + QStringLiteral("urls.txt");
-        ShowURLManager(nullptr, fault == QLatin1String("frontend") ? nullptr : &ui,
-                       fault == QLatin1String("path") ? QString() : path, QStringLiteral("<none>"),
-                       {});
-    });
-}
-
+QTEST_MAIN(TestURLDlg)
 #include "tst_urldlg.moc"
