@@ -33,7 +33,6 @@ private slots:
     void parseCommandLine();
     void startUpReadsFolder();
     void nothingMarked();
-    void pagesFetchedInFixedOrder();
     void defaultSourceUpdate();
     void closeQuery_data();
     void closeQuery();
@@ -144,24 +143,6 @@ void TestStatsController::nothingMarked() {
     QCOMPARE(m_ui->messages[0].type, Information);
     QCOMPARE(m_pinger->connectionCount(), 0);
     QCOMPARE(m_controller->lastSource(), QStringLiteral("second"));
-}
-
-void TestStatsController::pagesFetchedInFixedOrder() {
-    makeDataFile();
-    writeUrls({"velkin urls", "[first]", "rlist.txt " + m_pinger->url("/rlist.txt"),
-               "type2.list " + m_pinger->url("/type2.list"),
-               "mlist.txt " + m_pinger->url("/mlist.txt"), "", "[velkin]"});
-    m_pinger->serve("/mlist.txt", realPage("mlist.txt"));
-    m_pinger->serve("/rlist.txt", realPage("rlist.txt"));
-    QCOMPARE(start(), StartResult::Ready);
-    m_controller->setLastSource("first");
-    tick({"rlist.txt", "type2.list", "mlist.txt"});
-    m_controller->fileUpdate();
-    QList<QByteArray> paths;
-    for (const TestPinger::Request& request : m_pinger->requests())
-        paths.append(request.path);
-    QCOMPARE(paths, (QList<QByteArray>{"/mlist.txt", "/rlist.txt"}));
-    QVERIFY(m_controller->saveEnabled());
 }
 
 void TestStatsController::defaultSourceUpdate() {
