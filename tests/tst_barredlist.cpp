@@ -1,7 +1,6 @@
 #include "BarredList.h"
 
 #include "PagePaths.h"
-#include "RemailerTracking.h"
 #include "TempEnvironment.h"
 #include "TestData.h"
 #include "TextFile.h"
@@ -42,9 +41,6 @@ QStringList lines(std::initializer_list<const char*> texts) {
 // Lines of real pages used below.
 const QString MlistDizum = QStringLiteral("dizum          ..-#*#**+#--  9:36:04 100.00%");
 const QString MlistLcs = QStringLiteral("lcs            +++*+++-+---  3:19:32 100.00%");
-const QString MlistXganon2 = QStringLiteral("xganon2        ##-#####        43:16  71.87%");
-const QString MlistXganon2Broken =
-    QStringLiteral("xganon2  remailer@remailer.xganon.com     ##-#####        43:16  71.87%");
 const QString RlistDizumRow =
     QStringLiteral("dizum    remailer@dizum.com               #    ###+#--  2:14:12  50.00%");
 const QString RlistAargCaps =
@@ -67,13 +63,10 @@ private slots:
     void cases_data() { AddTableRows(QStringLiteral("barred.txt")); }
     void cases();
     void readFromProgramFolder();
-    void applyToRealPages_data();
-    void applyToRealPages();
     void storedFiles_data();
     void storedFiles();
     void storedFilesWriteFailures_data();
     void storedFilesWriteFailures();
-    void newlyBarredAcrossTwoSaves();
     void appendFailureKeepsFile();
     void largePageIsOnePass();
 };
@@ -147,59 +140,6 @@ void TestBarredList::readFromProgramFolder() {
     QVERIFY(env.isValid());
     TempEnvironment::writeFile(env.mixFolder() + QStringLiteral("barred.txt"), "dizum\n");
     QCOMPARE(BarredList::read().fullBars(), lines({"lcs"}));
-}
-
-void TestBarredList::applyToRealPages_data() {
-    QTest::addColumn<QStringList>("barred");
-    QTest::addColumn<QString>("pageName");
-    QTest::addColumn<QStringList>("page");
-    QTest::addColumn<QStringList>("expected");
-
-    const QStringList mlist = RealPageLines("2001-11-07", QStringLiteral("mlist.txt"));
-    QTest::newRow("mlist 2001-11-07: barred rows and the broken row go")
-        << lines({"dizum", "XGANON2", "nobody"}) << QStringLiteral("mlist.txt") << mlist
-        << removed(mlist, {MlistDizum, MlistLcs, MlistXganon2, MlistXganon2Broken});
-
-    const QStringList rlist = RealPageLines("2001-10-31", QStringLiteral("rlist.txt"));
-    const QStringList rlistExpected = replaced(
-        replaced(removed(rlist, lines({"austria  mixmaster@remailer.privacy.at    ************  "
-                                       "0:15:52 100.00%"})),
-                 QStringLiteral("$remailer{\"dizum\"} = \"<remailer@dizum.com> cpunk mix pgp "
-                                "pgponly remix latent hash cut test ek ekx esub inflt50 rhop20 "
-                                "reord post klen64\";"),
-                 QStringLiteral("$remailer{\"dizum\"} = \"<remailer@dizum.com> middle cpunk mix "
-                                "pgp pgponly remix latent hash cut test ek ekx esub inflt50 rhop20 "
-                                "reord post klen64\";")),
-        QStringLiteral("$remailer{\"tonga\"} = \"<remailer@cypherpunks.to> mix remix esub inflt50 "
-                       "rhop20 reord post\";"),
-        QStringLiteral("$remailer{\"tonga\"} = \"<remailer@cypherpunks.to> middle mix remix esub "
-                       "inflt50 rhop20 reord post\";"));
-    QTest::newRow("rlist 2001-10-31: full and last-only bars")
-        << lines({"austria", "dizum,last", "Tonga , Last", "passthru2,last"})
-        << QStringLiteral("rlist.txt") << rlist << rlistExpected;
-
-    const QStringList pubring = RealPageLines("2012-11-30", QStringLiteral("pubring.mix"));
-    QTest::newRow("pubring.mix 2012-11-30: middleman marks")
-        << lines({"austria,last", "anon,last", "banana,last"}) << QStringLiteral("pubring.mix")
-        << pubring
-        << replaced(
-               pubring,
-               QStringLiteral("austria mixmaster@remailer.privacy.at "
-                              "8ed603304ed22f688e8f8afe08a0e57b 2:3.0 C 2012-04-24 2013-05-19"),
-               QStringLiteral("austria mixmaster@remailer.privacy.at "
-                              "8ed603304ed22f688e8f8afe08a0e57b 2:3.0 CM 2012-04-24 "
-                              "2013-05-19"));
-}
-
-void TestBarredList::applyToRealPages() {
-    QFETCH(QStringList, barred);
-    QFETCH(QString, pageName);
-    QFETCH(QStringList, page);
-    QFETCH(QStringList, expected);
-
-    QVERIFY(expected != page);
-    QVERIFY(ApplyBarredList(page, pageName, BarredList(barred)));
-    QCOMPARE(page, expected);
 }
 
 void TestBarredList::storedFiles_data() {
@@ -343,33 +283,6 @@ void TestBarredList::storedFilesWriteFailures() {
     QCOMPARE(ReadLines(PagePath(QStringLiteral("rlist.txt"))), expectedRlist);
     if (blocked == QStringLiteral("pubring.mix"))
         QVERIFY(!QFileInfo::exists(PagePath(QStringLiteral("type2.list"))));
-}
-
-void TestBarredList::newlyBarredAcrossTwoSaves() {
-    TempEnvironment env;
-    QVERIFY(env.isValid());
-    // Two updates with bar new on, each saved: the update hands over the
-    // names it had not seen before, each once.
-    QStringList report;
-    QStringList newbars;
-    ReportMixmasterChanges(RealPageLines("2001-10-31", QStringLiteral("mlist.txt")), report, true,
-                           newbars);
-    QCOMPARE(newbars.size(), 38);
-    QVERIFY(AppendNewlyBarred(newbars));
-    QVERIFY(WriteLines(PagePath(QStringLiteral("mlist.txt")),
-                       RealPageLines("2001-10-31", QStringLiteral("mlist.txt"))));
-    const QStringList first = ReadLines(BarredList::path());
-    QCOMPARE(first.size(), 38);
-
-    newbars.clear();
-    report.clear();
-    ReportMixmasterChanges(RealPageLines("2001-11-07", QStringLiteral("mlist.txt")), report, true,
-                           newbars);
-    QVERIFY(AppendNewlyBarred(newbars));
-    const QStringList second = ReadLines(BarredList::path());
-    // The week's five new remailers join once, in sorted order; nothing
-    // already there repeats.
-    QCOMPARE(second, first + lines({"aarg", "dismix", "harmless", "lemuria", "w8n"}));
 }
 
 void TestBarredList::appendFailureKeepsFile() {
