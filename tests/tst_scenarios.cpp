@@ -185,6 +185,7 @@ void TestScenarios::run() {
     QVERIFY(program.isValid() && mix.isValid() && home.isValid());
     QVERIFY(copyTree(folder + QStringLiteral("/program"), program.path(), m_pinger));
     QVERIFY(copyTree(folder + QStringLiteral("/mix"), mix.path(), m_pinger));
+    QVERIFY(copyTree(folder + QStringLiteral("/home"), home.path(), m_pinger));
     const QString programFolder = program.path() + u'/';
     m_program = programFolder.toUtf8();
     m_mix = mix.path().toUtf8() + '/';
@@ -196,8 +197,12 @@ void TestScenarios::run() {
         ChildEnvironment(programFolder, mix.path() + u'/', home.path(),
                          QStringLiteral("unix:path=") + home.path() + QStringLiteral("/no-bus"));
     environment.insert(QStringLiteral("TZ"), QStringLiteral("UTC"));
-    for (const QString& line : dataLines(folder + QStringLiteral("/env")))
-        environment.insert(line.section(u'=', 0, 0), line.section(u'=', 1));
+    for (const QString& line : dataLines(folder + QStringLiteral("/env"))) {
+        if (line.startsWith(u'-'))
+            environment.remove(line.mid(1));
+        else
+            environment.insert(line.section(u'=', 0, 0), line.section(u'=', 1));
+    }
 
     QString command = QStringLiteral(VKSTATS);
     QStringList arguments = dataLines(folder + QStringLiteral("/args"));
@@ -237,6 +242,9 @@ void TestScenarios::run() {
     for (const QString& name : filesBelow(expect + QStringLiteral("program")))
         check(QStringLiteral("program/") + name, expect + QStringLiteral("program/") + name,
               readBytes(programFolder + name));
+    for (const QString& name : filesBelow(expect + QStringLiteral("home")))
+        check(QStringLiteral("home/") + name, expect + QStringLiteral("home/") + name,
+              readBytes(home.path() + u'/' + name));
 
     for (const QString& name : dataLines(expect + QStringLiteral("absent"))) {
         const QString path = name.startsWith(QLatin1String("mix/")) ? mix.path() + name.mid(3)
