@@ -35,8 +35,12 @@ const char Usage[] =
     "  2  aborted: the update was stopped\n"
     "  3  start-up refused: no Mixmaster folder, no usable data file, no\n"
     "     display for the window, or another copy already running\n"
-    "  4  the last download did not succeed; nothing was saved\n"
+    "  4  the download failed and no page came; nothing was saved\n"
     "  5  pages were fetched but some could not be saved\n"
+    "  6  some pages failed: the pages that came were saved, the failed\n"
+    "     ones keep their old files\n"
+    "  7  saved, but a statistics page is stale (over 3 days old) or the\n"
+    "     keyring leaves fewer than 4 usable Mixmaster remailers\n"
     "\n"
     "Environment: VKSTATS_HOME (program folder), MIXPATH (Mixmaster folder).\n";
 

@@ -4,12 +4,15 @@
 set -euo pipefail
 
 # dbus-daemon holds dbus-run-session, which gives tst_suitebus its own bus.
+# faketime fixes "today" for the scenarios and the Mixmaster interop test;
+# the last group builds the real Mixmaster client for that test.
 packages=(
     cmake ninja-build g++ pkg-config
     qt6-base-dev libqt6sql6-sqlite libgl-dev
     tinyproxy microsocks
     dbus dbus-daemon xvfb xauth
     faketime
+    gcc make bison libpcre3-dev libssl-dev zlib1g-dev libncurses-dev
 )
 
 missing=()

@@ -92,12 +92,13 @@ int RunHeadless(StatsController& controller, HeadlessFrontEnd& frontEnd,
     frontEnd.finish();
     // The desktop would now wait for its user; here nobody comes, so close.
     controller.closeQuery(controller.settings().window);
-    switch (outcome) {
-    case RunOutcome::Done:
-        return controller.lastSave().ok() ? ExitDone : ExitNotSaved;
-    case RunOutcome::Aborted:
+    if (outcome == RunOutcome::Aborted)
         return ExitAborted;
-    default:
+    if (outcome == RunOutcome::Failed && !controller.savedDespiteFailures())
         return ExitFailed;
-    }
+    if (!controller.lastSave().ok())
+        return ExitNotSaved;
+    if (controller.savedDespiteFailures())
+        return ExitPartlySaved;
+    return controller.engine().worrying() ? ExitWorrying : ExitDone;
 }

@@ -17,6 +17,8 @@ enum ExitStatus {
     ExitRefused = 3,
     ExitFailed = 4,
     ExitNotSaved = 5,
+    ExitPartlySaved = 6,
+    ExitWorrying = 7,
 };
 
 // The front end of a run without a display: the status page goes to standard

@@ -69,15 +69,17 @@ KeyringResult MergeNymserverKeys() {
         !readOptional(PagePath(QStringLiteral("nymserver.asc")), nym, error))
         return {KeyringResult::Failed, error};
 
+    if (!WriteLines(ringPath, MergedNymserverKeys(ring, nym), &error))
+        return {KeyringResult::Failed, error};
+    return {};
+}
+
+QStringList MergedNymserverKeys(const QStringList& ring, const QStringList& nym) {
     // The nymserver page may carry text above its keys; only the keys go in.
     qsizetype first = 0;
     while (first < nym.size() && !nym.at(first).contains(QStringLiteral("-----BEGIN PGP PUBLIC")))
         ++first;
-    ring += nym.mid(first);
-
-    if (!WriteLines(ringPath, ring, &error))
-        return {KeyringResult::Failed, error};
-    return {};
+    return ring + nym.mid(first);
 }
 
 QString MixmasterKeyringCommand(const QString& programFolder, const QString& mixmasterDir) {

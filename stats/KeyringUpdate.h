@@ -38,6 +38,8 @@ QStringList Type2ListLines(const QStringList& pubringLines);
 // file reads as empty. Every call appends again: the caller runs it only
 // after pubring.asc or nymserver.asc was freshly written.
 KeyringResult MergeNymserverKeys();
+// The merge on its own: ring followed by the keys of nym.
+QStringList MergedNymserverKeys(const QStringList& ring, const QStringList& nym);
 
 // The key tools, started with the program folder before their names. The
 // Mixmaster folder is the copy the main window took at start; the nymserver

@@ -139,6 +139,21 @@ QString PageSet::captionAt(int index) const {
     return documentAt(index) ? m_pages[size_t(index)].caption : QString();
 }
 
+QString PageSet::tabTextAt(int index) const {
+    const QString caption = captionAt(index);
+    return documentAt(index)->Viewer->isStale() ? caption + QStringLiteral(" (stale)") : caption;
+}
+
+TRemailerDoc* PageSet::acceptedPage(const QString& name) const {
+    for (auto it = m_pages.rbegin(); it != m_pages.rend(); ++it) {
+        TRemailerDoc* doc = it->doc.get();
+        if (doc && doc->DocName == name && doc->Origin != localFile() && doc->Active &&
+            doc->IsValidPage())
+            return doc;
+    }
+    return nullptr;
+}
+
 TRemailerDoc* PageSet::documentAt(int index) const {
     VK_ASSERT_TEXT(index >= 0 && index < count(), "index >= 0 && index < TabSet->Tabs->Count",
                    StatsWins4Unit);

@@ -43,9 +43,14 @@ public:
 
     int count() const { return int(m_pages.size()); }
     QString captionAt(int index) const;
+    // The caption as the tab shows it: a stale page says so.
+    QString tabTextAt(int index) const;
     TRemailerDoc* documentAt(int index) const;
     int tabIndexOfPage(const QString& name) const;
     void pageLines(const QString& name, QStringList& lines) const;
+    // The last downloaded page of that name that passed its check, or null:
+    // a refused page must not stand in for the one taken after it.
+    TRemailerDoc* acceptedPage(const QString& name) const;
     int current() const { return m_current; }
     void setCurrent(int index);
     void closeAll();

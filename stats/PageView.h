@@ -38,6 +38,10 @@ public:
     void setReadOnly(bool readOnly) { m_readOnly = readOnly; }
     bool wordWrap() const { return m_wordWrap; }
     void setWordWrap(bool wordWrap) { m_wordWrap = wordWrap; }
+    // A statistics page older than the pinger's last few days: shown, and
+    // marked on its tab, so that nobody takes it for current.
+    bool isStale() const { return m_stale; }
+    void setStale(bool stale) { m_stale = stale; }
 
 signals:
     void linesChanged();
@@ -49,4 +53,5 @@ private:
     // Pages are shown, not edited, and most are tables that must not wrap.
     bool m_readOnly = true;
     bool m_wordWrap = false;
+    bool m_stale = false;
 };

@@ -1,6 +1,7 @@
 #include "RemailerDocs.h"
 
 #include "Global2.h"
+#include "MixKeyring.h"
 
 #include <algorithm>
 #include <initializer_list>
@@ -23,8 +24,11 @@ bool isStatsVersion2(const QStringList& lines) {
 // banner, a note) below the table after one empty line, in its order. Done
 // as one rotation so that long pages cost a single pass. With no such line
 // the lines stay in their order: turning them round fully changes nothing.
-void normaliseStatsPage(PageView& view) {
+// The served order is kept for the page's file.
+void normaliseStatsPage(TRemailerDoc& doc) {
+    PageView& view = *doc.Viewer;
     QStringList& lines = view.lines();
+    doc.Served = lines;
     TrimLeadingBlankLines(lines);
     TrimTrailingBlankLines(lines);
     lines.append(QString());
@@ -113,7 +117,7 @@ bool TRemailerDoc::IsValidPage() {
 TMixMListTxt::TMixMListTxt(const QString& origin, PageView* viewer) : TRemailerDoc(origin, viewer) {
     DocName = QStringLiteral("mlist.txt");
     if (!IsStatsVersion2())
-        normaliseStatsPage(*Viewer);
+        normaliseStatsPage(*this);
 }
 
 bool TMixMListTxt::IsStatsVersion2() const {
@@ -136,7 +140,7 @@ bool TMixMListTxt::IsValidPage() {
 TCpkRListTxt::TCpkRListTxt(const QString& origin, PageView* viewer) : TRemailerDoc(origin, viewer) {
     DocName = QStringLiteral("rlist.txt");
     if (!IsStatsVersion2())
-        normaliseStatsPage(*Viewer);
+        normaliseStatsPage(*this);
 }
 
 bool TCpkRListTxt::IsStatsVersion2() const {
@@ -161,8 +165,9 @@ TMixPubringMix::TMixPubringMix(const QString& origin, PageView* viewer)
     DocName = QStringLiteral("pubring.mix");
 }
 
+// Only a keyring whose every key Mixmaster can use may replace its keyring.
 bool TMixPubringMix::IsValidPage() {
-    return hasMarkerLine(Lines(), QLatin1String("-----Begin Mix Key-----"));
+    return CheckMixKeyring(Lines()).ok();
 }
 
 TMixType2List::TMixType2List(const QString& origin, PageView* viewer)

@@ -4,6 +4,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <optional>
+
 #include "PageView.h"
 
 inline constexpr char RemailerDocsUnit[] = "stats\\RemailerDocs";
@@ -24,6 +26,9 @@ public:
 
     QStringList& Lines() { return Viewer->lines(); }
     const QStringList& Lines() const { return Viewer->lines(); }
+    // What goes into the page's file: the lines as served where the viewer
+    // shows them turned round, otherwise the lines shown.
+    const QStringList& FileLines() const { return Served ? *Served : Lines(); }
 
     virtual bool IsStatsVersion2() const;
     // Stale against the local clock's date; the dated form lets a caller
@@ -38,6 +43,10 @@ public:
     QString Origin;
     QString DocName;
     QString Extra;
+    // A statistics page in the order it was served (barred remailers
+    // removed all the same). Mixmaster reads the type-I remailers from the
+    // top of rlist.txt down to the table, so its file must keep that order.
+    std::optional<QStringList> Served;
 };
 
 // Mixmaster statistics. Version-1 pages are turned so that the

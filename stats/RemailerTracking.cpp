@@ -3,6 +3,8 @@
 #include "PagePaths.h"
 #include "TextFile.h"
 
+#include <QFileInfo>
+
 #include <algorithm>
 
 namespace {
@@ -68,10 +70,20 @@ bool reportChanges(const QString& pageName, const QString& kind, const QStringLi
         ExtractCypherpunkNames(newPage, newNames);
     }
     QString newHeading = QStringLiteral("NEW ") + kind + QStringLiteral(" Remailers:");
-    if (barnew)
-        newHeading += QStringLiteral(" (all barred)");
     const QString deceasedHeading =
         QStringLiteral("DECEASED ") + kind + QStringLiteral(" Remailers:");
+    // With nothing stored there is nothing to compare with: every remailer
+    // looks new, and barring them all would leave Mixmaster none.
+    if (!QFileInfo::exists(PagePath(pageName))) {
+        if (barnew)
+            newHeading +=
+                QStringLiteral(" (none barred: no stored %1 to compare with)").arg(pageName);
+        QStringList notBarred;
+        return AppendRemailerChanges(oldNames, newNames, newHeading, deceasedHeading, report,
+                                     notBarred);
+    }
+    if (barnew)
+        newHeading += QStringLiteral(" (all barred)");
     return AppendRemailerChanges(oldNames, newNames, newHeading, deceasedHeading, report, newbars);
 }
 

@@ -265,7 +265,17 @@ RunOutcome StatsController::unattendedRun() {
         fileUpdate();
     const bool aborted = m_engine.wasCancelled();
     const int last = m_engine.lastResult();
-    if (aborted || (last != 200 && last != 304)) {
+    const bool lastFailed = last != 200 && last != 304;
+    // One page that could not be had does not throw away the ones that
+    // were: they are saved, and the failed page keeps its old file.
+    // Only when nothing at all came does a failed last page still mean
+    // "failed".
+    const bool someFailed = lastFailed || !m_engine.failedPages().isEmpty();
+    m_savedDespiteFailures =
+        !aborted && someFailed && (!lastFailed || PagesWorthSaving(m_pages) > 0);
+    if (m_savedDespiteFailures)
+        savePages();
+    if (aborted || lastFailed) {
         const RunOutcome outcome = aborted ? RunOutcome::Aborted : RunOutcome::Failed;
         if (m_autoMode)
             report(outcome);
@@ -274,7 +284,8 @@ RunOutcome StatsController::unattendedRun() {
             m_frontEnd->setMainVisible(true);
         return outcome;
     }
-    savePages();
+    if (!m_savedDespiteFailures)
+        savePages();
     WaitTicks(m_frontEnd, 600);
     if (m_frontEnd)
         m_frontEnd->setMainVisible(false);
@@ -284,7 +295,15 @@ RunOutcome StatsController::unattendedRun() {
 }
 
 SaveResult StatsController::savePages() {
-    SaveResult result = SavePages(m_frontEnd, m_pages, m_engine.newbars, m_settings.barNew);
+    SaveResult result =
+        SavePages(m_frontEnd, m_pages, m_engine.newbars, m_settings.barNew, m_settings.noStaleSave);
+    // An unattended run in a window must not stop for this notice.
+    if (!result.skipped.isEmpty() && (!m_autoMode || !m_frontEnd || !m_frontEnd->isInteractive()))
+        MsgDlg(m_frontEnd,
+               QStringLiteral("Stale pages not saved (\"Do not save stale pages\"); the old "
+                              "files are kept:\n") +
+                   result.skipped.join(u'\n'),
+               Information, MbOk);
     if (!result.errors.isEmpty())
         MsgDlg(m_frontEnd,
                QStringLiteral("These pages could not be saved; the old files are kept:\n") +

@@ -86,6 +86,8 @@ public:
     // The user picked entry index of the source box: ask, then update.
     void sourceBoxChange(int index);
     RunOutcome unattendedRun();
+    // The last unattended run saved the pages it got although some failed.
+    bool savedDespiteFailures() const { return m_savedDespiteFailures; }
 
     SaveResult savePages();
     const SaveResult& lastSave() const { return m_lastSave; }
@@ -126,5 +128,6 @@ private:
     bool m_saveEnabled = false;
     std::optional<QStringList> m_commandLinePages;
     SaveResult m_lastSave;
+    bool m_savedDespiteFailures = false;
     QByteArray m_barredAtStart;
 };

@@ -89,6 +89,7 @@ MainSettings LoadMainSettings(const IniFile& ini) {
     s.editorFont = ini.readString(Stats, key("editorfont"), DefaultFont("Courier New,9,,"));
     s.dialogFont = ini.readString(Stats, key("dialogfont"), DefaultFont("MS Sans Serif,8,,"));
     s.barNew = ini.readBool(Stats, key("barnew"), false);
+    s.noStaleSave = ini.readBool(Stats, key("nostalesave"), false);
     s.exitLeft = ini.readBool(Stats, key("exitleft"), false);
     s.window = ini.readString(Stats, key("window"), QString());
     return s;
@@ -116,6 +117,7 @@ StatsOptions LoadStatsOptions(const IniFile& ini) {
     o.autoLoad = ini.readBool(Stats, key("autoload"), true);
     o.windowCentered = ini.readBool(Stats, key("windowcentered"), false);
     o.barNew = ini.readBool(Stats, key("barnew"), false);
+    o.noStaleSave = ini.readBool(Stats, key("nostalesave"), false);
     o.cascadeStatsOnly = ini.readBool(Stats, key("cascadestatsonly"), true);
     o.cascade = ini.readBool(Stats, key("cascade"), true);
     o.windowColor = readColor(ini);
@@ -138,7 +140,8 @@ bool SaveStatsOptions(IniFile& ini, const StatsOptions& o) {
            ini.writeString(Stats, key("windowfont"), o.windowFont) &&
            ini.writeString(Stats, key("dialogfont"), o.dialogFont) &&
            ini.writeString(Stats, key("editorfont"), o.editorFont) &&
-           ini.writeInteger(Stats, key("timeoutseconds"), o.timeoutSeconds);
+           ini.writeInteger(Stats, key("timeoutseconds"), o.timeoutSeconds) &&
+           ini.writeBool(Stats, key("nostalesave"), o.noStaleSave);
 }
 
 int TimeoutFromText(const QString& text) {

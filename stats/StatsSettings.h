@@ -43,6 +43,8 @@ struct MainSettings {
     QString editorFont;
     QString dialogFont;
     bool barNew = false;
+    // Stale statistics pages are shown but not written over the stored ones.
+    bool noStaleSave = false;
     bool exitLeft = false;
     QString window;
 };
@@ -68,6 +70,7 @@ struct StatsOptions {
     bool autoLoad = true;
     bool windowCentered = false;
     bool barNew = false;
+    bool noStaleSave = false;
     bool cascadeStatsOnly = true;
     bool cascade = true;
     qint64 windowColor = SystemWindowColor;

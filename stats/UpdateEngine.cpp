@@ -101,6 +101,8 @@ void UpdateEngine::addReplyText(int code) {
         for (const QString& line : std::as_const(m_replyText))
             addStatus(line);
     }
+    for (const QString& line : std::as_const(m_findings.lines))
+        addStatus(line);
 }
 
 void UpdateEngine::addStatus(const QString& line) {
@@ -120,6 +122,8 @@ void UpdateEngine::runUpdate(const QString& source, const QStringList& pages,
     m_advisory = false;
     m_advisoryShown = false;
     m_changes = 0;
+    m_failedPages.clear();
+    m_worrying = false;
     newbars.clear();
     m_timeout = ReadTimeoutSeconds(IniFile(IniFileName()));
     emit runStarted();
@@ -198,14 +202,18 @@ void UpdateEngine::pageLoop(const QString& runSource, const QStringList& pages) 
             WaitTicks(m_frontEnd, 100);
             if (m_cancel)
                 return;
-            appendFeedback(resultWord(code));
+            appendFeedback(resultWord(code) + m_findings.note);
             addReplyText(code);
             if (code == 200) {
                 gotMlist = gotMlist || page == Mlist;
                 gotRlist = gotRlist || page == Rlist;
             }
-            if (code == 200 || code == 304 || !automaticMode || code == -5000 || code == -5001)
+            if (code == 200 || code == 304)
                 break;
+            if (!automaticMode || code == -5000 || code == -5001) {
+                m_failedPages.append(page);
+                break;
+            }
             ++index;
             QString next = sources.sourceNameByIndex(index);
             if (next.toLower() == Velkin)
@@ -214,6 +222,7 @@ void UpdateEngine::pageLoop(const QString& runSource, const QStringList& pages) 
                 addStatus(
                     QStringLiteral("There is something wrong and it is not your stats source!"));
                 addStatus(QStringLiteral("Sorry, I failed completely!"));
+                m_failedPages.append(page);
                 break;
             }
             addStatus(QStringLiteral("next source..."));
@@ -238,6 +247,7 @@ int UpdateEngine::fetchPage(const QString& source, const QString& url, const QSt
         m_http->HTTPGet(m_frontEnd, url, lines, proxySettings, &m_cancel, m_timeout, lastModified);
     m_lastResult = code;
     m_replyText.clear();
+    m_findings = {};
     if (code != 200) {
         m_replyText = lines; // shown below the status line for some errors
         return code;
@@ -248,7 +258,10 @@ int UpdateEngine::fetchPage(const QString& source, const QString& url, const QSt
     if (!doc->IsValidPage()) {
         code = -6000;
         m_lastResult = code;
+        m_findings.lines = RefusalReasons(*doc);
     } else {
+        m_findings = CheckFreshness(*doc, today.isNull() ? QDate::currentDate() : today);
+        m_worrying = m_worrying || m_findings.worrying();
         emit pageAccepted();
     }
     m_pages->addPage(pageName, std::move(doc));
@@ -275,6 +288,8 @@ void UpdateEngine::fetchSuitePages(const QString& suiteSource, const QStringList
         if (m_cancel)
             return;
         appendFeedback(suiteResultWord(code));
+        if (code != 200 && code != 304)
+            m_failedPages.append(page);
         if (code == 200 && page == QStringLiteral("advisory.txt")) {
             QStringList now;
             m_pages->pageLines(page, now);
@@ -286,15 +301,14 @@ void UpdateEngine::fetchSuitePages(const QString& suiteSource, const QStringList
 void UpdateEngine::compareRemailers(bool mlist, bool rlist) {
     QStringList& report = m_status->Lines();
     const qsizetype before = report.size();
-    QStringList page;
-    if (mlist) {
-        m_pages->pageLines(Mlist, page);
-        ReportMixmasterChanges(page, report, barNew, newbars);
-    }
-    if (rlist) {
-        m_pages->pageLines(Rlist, page);
-        ReportCypherpunkChanges(page, report, barNew, newbars);
-    }
+    // After a fall-back the refused page is in the set too; only the page
+    // taken counts.
+    const TRemailerDoc* mix = mlist ? m_pages->acceptedPage(Mlist) : nullptr;
+    const TRemailerDoc* cpk = rlist ? m_pages->acceptedPage(Rlist) : nullptr;
+    if (mix)
+        ReportMixmasterChanges(mix->Lines(), report, barNew, newbars);
+    if (cpk)
+        ReportCypherpunkChanges(cpk->Lines(), report, barNew, newbars);
     m_changes = int(report.size() - before);
     if (m_changes > 0)
         m_status->Viewer->notifyChanged();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "FrontEnd.h"
+#include "PageFreshness.h"
 
 #include <QDateTime>
 #include <QObject>
@@ -39,6 +40,10 @@ public:
     int lastResult() const { return m_lastResult; }
     int changeCount() const { return m_changes; }
     bool advisoryShown() const { return m_advisoryShown; }
+    // Pages of the run that ended without being had, after any fall-back.
+    const QStringList& failedPages() const { return m_failedPages; }
+    // A page taken was stale, or its keyring leaves too few remailers.
+    bool worrying() const { return m_worrying; }
 
     // Run settings, set by the main window or the unattended runner.
     bool automaticMode = false;
@@ -47,6 +52,8 @@ public:
     QStringList proxySettings;
     // Names of remailers seen for the first time, emptied at each run start.
     QStringList newbars;
+    // The day pages and keys are judged by; null means the local clock's.
+    QDate today;
     // Where the main window stands, for the report viewer's placement.
     QPoint windowPosition;
 
@@ -88,4 +95,7 @@ private:
     int m_changes = 0;
     bool m_version2 = false;
     QStringList m_replyText;
+    PageFindings m_findings;
+    QStringList m_failedPages;
+    bool m_worrying = false;
 };

@@ -98,7 +98,7 @@ int main(int argc, char** argv) {
     const qint64 floor = page == QStringLiteral("pubring.mix")
                              ? LinesToBytes(Type2ListLines(doc->Lines())).size()
                              : 0;
-    announce(doc->Lines(), floor);
+    announce(doc->FileLines(), floor);
     pages.addPage(page, std::move(doc));
     const SaveResult result = SavePages(&ui, pages, {}, false);
     if (!result.ok()) {

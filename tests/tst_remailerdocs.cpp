@@ -1,3 +1,4 @@
+#include "MixKeyring.h"
 #include "PageView.h"
 #include "RemailerDocs.h"
 #include "TestData.h"
@@ -78,6 +79,8 @@ private slots:
     void checks();
     void dateRuleUsesLocalClock();
 
+    void mixKeyringCheck_data();
+    void mixKeyringCheck();
     void longPagesTakeOnePass_data();
     void longPagesTakeOnePass();
 
@@ -246,6 +249,35 @@ void TestRemailerDocs::realOtherPage(const QStringList& f) {
     if (name != u"type2.list" && name != u"mlist.txt")
         QCOMPARE(doc->Lines(), raw);
     QVERIFY(!doc->IsOutOfDate(QDate(2099, 1, 1)));
+}
+
+// The cases are files listed in tests/data/keyrings/cases.txt with what the
+// check must make of them.
+void TestRemailerDocs::mixKeyringCheck_data() {
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QString>("expected");
+    const QString folder = QStringLiteral(VK_TESTDATA "/keyrings/");
+    bool ok = false;
+    const QStringList cases = ReadLines(folder + QStringLiteral("cases.txt"), &ok);
+    QVERIFY(ok);
+    for (const QString& line : cases) {
+        if (line.startsWith(u'#') || line.trimmed().isEmpty())
+            continue;
+        const QString file = line.section(QStringLiteral(" | "), 0, 0);
+        QTest::newRow(qPrintable(file)) << folder + file << line.section(QStringLiteral(" | "), 1);
+    }
+}
+
+void TestRemailerDocs::mixKeyringCheck() {
+    QFETCH(QString, file);
+    QFETCH(QString, expected);
+    bool ok = false;
+    const QStringList page = ReadLines(file, &ok);
+    QVERIFY(ok);
+    const MixKeyringCheck check = CheckMixKeyring(page);
+    const QString got = check.ok() ? QStringLiteral("ok %1").arg(check.keys.size()) : check.problem;
+    QCOMPARE(got, expected);
+    QCOMPARE(makeDoc(QStringLiteral("pubring.mix"), page)->IsValidPage(), check.ok());
 }
 
 void TestRemailerDocs::longPagesTakeOnePass_data() {

@@ -47,7 +47,7 @@ void TestStatsOptionsDlg::init() {
 
 void TestStatsOptionsDlg::opensOnGeneralWithStoredValues() {
     TempEnvironment::writeFile(ini(), "[stats]\nwindowcolor=255\ndialogfont=Arial,12,bu,16711680\n"
-                                      "barnew=1\ncascade=0\n");
+                                      "barnew=1\ncascade=0\nnostalesave=1\n");
     TStatsOptionsDlg dialog(nullptr, ini());
     auto* tabs = child<QTabWidget>(&dialog, "PageControl");
     QCOMPARE(tabs->currentIndex(), 0);
@@ -62,6 +62,7 @@ void TestStatsOptionsDlg::opensOnGeneralWithStoredValues() {
     // The dialog's own default for the window font.
     QCOMPARE(child<QLineEdit>(&dialog, "WindowFontName")->text(), QStringLiteral("MS Sans Serif"));
     QVERIFY(child<QCheckBox>(&dialog, "BarNewBox")->isChecked());
+    QVERIFY(child<QCheckBox>(&dialog, "NoStaleSaveBox")->isChecked());
     QVERIFY(!child<QCheckBox>(&dialog, "CascadeBox")->isChecked());
     QCOMPARE(child<QSpinBox>(&dialog, "TimeoutEdit")->minimum(), 0);
     QCOMPARE(child<QSpinBox>(&dialog, "TimeoutEdit")->maximum(), 1000);
@@ -111,7 +112,7 @@ void TestStatsOptionsDlg::savesOnEveryClose() {
              QByteArray("[stats]\nbarnew=0\ncascadestatsonly=1\ncascade=1\nautoload=1\n"
                         "windowcentered=0\nwindowcolor=-2147483643\n"
                         "windowfont=MS Sans Serif,8,,0\ndialogfont=MS Sans Serif,8,,0\n"
-                        "editorfont=Courier New,9,,0\ntimeoutseconds=45\n"));
+                        "editorfont=Courier New,9,,0\ntimeoutseconds=45\nnostalesave=0\n"));
 }
 
 void TestStatsOptionsDlg::hiddenControlsKept() {

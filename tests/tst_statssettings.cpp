@@ -129,7 +129,8 @@ void TestStatsSettings::optionsSaveOrder() {
     QCOMPARE(TempEnvironment::readFile(path()),
              QByteArray("[stats]\nbarnew=0\ncascadestatsonly=1\ncascade=1\nautoload=1\n"
                         "windowcentered=0\nwindowcolor=-2147483643\nwindowfont=A,1,,0\n"
-                        "dialogfont=B,2,b,0\neditorfont=C,3,,255\ntimeoutseconds=45\n"));
+                        "dialogfont=B,2,b,0\neditorfont=C,3,,255\ntimeoutseconds=45\n"
+                        "nostalesave=0\n"));
     const StatsOptions back = LoadStatsOptions(ini);
     QCOMPARE(back.timeoutSeconds, 45);
     QCOMPARE(back.dialogFont, QStringLiteral("B,2,b,0"));

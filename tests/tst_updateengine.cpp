@@ -26,6 +26,7 @@ private slots:
         m_pinger.reset();
         CloseSuiteDataFile();
     }
+    void stalePageMarked();
     void failedPageReportedOnceWithoutFallBack();
     void cancelDuringDownload();
     void unsafeSuitePageNameRefused();
@@ -66,6 +67,22 @@ void TestUpdateEngine::init() {
     QVERIFY(WriteLines(m_env->programFolder() + "urls.txt", lines));
     m_pages = std::make_unique<PageSet>(m_ui.get());
     m_engine = std::make_unique<UpdateEngine>(m_ui.get(), m_pages.get());
+    m_engine->today = QDate(2012, 12, 1); // the served pages are current
+}
+
+// Four days after its last update a statistics page is stale: said on the
+// status page and on its tab, and the run is one to worry about.
+void TestUpdateEngine::stalePageMarked() {
+    m_engine->today = QDate(2012, 12, 4);
+    m_engine->runUpdate("pingerA", {"mlist.txt"}, {});
+    QVERIFY(
+        statusLines().contains("mlist.txt...ok (stale: last update Fri 30 Nov 2012 10:20:00 GMT)"));
+    QCOMPARE(m_pages->tabTextAt(1), QStringLiteral("mlist.txt (stale)"));
+    QVERIFY(m_engine->worrying());
+    m_engine->today = QDate(2012, 12, 3);
+    m_engine->runUpdate("pingerA", {"mlist.txt"}, {});
+    QCOMPARE(m_pages->tabTextAt(1), QStringLiteral("mlist.txt"));
+    QVERIFY(!m_engine->worrying());
 }
 
 void TestUpdateEngine::failedPageReportedOnceWithoutFallBack() {

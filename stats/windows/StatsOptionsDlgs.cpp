@@ -145,6 +145,8 @@ QWidget* TStatsOptionsDlg::makeUpdatesTab() {
     auto* column = new QVBoxLayout(tab);
     m_barNew = new QCheckBox(QStringLiteral("Auto-bar new remailers"), tab);
     m_barNew->setObjectName(QStringLiteral("BarNewBox"));
+    m_noStaleSave = new QCheckBox(QStringLiteral("Do not save stale pages"), tab);
+    m_noStaleSave->setObjectName(QStringLiteral("NoStaleSaveBox"));
     m_cascade =
         new QCheckBox(QStringLiteral("Cascade to next source when primary source fails"), tab);
     m_cascade->setObjectName(QStringLiteral("CascadeBox"));
@@ -158,6 +160,7 @@ QWidget* TStatsOptionsDlg::makeUpdatesTab() {
     m_dailyPubring->setObjectName(QStringLiteral("DailyPubringBox"));
     m_dailyPubring->hide();
     column->addWidget(m_barNew);
+    column->addWidget(m_noStaleSave);
     column->addWidget(m_cascade);
     column->addWidget(m_statsOnly);
     column->addWidget(m_dailyPubring);
@@ -171,6 +174,7 @@ void TStatsOptionsDlg::load() {
     m_centered->setChecked(o.windowCentered);
     m_remember->setChecked(!o.windowCentered);
     m_barNew->setChecked(o.barNew);
+    m_noStaleSave->setChecked(o.noStaleSave);
     m_statsOnly->setChecked(o.cascadeStatsOnly);
     m_cascade->setChecked(o.cascade);
     m_color = o.windowColor;
@@ -188,6 +192,7 @@ StatsOptions TStatsOptionsDlg::options() const {
     o.autoLoad = m_autoLoad->isChecked();
     o.windowCentered = m_centered->isChecked();
     o.barNew = m_barNew->isChecked();
+    o.noStaleSave = m_noStaleSave->isChecked();
     o.cascadeStatsOnly = m_statsOnly->isChecked();
     o.cascade = m_cascade->isChecked();
     o.windowColor = m_color;
@@ -229,5 +234,5 @@ StatsOptionsResult ShowStatsOptions(QWidget* owner) {
     TStatsOptionsDlg dialog(owner, IniFileName());
     dialog.exec();
     const StatsOptions o = dialog.options();
-    return {o.barNew, o.windowColor, o.windowFont, o.dialogFont, o.editorFont};
+    return {o.barNew, o.noStaleSave, o.windowColor, o.windowFont, o.dialogFont, o.editorFont};
 }

@@ -57,6 +57,7 @@ private:
     QRadioButton* m_centered = nullptr;
     QRadioButton* m_remember = nullptr;
     QCheckBox* m_barNew = nullptr;
+    QCheckBox* m_noStaleSave = nullptr;
     QCheckBox* m_cascade = nullptr;
     QCheckBox* m_statsOnly = nullptr;
     QCheckBox* m_dailyPubring = nullptr;
@@ -68,6 +69,7 @@ private:
 // What the main window takes back from the dialog.
 struct StatsOptionsResult {
     bool barNew = false;
+    bool noStaleSave = false;
     qint64 windowColor = SystemWindowColor;
     QString windowFont;
     QString dialogFont;

@@ -7,6 +7,8 @@
 #include "HistoryWins.h"
 #include "IniFile.h"
 #include "KeyringUpdate.h"
+#include "NewMixKeyWins.h"
+#include "NewMixKeys.h"
 #include "PagePaths.h"
 #include "PrntSelPagesDlgs.h"
 #include "RearrangeDlgs.h"
@@ -263,6 +265,9 @@ void TVKStatsWin4::createMenus() {
                 runTool(NymserverKeysCommand(ProgramFolder(), GetMixmasterDir(),
                                              PagePath(QStringLiteral("nymserver.asc"))));
             });
+    KeyringsMenu->addSeparator();
+    connect(addItem(KeyringsMenu, QStringLiteral("New Mixmaster &Keys..."), "KeyringsNewKeysItem"),
+            &QAction::triggered, this, &TVKStatsWin4::SpeedButton1Click);
     connect(KeyringsMenu, &QMenu::aboutToShow, this, &TVKStatsWin4::KeyringsMenuClick);
     // The key tools are not part of this release's menus.
     KeyringsMenu->menuAction()->setVisible(false);
@@ -344,7 +349,8 @@ void TVKStatsWin4::createMenus() {
 
     auto* popup2 = new QMenu(this);
     popup2->setObjectName(QStringLiteral("PopupMenu2"));
-    popup2->addActions(KeyringsMenu->actions());
+    // The three key tools; the new-keys window stays in the menu.
+    popup2->addActions(KeyringsMenu->actions().mid(0, 3));
     popup2->setDefaultAction(KeyringsMenu->actions().first());
     KeyringBtn->setMenu(popup2);
     KeyringBtn->setPopupMode(QToolButton::MenuButtonPopup);
@@ -452,7 +458,7 @@ QPlainTextEdit* TVKStatsWin4::makeView(int index) {
 
 void TVKStatsWin4::pageAdded(int index) {
     Pages->insertWidget(index, makeView(index));
-    TabSet->insertTab(index, m_controller.pages().captionAt(index));
+    TabSet->insertTab(index, m_controller.pages().tabTextAt(index));
     PrintBtn->setEnabled(true);
 }
 
@@ -653,6 +659,7 @@ void TVKStatsWin4::Options1Click() {
     const StatsOptionsResult result = ShowStatsOptions(this);
     MainSettings& s = m_controller.settings();
     s.barNew = result.barNew;
+    s.noStaleSave = result.noStaleSave;
     s.windowColor = result.windowColor;
     s.windowFont = result.windowFont;
     s.dialogFont = result.dialogFont;
@@ -688,6 +695,14 @@ void TVKStatsWin4::KeyringsMenuClick() {
     items[0]->setEnabled(state.mixmaster);
     items[1]->setEnabled(state.cypherpunk);
     items[2]->setEnabled(state.nymservers);
+}
+
+// The newest keys of the open type2.list page.
+void TVKStatsWin4::SpeedButton1Click() {
+    QStringList keys;
+    m_controller.pages().pageLines(QStringLiteral("type2.list"), keys);
+    keys = LastKeyLines(keys);
+    ShowNewMixKeys(this, &keys);
 }
 
 QPlainTextEdit* TVKStatsWin4::ViewerOfTab(int tab) const {

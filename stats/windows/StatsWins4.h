@@ -58,6 +58,7 @@ public:
     void ViewMenuItemClick(QAction* item);
     void FileMenuClick();
     void KeyringsMenuClick();
+    void SpeedButton1Click();
     void RunBtnClick();
     void CancelBtnClick();
     void OkBtnClick();

@@ -1,5 +1,6 @@
 #include "SyntheticPages.h"
 
+#include <QCryptographicHash>
 #include <QtGlobal>
 
 #include <cstdio>
@@ -25,12 +26,11 @@ private:
     quint64 m_state;
 };
 
-const char Base64[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-const char Hex[] = "0123456789abcdef";
-
 QString latin1(const char* text, int length) {
     return QString::fromLatin1(text, length);
 }
+
+const char Base64[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
 QString base64Line(Sequence& random, int length) {
     char line[80] = {};
@@ -40,11 +40,22 @@ QString base64Line(Sequence& random, int length) {
     return latin1(line, length);
 }
 
-QString keyId(Sequence& random) {
-    char id[32] = {};
-    for (char& c : id)
-        c = Hex[random.next() % 16];
-    return latin1(id, 32);
+// A 1024-bit key packet as Mixmaster writes it: the bit length in two
+// bytes, then modulus and exponent. Its id is the MD5 of the two numbers,
+// which is what makes Mixmaster (and the keyring check) take it.
+QByteArray keyPacket(Sequence& random) {
+    QByteArray packet(258, '\0');
+    packet[1] = 4;
+    for (int i = 2; i < 130; ++i)
+        packet[i] = char(random.next() & 0xff);
+    packet[255] = 1;
+    packet[257] = 1;
+    return packet;
+}
+
+QString keyId(const QByteArray& packet) {
+    return QString::fromLatin1(
+        QCryptographicHash::hash(packet.mid(2), QCryptographicHash::Md5).toHex());
 }
 
 // History marks of a statistics row: mostly good, now and then a slow hour.
@@ -109,7 +120,9 @@ QStringList pubringMix(int lineCount) {
     const QString length = QStringLiteral("258");
     Sequence random(2);
     for (int i = 0; i < keys; ++i) {
-        const QString id = keyId(random);
+        const QByteArray packet = keyPacket(random);
+        const QString id = keyId(packet);
+        const QByteArray base64 = packet.toBase64();
         char header[160] = {};
         const int headerLength = std::snprintf(
             header, sizeof header, "r%07d mix@r%07d.example.net %s 2:3.0 CNm 2012-01-08 2013-02-01",
@@ -119,9 +132,8 @@ QStringList pubringMix(int lineCount) {
         lines.append(begin);
         lines.append(id);
         lines.append(length);
-        for (int b = 0; b < Base64LinesPerKey - 1; ++b)
-            lines.append(base64Line(random, 40));
-        lines.append(base64Line(random, 24));
+        for (int b = 0; b < Base64LinesPerKey; ++b)
+            lines.append(QString::fromLatin1(base64.mid(b * 40, 40)));
         lines.append(end);
         lines.append(QString());
     }
