@@ -4,6 +4,7 @@
 #include "PagePaths.h"
 #include "StatsWins4.h"
 #include "TempEnvironment.h"
+#include "TestData.h"
 #include "TestFrontEnd.h"
 #include "UrlsCases.h"
 
@@ -118,7 +119,7 @@ private slots:
     void cleanup();
 
     void rowsMenusAndChoices();
-    void closing_data();
+    void closing_data() { AddTableRows(QStringLiteral("barrems.txt")); }
     void closing();
     void messageCancelUndoes_data();
     void messageCancelUndoes();
@@ -248,47 +249,14 @@ void TestBarRemsDlg::rowsMenusAndChoices() {
     QVERIFY(m_ui.messages.isEmpty());
 }
 
-void TestBarRemsDlg::closing_data() {
-    QTest::addColumn<QByteArray>("before");
-    QTest::addColumn<QStringList>("steps");
-    QTest::addColumn<QString>("closeBy");
-    QTest::addColumn<bool>("result");
-    QTest::addColumn<bool>("told");
-    QTest::addColumn<QByteArray>("after");
-
-    const QStringList barAnon{"anon|&Bar anon"};
-    QTest::newRow("no change, OK: nothing written, nothing said")
-        << Barred << QStringList() << "OkBtn" << false << false << Barred;
-    QTest::newRow("no change, OK, no barred.txt: none made")
-        << Missing << QStringList() << "OkBtn" << false << false << Missing;
-    QTest::newRow("there and back, OK: no change")
-        << Barred << QStringList{"anon|&Bar anon", "anon|Un&bar anon"} << "OkBtn" << false << false
-        << Barred;
-    QTest::newRow("bar, OK: written and told") << Barred << barAnon << "OkBtn" << true << true
-                                               << QByteArray("dizum\nparanoia,last\ngone\nanon\n");
-    QTest::newRow("bar from last, OK: barred.txt made")
-        << Missing << QStringList{"anon|&Bar anon from last"} << "OkBtn" << true << true
-        << QByteArray("anon,last\n");
-    QTest::newRow("several changes, OK")
-        << Barred
-        << QStringList{"gone|Un&bar gone", "dizum|&Bar dizum from last", "paranoia|&Bar paranoia",
-                       "anon|&Bar anon from last"}
-        << "OkBtn" << true << true << QByteArray("dizum,last\nparanoia\nanon,last\n");
-    QTest::newRow("bar, Cancel: nothing written")
-        << Barred << barAnon << "CancelBtn" << false << false << Barred;
-    QTest::newRow("bar, Escape: nothing written")
-        << Barred << barAnon << "escape" << false << false << Barred;
-    QTest::newRow("bar, close box: nothing written")
-        << Barred << barAnon << "close" << false << false << Barred;
-}
-
 void TestBarRemsDlg::closing() {
-    QFETCH(QByteArray, before);
-    QFETCH(QStringList, steps);
-    QFETCH(QString, closeBy);
-    QFETCH(bool, result);
-    QFETCH(bool, told);
-    QFETCH(QByteArray, after);
+    QFETCH(QStringList, f);
+    const QByteArray before = f[1] == "barred" ? Barred : Missing;
+    const QStringList steps = f[2] == u'-' ? QStringList() : f[2].split(" ; ");
+    const QString& closeBy = f[3];
+    const bool result = f[4] == u'1';
+    const bool told = f[5] == u'1';
+    const QByteArray after = f[6] == "as it was" ? before : f[6].toLatin1();
     placeBarred(before);
     QWidget owner;
     QVERIFY(ShowOwner(owner));

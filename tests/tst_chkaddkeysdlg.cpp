@@ -1,5 +1,6 @@
 #include "ChkAddKeysDlgs.h"
 #include "DialogTestSupport.h"
+#include "TestData.h"
 
 #include <QApplication>
 #include <QCheckBox>
@@ -41,7 +42,7 @@ class TestChkAddKeysDlg : public QObject {
     Q_OBJECT
 private slots:
     void okHasFocusAtOpen();
-    void clicksAndClosing_data();
+    void clicksAndClosing_data() { AddTableRows(QStringLiteral("chkaddkeys.txt")); }
     void clicksAndClosing();
     void captionAndFontFromOwner();
 
@@ -70,57 +71,28 @@ void TestChkAddKeysDlg::okHasFocusAtOpen() {
     QCOMPARE(dialog.result(), int(QDialog::Accepted));
 }
 
-void TestChkAddKeysDlg::clicksAndClosing_data() {
-    QTest::addColumn<QList<bool>>("initial");
-    QTest::addColumn<QStringList>("clicks");
-    QTest::addColumn<QString>("closeBy");
-    QTest::addColumn<bool>("ok");
-    QTest::addColumn<QList<bool>>("ticksAfter");
-
-    const QList<bool> mlistOnly{true, false, false, false};
-    QTest::newRow("Ok as shown") << mlistOnly << QStringList() << "OkBtn" << true << mlistOnly;
-    QTest::newRow("Cancel as shown")
-        << mlistOnly << QStringList() << "CancelBtn" << false << mlistOnly;
-    QTest::newRow("tick all three others, Ok")
-        << mlistOnly << QStringList{"PubringMixBox", "RListBox", "PubringAscBox"} << "OkBtn" << true
-        << QList<bool>{true, true, true, true};
-    QTest::newRow("untick mlist.txt, Ok") << mlistOnly << QStringList{"MListBox"} << "OkBtn" << true
-                                          << QList<bool>{false, false, false, false};
-    // Cancel still hands back the boxes as they were left.
-    QTest::newRow("ticks changed, Cancel")
-        << mlistOnly << QStringList{"MListBox", "PubringAscBox"} << "CancelBtn" << false
-        << QList<bool>{false, false, false, true};
-    QTest::newRow("clicked twice, Ok")
-        << mlistOnly << QStringList{"RListBox", "RListBox"} << "OkBtn" << true << mlistOnly;
-    QTest::newRow("close box is Cancel") << mlistOnly << QStringList{"PubringMixBox"} << "close"
-                                         << false << QList<bool>{true, true, false, false};
-    QTest::newRow("Escape is Cancel")
-        << QList<bool>{false, false, true, true} << QStringList{"RListBox"} << "escape" << false
-        << QList<bool>{false, false, false, true};
-}
-
 void TestChkAddKeysDlg::clicksAndClosing() {
-    QFETCH(QList<bool>, initial);
-    QFETCH(QStringList, clicks);
-    QFETCH(QString, closeBy);
-    QFETCH(bool, ok);
-    QFETCH(QList<bool>, ticksAfter);
-
+    QFETCH(QStringList, f);
+    const auto ticksOf = [](const QString& text) {
+        QList<bool> ticks;
+        for (const QChar c : text)
+            ticks.append(c == u'1');
+        return ticks;
+    };
     QWidget owner;
     QVERIFY(ShowOwner(owner));
-
-    Ticks ticks = toTicks(initial);
+    Ticks ticks = toTicks(ticksOf(f[1]));
     QList<bool> shown;
     const bool result = runModal(&owner, QStringLiteral("c"), ticks, [&](TChkAddKeysDlg* dialog) {
         shown = boxStates(*dialog);
-        for (const QString& name : clicks)
+        for (const QString& name : f[2] == u'-' ? QStringList() : f[2].split(u'|'))
             clickBox(dialog->findChild<QCheckBox*>(name));
-        CloseDialogBy(dialog, closeBy);
+        CloseDialogBy(dialog, f[3]);
     });
     QVERIFY(!m_guardFired);
-    QCOMPARE(shown, initial);
-    QCOMPARE(result, ok);
-    QCOMPARE(fromTicks(ticks), ticksAfter);
+    QCOMPARE(shown, ticksOf(f[1]));
+    QCOMPARE(result, f[4] == u'1');
+    QCOMPARE(fromTicks(ticks), ticksOf(f[5]));
 }
 
 void TestChkAddKeysDlg::captionAndFontFromOwner() {

@@ -3,6 +3,7 @@
 #include "Global2Widgets.h"
 #include "RearrangeDlgs.h"
 #include "TempEnvironment.h"
+#include "TestData.h"
 #include "TestFrontEnd.h"
 #include "TextFile.h"
 #include "UrlsCases.h"
@@ -80,10 +81,8 @@ private slots:
     void listsSources_data();
     void listsSources();
     void choosingRowEnablesArrows();
-    void arrows_data();
-    void arrows();
-    void closing_data();
-    void closing();
+    void cases_data() { AddTableRows(QStringLiteral("reorder.txt")); }
+    void cases();
     void cancelKeepsDialogOpen();
     void failedSaveKeepsDialogOpen();
 
@@ -162,116 +161,40 @@ void TestReorderDlg::choosingRowEnablesArrows() {
     }
 }
 
-void TestReorderDlg::arrows_data() {
-    QTest::addColumn<QStringList>("steps");
-    QTest::addColumn<QStringList>("after");
-    QTest::addColumn<int>("selected");
-    QTest::addColumn<bool>("changed");
-    QTest::addColumn<int>("beeps");
-
-    const QStringList abcd{"a", "b", "c", "d"};
-    QTest::newRow("Up in the middle")
-        << QStringList{"select 2", "Up"} << QStringList{"a", "c", "b", "d"} << 1 << true << 0;
-    QTest::newRow("Up at the top beeps, clears the selection, changes nothing")
-        << QStringList{"select 0", "Up"} << abcd << -1 << false << 1;
-    QTest::newRow("Down in the middle")
-        << QStringList{"select 1", "Down"} << QStringList{"a", "c", "b", "d"} << 2 << true << 0;
-    QTest::newRow("Down at the bottom beeps and counts as a change")
-        << QStringList{"select 3", "Down"} << abcd << -1 << true << 1;
-    QTest::newRow("bottom row to the top") << QStringList{"select 3", "Up", "Up", "Up"}
-                                           << QStringList{"d", "a", "b", "c"} << 0 << true << 0;
-    QTest::newRow("top row to the bottom") << QStringList{"select 0", "Down", "Down", "Down"}
-                                           << QStringList{"b", "c", "d", "a"} << 3 << true << 0;
-    QTest::newRow("up and down again")
-        << QStringList{"select 1", "Up", "Down"} << abcd << 1 << true << 0;
-    QTest::newRow("nothing selected: the buttons do nothing")
-        << QStringList{"select 0", "Up", "Up", "Down", "Down"} << abcd << -1 << false << 1;
-    QTest::newRow("through the top and on")
-        << QStringList{"select 1", "Up", "Up", "select 2", "Down"}
-        << QStringList{"b", "a", "d", "c"} << 3 << true << 1;
-}
-
-void TestReorderDlg::arrows() {
-    QFETCH(QStringList, steps);
-    QFETCH(QStringList, after);
-    QFETCH(int, selected);
-    QFETCH(bool, changed);
-    QFETCH(int, beeps);
-    TReorderDlg dialog(nullptr, &m_ui, urlsPath());
-    dialog.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&dialog));
-    play(&dialog, steps);
-    QCOMPARE(rows(dialog), after);
-    QCOMPARE(selectedRow(dialog), selected);
-    QCOMPARE(dialog.changed(), changed);
-    QCOMPARE(m_ui.beeps, beeps);
-    QVERIFY(m_ui.messages.isEmpty());
-    // Nothing is written while the dialog is open.
-    QCOMPARE(TempEnvironment::readFile(urlsPath()), Four);
-}
-
-void TestReorderDlg::closing_data() {
-    QTest::addColumn<QStringList>("steps");
-    QTest::addColumn<QString>("closeBy");
-    QTest::addColumn<int>("answer"); // 0: none queued
-    QTest::addColumn<bool>("asked");
-    QTest::addColumn<bool>("ok");
-    QTest::addColumn<QByteArray>("file");
-
-    const QStringList moved{"select 2", "Up"}; // a c b d
-    const QStringList upAtTop{"select 0", "Up"};
-    const QStringList downAtBottom{"select 3", "Down"};
-
-    QTest::newRow("unchanged, Ok: not rewritten")
-        << QStringList() << "OkBtn" << 0 << false << true << Four;
-    QTest::newRow("unchanged, Cancel")
-        << QStringList() << "CancelBtn" << 0 << false << false << Four;
-    QTest::newRow("Up at the top, Cancel: no question")
-        << upAtTop << "CancelBtn" << 0 << false << false << Four;
-    QTest::newRow("Up at the top, Ok: not rewritten")
-        << upAtTop << "OkBtn" << 0 << false << true << Four;
-    QTest::newRow("moved, Ok writes without asking")
-        << moved << "OkBtn" << 0 << false << true << fourIn("acbd");
-    QTest::newRow("moved, Cancel answered Yes writes")
-        << moved << "CancelBtn" << int(IdYes) << true << false << fourIn("acbd");
-    QTest::newRow("moved, Cancel answered No leaves the file")
-        << moved << "CancelBtn" << int(IdNo) << true << false << Four;
-    QTest::newRow("moved, close box answered No")
-        << moved << "close" << int(IdNo) << true << false << Four;
-    QTest::newRow("moved, Escape answered Yes")
-        << moved << "escape" << int(IdYes) << true << false << fourIn("acbd");
-    QTest::newRow("Down at the bottom, Cancel asks although nothing moved")
-        << downAtBottom << "CancelBtn" << int(IdNo) << true << false << Four;
-    // The order is the same, but the file is written in the program's form.
-    QTest::newRow("Down at the bottom, Ok rewrites")
-        << downAtBottom << "OkBtn" << 0 << false << true << fourIn("abcd");
-}
-
-void TestReorderDlg::closing() {
-    QFETCH(QStringList, steps);
-    QFETCH(QString, closeBy);
-    QFETCH(int, answer);
-    QFETCH(bool, asked);
-    QFETCH(bool, ok);
-    QFETCH(QByteArray, file);
-
+void TestReorderDlg::cases() {
+    QFETCH(QStringList, f);
+    const QStringList steps = f[1] == u'-' ? QStringList() : f[1].split(u'|');
+    if (f[0] == "arrows") {
+        TReorderDlg dialog(nullptr, &m_ui, urlsPath());
+        dialog.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&dialog));
+        play(&dialog, steps);
+        QCOMPARE(rows(dialog).join(u'|'), f[2]);
+        QCOMPARE(selectedRow(dialog), f[3].toInt());
+        QCOMPARE(dialog.changed(), f[4] == u'1');
+        QCOMPARE(m_ui.beeps, f[5].toInt());
+        QVERIFY(m_ui.messages.isEmpty());
+        // Nothing is written while the dialog is open.
+        QCOMPARE(TempEnvironment::readFile(urlsPath()), Four);
+        return;
+    }
     QWidget owner;
     QVERIFY(ShowOwner(owner));
-    if (answer)
-        m_ui.answers = {answer};
+    if (f[3] != u'-')
+        m_ui.answers = {f[3] == "yes" ? int(IdYes) : int(IdNo)};
     bool closedByAction = false;
     const bool result = runModal(&owner, [&](TReorderDlg* dialog) {
         play(dialog, steps);
-        CloseDialogBy(dialog, closeBy);
+        CloseDialogBy(dialog, f[2]);
         closedByAction = !dialog->isVisible();
     });
     QVERIFY(!m_guardFired);
     QVERIFY(closedByAction);
-    QCOMPARE(result, ok);
-    CheckSaveQuestion(m_ui, asked, SaveQuestion);
+    QCOMPARE(result, f[5] == u'1');
+    CheckSaveQuestion(m_ui, f[4] == u'1', SaveQuestion);
     if (QTest::currentTestFailed())
         return;
-    QCOMPARE(TempEnvironment::readFile(urlsPath()), file);
+    QCOMPARE(TempEnvironment::readFile(urlsPath()), f[6] == "as it was" ? Four : fourIn(f[6]));
 }
 
 // Cancel answered Cancel: the dialog stays, with the order as it was, and can

@@ -1,6 +1,7 @@
 #include "DialogTestSupport.h"
 #include "Global2.h"
 #include "TempEnvironment.h"
+#include "TestData.h"
 #include "TestFrontEnd.h"
 #include "UpdateSelectDlgs.h"
 #include "UrlsCases.h"
@@ -101,7 +102,7 @@ private slots:
     void sourceBoxChangeRelists();
     void quickBoxChangeRelists();
     void changeReadsFileAfresh();
-    void selectUpdate_data();
+    void selectUpdate_data() { AddTableRows(QStringLiteral("updateselect.txt")); }
     void selectUpdate();
 
 private:
@@ -224,62 +225,16 @@ void TestUpdateSelectDlg::changeReadsFileAfresh() {
     QCOMPARE(items(dialog.PageListBox), QStringList{"mail2news.txt"});
 }
 
-void TestUpdateSelectDlg::selectUpdate_data() {
-    QTest::addColumn<int>("sourceIndex");
-    QTest::addColumn<QStringList>("ticks");
-    QTest::addColumn<QStringList>("quickTicks");
-    QTest::addColumn<QString>("closeBy");
-    QTest::addColumn<bool>("ok");
-    QTest::addColumn<QString>("source");
-    QTest::addColumn<QStringList>("pages");
-    QTest::addColumn<QString>("quickSource");
-    QTest::addColumn<QStringList>("quickPages");
-
-    QTest::newRow("Update with nothing ticked")
-        << 0 << QStringList() << QStringList() << "OkBtn" << true << "alpha" << QStringList()
-        << "velkin" << QStringList();
-    QTest::newRow("ticks come back in list order")
-        << 0 << QStringList{"rlist.txt", "mlist.txt"}
-        << QStringList{"nymserver.asc", "advisory.txt"} << "OkBtn" << true << "alpha"
-        << QStringList{"mlist.txt", "rlist.txt"} << "velkin"
-        << QStringList{"advisory.txt", "nymserver.asc"};
-    QTest::newRow("type2.list ticked is never returned")
-        << 0 << QStringList{"type2.list", "pubring.mix"} << QStringList() << "OkBtn" << true
-        << "alpha" << QStringList{"pubring.mix"} << "velkin" << QStringList();
-    QTest::newRow("second source")
-        << 1 << QStringList{"pubring.asc"} << QStringList() << "OkBtn" << true << "beta"
-        << QStringList{"pubring.asc"} << "velkin" << QStringList();
-    QTest::newRow("ticked twice is unticked")
-        << 0 << QStringList{"mlist.txt", "mlist.txt", "rlist.txt"} << QStringList() << "OkBtn"
-        << true << "alpha" << QStringList{"rlist.txt"} << "velkin" << QStringList();
-    QTest::newRow("Cancel leaves every output empty")
-        << 1 << QStringList{"rlist.txt"} << QStringList{"urls.txt"} << "CancelBtn" << false
-        << QString() << QStringList() << QString() << QStringList();
-    QTest::newRow("close box is Cancel")
-        << 0 << QStringList{"mlist.txt"} << QStringList() << "close" << false << QString()
-        << QStringList() << QString() << QStringList();
-    QTest::newRow("Escape is Cancel")
-        << 0 << QStringList{"mlist.txt"} << QStringList() << "escape" << false << QString()
-        << QStringList() << QString() << QStringList();
-    QTest::newRow("Enter is Update")
-        << 0 << QStringList{"mlist.txt"} << QStringList() << "enter" << true << "alpha"
-        << QStringList{"mlist.txt"} << "velkin" << QStringList();
-}
-
 void TestUpdateSelectDlg::selectUpdate() {
-    QFETCH(int, sourceIndex);
-    QFETCH(QStringList, ticks);
-    QFETCH(QStringList, quickTicks);
-    QFETCH(QString, closeBy);
-    QFETCH(bool, ok);
-    QFETCH(QString, source);
-    QFETCH(QStringList, pages);
-    QFETCH(QString, quickSource);
-    QFETCH(QStringList, quickPages);
-
+    QFETCH(QStringList, f);
+    const auto list = [](const QString& field) {
+        return field == u'-' ? QStringList() : field.split(u'|');
+    };
+    const auto text = [](const QString& field) {
+        return field == u'-' ? QString() : field;
+    };
     QWidget owner;
     QVERIFY(ShowOwner(owner));
-
     // Left over from an earlier run; cleared whatever the outcome.
     QString outSource = "old";
     QStringList outPages{"old.txt"};
@@ -289,25 +244,25 @@ void TestUpdateSelectDlg::selectUpdate() {
         &owner,
         [&](TUpdateSelectDlg* dialog) {
             dialog->SourceBox->setFocus();
-            for (int i = 0; i < sourceIndex; ++i)
+            for (int i = 0; i < f[1].toInt(); ++i)
                 QTest::keyClick(dialog->SourceBox, Qt::Key_Down);
-            tick(dialog->PageListBox, ticks);
-            tick(dialog->QuickListBox, quickTicks);
-            if (closeBy == "enter") {
+            tick(dialog->PageListBox, list(f[2]));
+            tick(dialog->QuickListBox, list(f[3]));
+            if (f[4] == "enter") {
                 dialog->PageListBox->clearFocus();
                 dialog->OkBtn->setFocus();
                 QTest::keyClick(dialog->OkBtn, Qt::Key_Return);
             } else {
-                CloseDialogBy(dialog, closeBy);
+                CloseDialogBy(dialog, f[4]);
             }
         },
         outSource, outPages, outQuickSource, outQuickPages);
     QVERIFY(!m_guardFired);
-    QCOMPARE(result, ok);
-    QCOMPARE(outSource, source);
-    QCOMPARE(outPages, pages);
-    QCOMPARE(outQuickSource, quickSource);
-    QCOMPARE(outQuickPages, quickPages);
+    QCOMPARE(result, f[5] == u'1');
+    QCOMPARE(outSource, text(f[6]));
+    QCOMPARE(outPages, list(f[7]));
+    QCOMPARE(outQuickSource, text(f[8]));
+    QCOMPARE(outQuickPages, list(f[9]));
 }
 
 QTEST_MAIN(TestUpdateSelectDlg)

@@ -74,14 +74,12 @@ private slots:
     void cleanup();
 
     void controls();
-    void closing_data();
-    void closing();
+    void cases_data() { AddTableRows(QStringLiteral("urldlg.txt")); }
+    void cases();
     void failedSaveKeepsDialogOpen();
     void refreshQuestion_data();
     void refreshQuestion();
     void refreshReplaces();
-    void firstLineCheck_data();
-    void firstLineCheck();
     void reviewedPageCanBeSaved();
     void refreshFails_data();
     void refreshFails();
@@ -92,6 +90,7 @@ private slots:
     void mainWindowMenu();
 
 private:
+    void firstLineCheck(const QByteArray& body, bool accepted);
     QString urlsPath() const { return m_env->programFolder() + "urls.txt"; }
     QString iniPath() const { return m_env->programFolder() + "vkstats.ini"; }
     QString listUrl() const { return m_pinger->url(QStringLiteral("/urls.txt")); }
@@ -153,29 +152,15 @@ void TestURLDlg::controls() {
     QVERIFY(!empty.isModified());
 }
 
-void TestURLDlg::closing_data() {
-    QTest::addColumn<bool>("edit");
-    QTest::addColumn<QString>("how");
-    QTest::addColumn<int>("answer"); // 0: none queued
-    QTest::addColumn<bool>("asked");
-    QTest::addColumn<bool>("saved");
-
-    QTest::newRow("unchanged, OK") << false << "OkBtn" << 0 << false << false;
-    QTest::newRow("unchanged, Cancel") << false << "CancelBtn" << 0 << false << false;
-    QTest::newRow("edited, OK answered Yes") << true << "OkBtn" << int(IdYes) << true << true;
-    QTest::newRow("edited, OK answered No") << true << "OkBtn" << int(IdNo) << true << false;
-    QTest::newRow("edited, Cancel answered Yes")
-        << true << "CancelBtn" << int(IdYes) << true << true;
-    QTest::newRow("edited, Escape answered Yes") << true << "escape" << int(IdYes) << true << true;
-    QTest::newRow("edited, close box answered No") << true << "close" << int(IdNo) << true << false;
-}
-
-void TestURLDlg::closing() {
-    QFETCH(bool, edit);
-    QFETCH(QString, how);
-    QFETCH(int, answer);
-    QFETCH(bool, asked);
-    QFETCH(bool, saved);
+void TestURLDlg::cases() {
+    QFETCH(QStringList, f);
+    if (f[0] == "firstline")
+        return firstLineCheck(f[1].toLatin1(), f[2] == u'1');
+    const bool edit = f[1] == u'1';
+    const QString& how = f[2];
+    const int answer = f[3] == "yes" ? int(IdYes) : f[3] == "no" ? int(IdNo) : 0;
+    const bool asked = f[4] == u'1';
+    const bool saved = f[5] == u'1';
     const QByteArray before = TempEnvironment::readFile(urlsPath());
     const QDateTime stamp = QFileInfo(urlsPath()).lastModified();
     if (answer)
@@ -310,23 +295,7 @@ void TestURLDlg::refreshReplaces() {
              QByteArray("Velkin URLS\n[b]\nmlist.txt http://b.example/mlist.txt\n\n[velkin]\n"));
 }
 
-void TestURLDlg::firstLineCheck_data() {
-    QTest::addColumn<QByteArray>("body");
-    QTest::addColumn<bool>("accepted");
-    QTest::newRow("as written") << QByteArray("velkin urls\n[b]\n") << true;
-    QTest::newRow("capitals and blanks around")
-        << QByteArray("  VELKIN URLS \t\r\n[b]\r\n") << true;
-    QTest::newRow("a word more") << QByteArray("velkin urls list\n[b]\n") << false;
-    QTest::newRow("a letter less") << QByteArray("velkin url\n[b]\n") << false;
-    QTest::newRow("blank line first") << QByteArray("\nvelkin urls\n[b]\n") << false;
-    QTest::newRow("blank inside") << QByteArray("velkin  urls\n[b]\n") << false;
-    QTest::newRow("a web page") << QByteArray("<html><body>moved</body></html>\n") << false;
-    QTest::newRow("empty page") << QByteArray() << false;
-}
-
-void TestURLDlg::firstLineCheck() {
-    QFETCH(QByteArray, body);
-    QFETCH(bool, accepted);
+void TestURLDlg::firstLineCheck(const QByteArray& body, bool accepted) {
     m_pinger->serve("/urls.txt", body);
     const QByteArray before = TempEnvironment::readFile(urlsPath());
     m_ui.answers = {IdYes};
