@@ -41,6 +41,7 @@ const char Usage[] =
     "     ones keep their old files\n"
     "  7  saved, but a statistics page is stale (over 3 days old) or the\n"
     "     keyring leaves fewer than 4 usable Mixmaster remailers\n"
+    "  8  nothing was downloaded: the proxy to use is gone or unusable\n"
     "\n"
     "Environment: VKSTATS_HOME (program folder), MIXPATH (Mixmaster folder).\n";
 

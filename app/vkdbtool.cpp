@@ -6,6 +6,8 @@
 #include <QCommandLineOption>
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QTextStream>
 
@@ -177,12 +179,44 @@ const QCommandLineOption PortOption(QStringLiteral("port"),
 const QCommandLineOption UserOption(QStringLiteral("user"),
                                     QStringLiteral("User name for the proxy (optional)."),
                                     QStringLiteral("USER"));
-const QCommandLineOption PasswordOption(QStringLiteral("password"),
-                                        QStringLiteral("Password for the proxy; needs --user."),
-                                        QStringLiteral("PASSWORD"));
+const QCommandLineOption PasswordFileOption(
+    QStringLiteral("password-file"),
+    QStringLiteral("Read the proxy's password from the first line of FILE, or from standard "
+                   "input when FILE is -; needs --user."),
+    QStringLiteral("FILE"));
+// Refused with a pointer to --password-file: on the command line a password
+// is visible to every local user (ps, /proc).
+const QCommandLineOption PasswordOption = [] {
+    QCommandLineOption option(QStringLiteral("password"), QString(), QStringLiteral("PASSWORD"));
+    option.setFlags(QCommandLineOption::HiddenFromHelp);
+    return option;
+}();
 const QCommandLineOption HiddenOption(QStringLiteral("hidden"),
                                       QStringLiteral("Store the proxy without offering it in "
                                                      "VKstats' proxy list."));
+
+// The data file holds proxy passwords: only its owner may read it.
+bool restrictToOwner(const QString& path) {
+    return QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+}
+
+// The first line of a file, or of standard input for "-", without its line end.
+bool readPassword(const QString& source, QString& password, QString& error) {
+    QFile file;
+    const bool opened = source == QLatin1String("-")
+                            ? file.open(stdin, QIODevice::ReadOnly)
+                            : (file.setFileName(source), file.open(QIODevice::ReadOnly));
+    if (!opened) {
+        error = file.errorString();
+        return false;
+    }
+    // A password is short; a line without end is cut rather than read whole.
+    QByteArray line = file.readLine(64 * 1024);
+    while (line.endsWith('\n') || line.endsWith('\r'))
+        line.chop(1);
+    password = QString::fromUtf8(line);
+    return true;
+}
 
 int runCreate(const QCommandLineParser& parser, const QStringList& args) {
     const QString path = args.at(0);
@@ -194,12 +228,16 @@ int runCreate(const QCommandLineParser& parser, const QStringList& args) {
     const QFileInfo info(path);
     if (info.exists() || info.isSymLink())
         return report(ExitExists, path, QStringLiteral("exists already; create never overwrites"));
+    if (!QDir().mkpath(info.absolutePath()))
+        return report(ExitFailed, info.absolutePath(), QStringLiteral("cannot make the folder"));
     QString error;
     if (!TVKDB::create(path, format.toInt(), &error)) {
         // The library's text names the path already.
         err() << Tool << ": " << printable(error) << Qt::endl;
         return ExitFailed;
     }
+    if (!restrictToOwner(path))
+        return report(ExitFailed, path, QStringLiteral("cannot make it private to its owner"));
     return ExitOk;
 }
 
@@ -222,10 +260,20 @@ int runAddProxy(const QCommandLineParser& parser, const QStringList& args) {
     if (!portOk || entry.port < 1 || entry.port > 65535)
         return usageError(command, QStringLiteral("bad port \"%1\" (use a number from 1 to 65535)")
                                        .arg(parser.value(PortOption)));
-    if (parser.isSet(PasswordOption) && !parser.isSet(UserOption))
-        return usageError(command, QStringLiteral("--password needs --user"));
+    if (parser.isSet(PasswordOption))
+        return usageError(command,
+                          QStringLiteral("--password is not accepted: other users can read "
+                                         "the command line; use --password-file FILE, "
+                                         "or --password-file - for standard input"));
+    if (parser.isSet(PasswordFileOption) && !parser.isSet(UserOption))
+        return usageError(command, QStringLiteral("--password-file needs --user"));
     entry.user = parser.value(UserOption);
-    entry.password = parser.value(PasswordOption);
+    if (parser.isSet(PasswordFileOption)) {
+        const QString source = parser.value(PasswordFileOption);
+        QString error;
+        if (!readPassword(source, entry.password, error))
+            return report(ExitFailed, source, error);
+    }
     entry.hidden = parser.isSet(HiddenOption);
     if (const QString problem = TVKDB::checkProxyEntry(entry); !problem.isEmpty())
         return usageError(command, problem);
@@ -236,6 +284,9 @@ int runAddProxy(const QCommandLineParser& parser, const QStringList& args) {
         return exitCode;
     if (!db->addProxy(entry))
         return reportDatabase(args.at(0), db->error(), db->errorText());
+    if (!entry.password.isEmpty() && !restrictToOwner(args.at(0)))
+        return report(ExitFailed, args.at(0),
+                      QStringLiteral("cannot make it private to its owner"));
     return ExitOk;
 }
 
@@ -358,23 +409,26 @@ const QList<Command>& commands() {
          QStringLiteral("make a new, empty data file"),
          QStringLiteral("Makes a new, empty suite data file. Format 2 keeps one column per\n"
                         "proxy field; format 1 keeps each proxy as one line, as early releases\n"
-                        "of the suite did. An existing file is never overwritten."),
+                        "of the suite did. An existing file is never overwritten. Missing\n"
+                        "folders on the way are made; the file is readable by its owner only."),
          [](QCommandLineParser& p) { p.addOption(FormatOption); },
          runCreate},
         {QStringLiteral("add-proxy"),
          {FileArgument, QStringLiteral("NAME: The name VKstats shows for the proxy; no commas or "
                                        "line breaks. Names are compared ignoring case.")},
          QStringLiteral("FILE NAME --kind http|socks5 --host HOST --port PORT\n"
-                        "           [--user USER --password PASSWORD] [--hidden]"),
+                        "           [--user USER --password-file FILE|-] [--hidden]"),
          QStringLiteral("store a proxy"),
          QStringLiteral("Stores a proxy that VKstats offers for its downloads. For Tor use\n"
                         "--kind socks5 --host 127.0.0.1 --port 9050; a user and password of\n"
                         "their own per proxy make Tor keep that proxy's connections apart.\n"
                         "The user and password are stored percent-encoded, so they may hold\n"
-                        "any character."),
+                        "any character. The password is read from a file or standard input,\n"
+                        "never taken from the command line, and a file holding one is made\n"
+                        "readable by its owner only (mode 0600)."),
          [](QCommandLineParser& p) {
-             p.addOptions(
-                 {KindOption, HostOption, PortOption, UserOption, PasswordOption, HiddenOption});
+             p.addOptions({KindOption, HostOption, PortOption, UserOption, PasswordFileOption,
+                           PasswordOption, HiddenOption});
          },
          runAddProxy},
         {QStringLiteral("list-proxies"),

@@ -49,6 +49,9 @@ constexpr double TargetOverheadPercent = 10.0;
 constexpr int FetchPauseMs = 100;
 constexpr int DocumentPauseMs = 20;
 constexpr int BarredNames = 1000;
+// Pages go side by side over at most as many connections as Qt opens to one
+// server, each kept alive for the next page.
+constexpr int MaxConnections = 6;
 
 // A front end that does not pause: the page work is measured without the
 // window's pauses.
@@ -345,7 +348,7 @@ bool wholeRun(int runs) {
                 line.endsWith(QLatin1String("...ok")) || line.endsWith(QLatin1String("...good"));
         const bool ok = good == pages && engine.changeCount() == 0 && !engine.advisoryShown();
         allOk = allOk && ok;
-        connectionsMet = connectionsMet && connections == 1;
+        connectionsMet = connectionsMet && connections <= MaxConnections;
         const double overhead = ms - pauses;
         std::printf("%5s %10.1f %12.1f %10.1f%% %12d %s\n",
                     i == 0 ? "cold" : qPrintable(QString::number(i)), ms, overhead,
@@ -361,7 +364,7 @@ bool wholeRun(int runs) {
     const bool overheadMet = percent < TargetOverheadPercent;
     std::printf("\nMedian overhead of the warm runs: %.1f ms = %.1f%% of the pauses; < %.0f%% %s\n",
                 median, percent, TargetOverheadPercent, overheadMet ? "met" : "MISSED");
-    std::printf("Connections the pinger accepted per run: 1 kept-alive connection %s\n",
+    std::printf("Connections the pinger accepted per run: <= %d, kept alive %s\n", MaxConnections,
                 connectionsMet ? "met" : "MISSED");
     return overheadMet && connectionsMet && allOk;
 }

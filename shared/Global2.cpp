@@ -120,8 +120,21 @@ bool OpenSuiteDataFile(FrontEnd* owner) {
                NoIcon, MbOk);
         file->failed = true;
     }
-    const int version = GetVKDBVersion(path);
-    if (version == 1)
+    int version = 0;
+    // The suite may be writing to the file just now: wait a little for it.
+    TVKDB::ErrorCode probed = TVKDB::probe(path, &version);
+    for (int tries = 0; probed == TVKDB::ErrorLocked && tries < 2; ++tries) {
+        WaitTicks(owner, 500);
+        probed = TVKDB::probe(path, &version);
+    }
+    if (probed == TVKDB::ErrorLocked) {
+        MsgBox(owner,
+               QStringLiteral("Data file: ") + path +
+                   QStringLiteral(" is in use by another program.\n"
+                                  "Try again when it has finished. Quitting!"),
+               NoIcon, MbOk);
+        file->failed = true;
+    } else if (version == 1)
         file->database = new TVKDB1(path);
     else if (version == 2)
         file->database = new TVKDB2(path);

@@ -12,25 +12,26 @@ struct IniFile::Parsed {
 namespace {
 
 // The section name of a header line, or a null string for any other line.
+// Views, not copies: a huge value line costs one scan, not a copy per look.
 QString sectionOf(const QString& line) {
-    const QString text = line.trimmed();
+    const QStringView text = QStringView(line).trimmed();
     if (!text.startsWith(u'['))
         return {};
     const qsizetype close = text.indexOf(u']');
-    return (close < 0 ? text.mid(1) : text.mid(1, close - 1)).trimmed();
+    return (close < 0 ? text.mid(1) : text.mid(1, close - 1)).trimmed().toString();
 }
 
-bool isComment(const QString& text) {
+bool isComment(QStringView text) {
     return text.startsWith(u';') || text.startsWith(u'#');
 }
 
 // The key of a "key=value" line, or a null string.
 QString keyOf(const QString& line) {
-    const QString text = line.trimmed();
+    const QStringView text = QStringView(line).trimmed();
     if (text.isEmpty() || isComment(text) || text.startsWith(u'['))
         return {};
     const qsizetype eq = text.indexOf(u'=');
-    return eq <= 0 ? QString() : text.left(eq).trimmed();
+    return eq <= 0 ? QString() : text.left(eq).trimmed().toString();
 }
 
 QString valueOf(const QString& line) {
@@ -83,6 +84,47 @@ qsizetype findKey(const QStringList& lines, const Range& range, const QString& k
 
 } // namespace
 
+IniFile::IniFile(QString path) : m_path(std::move(path)) {}
+
+IniFile::~IniFile() = default;
+
+IniFile::Operation::Operation(const IniFile& ini) : m_ini(ini), m_owner(!ini.m_held) {
+    if (m_owner) {
+        m_ini.m_held = std::make_unique<Parsed>(m_ini.parse());
+        m_ini.m_changed = false;
+    }
+}
+
+IniFile::Operation::Operation(IniFile& ini) : Operation(std::as_const(ini)) {
+    m_writable = &ini;
+}
+
+IniFile::Operation::~Operation() {
+    if (m_owner) {
+        m_ini.m_held.reset();
+        m_ini.m_changed = false;
+    }
+}
+
+bool IniFile::Operation::commit() {
+    if (!m_owner || !m_writable || !m_ini.m_changed)
+        return true;
+    m_ini.m_changed = false;
+    return m_writable->save(*m_ini.m_held);
+}
+
+IniFile::Parsed IniFile::current() const {
+    return m_held ? *m_held : parse();
+}
+
+bool IniFile::store(Parsed parsed) {
+    if (!m_held)
+        return save(parsed);
+    *m_held = std::move(parsed);
+    m_changed = true;
+    return true;
+}
+
 IniFile::Parsed IniFile::parse() const {
     Parsed parsed;
     QFile file(m_path);
@@ -116,7 +158,7 @@ bool IniFile::save(const Parsed& parsed) {
 }
 
 QString IniFile::readString(const QString& section, const QString& key, const QString& def) const {
-    const Parsed parsed = parse();
+    const Parsed parsed = current();
     const qsizetype at = findKey(parsed.lines, findSection(parsed.lines, section), key);
     return at < 0 ? def : valueOf(parsed.lines.at(at));
 }
@@ -143,7 +185,7 @@ bool IniFile::readBool(const QString& section, const QString& key, bool def) con
 }
 
 QStringList IniFile::readSectionKeys(const QString& section) const {
-    const Parsed parsed = parse();
+    const Parsed parsed = current();
     const Range range = findSection(parsed.lines, section);
     QStringList keys;
     for (qsizetype i = range.first; i >= 0 && i < range.end; ++i) {
@@ -155,7 +197,7 @@ QStringList IniFile::readSectionKeys(const QString& section) const {
 }
 
 bool IniFile::writeString(const QString& section, const QString& key, const QString& value) {
-    Parsed parsed = parse();
+    Parsed parsed = current();
     QStringList& lines = parsed.lines;
     const QString entry = key + u'=' + value;
     const Range range = findSection(lines, section);
@@ -163,19 +205,19 @@ bool IniFile::writeString(const QString& section, const QString& key, const QStr
         if (!lines.isEmpty() && !lines.constLast().trimmed().isEmpty())
             lines.append(QString());
         lines << u'[' + section + u']' << entry;
-        return save(parsed);
+        return store(std::move(parsed));
     }
     const qsizetype at = findKey(lines, range, key);
     if (at >= 0) {
         lines[at] = entry;
-        return save(parsed);
+        return store(std::move(parsed));
     }
     // A new key goes after the section's last non-blank line.
     qsizetype insertAt = range.end;
     while (insertAt > range.first && lines.at(insertAt - 1).trimmed().isEmpty())
         --insertAt;
     lines.insert(insertAt, entry);
-    return save(parsed);
+    return store(std::move(parsed));
 }
 
 bool IniFile::writeInteger(const QString& section, const QString& key, int value) {
@@ -187,10 +229,10 @@ bool IniFile::writeBool(const QString& section, const QString& key, bool value) 
 }
 
 bool IniFile::deleteKey(const QString& section, const QString& key) {
-    Parsed parsed = parse();
+    Parsed parsed = current();
     const qsizetype at = findKey(parsed.lines, findSection(parsed.lines, section), key);
     if (at < 0)
         return true;
     parsed.lines.removeAt(at);
-    return save(parsed);
+    return store(std::move(parsed));
 }

@@ -3,26 +3,36 @@
 #include <QFile>
 #include <QSaveFile>
 
-QStringList SplitLines(const QString& text) {
+namespace {
+
+// One pass over the text, one string per line: a large page is never held
+// whole a second time on its way into lines.
+template <typename View> QStringList splitLines(View text) {
     QStringList lines;
     qsizetype start = 0;
     const qsizetype n = text.size();
     for (qsizetype i = 0; i < n; ++i) {
-        const QChar c = text.at(i);
+        const auto c = text.at(i).unicode();
         if (c != u'\r' && c != u'\n')
             continue;
-        lines.append(text.mid(start, i - start));
-        if (c == u'\r' && i + 1 < n && text.at(i + 1) == u'\n')
+        lines.append(text.mid(start, i - start).toString());
+        if (c == u'\r' && i + 1 < n && text.at(i + 1).unicode() == u'\n')
             ++i;
         start = i + 1;
     }
     if (start < n)
-        lines.append(text.mid(start));
+        lines.append(text.mid(start).toString());
     return lines;
 }
 
+} // namespace
+
+QStringList SplitLines(const QString& text) {
+    return splitLines(QStringView(text));
+}
+
 QStringList BytesToLines(const QByteArray& bytes) {
-    return SplitLines(QString::fromLatin1(bytes));
+    return splitLines(QLatin1StringView(bytes));
 }
 
 QByteArray LinesToBytes(const QStringList& lines) {

@@ -4,6 +4,8 @@
 #include "PageSet.h"
 #include "StatsController.h"
 
+#include <QCoreApplication>
+
 namespace {
 
 int safeAnswer(int buttons) {
@@ -37,6 +39,10 @@ int HeadlessFrontEnd::showMessage(const QString& text, MsgDlgType type, int butt
 bool HeadlessFrontEnd::askAddKeys(const QString& caption, std::array<bool, 4>&) {
     write(m_err, caption + QStringLiteral(": keeping the ticked pages\n"));
     return true;
+}
+
+void HeadlessFrontEnd::waitTicks(int) {
+    QCoreApplication::processEvents();
 }
 
 void HeadlessFrontEnd::watch(PageSet& pages) {
@@ -94,6 +100,8 @@ int RunHeadless(StatsController& controller, HeadlessFrontEnd& frontEnd,
     controller.closeQuery(controller.settings().window);
     if (outcome == RunOutcome::Aborted)
         return ExitAborted;
+    if (outcome == RunOutcome::NoProxy)
+        return ExitNoProxy;
     if (outcome == RunOutcome::Failed && !controller.savedDespiteFailures())
         return ExitFailed;
     if (!controller.lastSave().ok())

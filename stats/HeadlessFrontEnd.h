@@ -19,6 +19,7 @@ enum ExitStatus {
     ExitNotSaved = 5,
     ExitPartlySaved = 6,
     ExitWorrying = 7,
+    ExitNoProxy = 8,
 };
 
 // The front end of a run without a display: the status page goes to standard
@@ -34,6 +35,9 @@ public:
     int showMessage(const QString& text, MsgDlgType type, int buttons, MsgStyle style) override;
     bool isInteractive() const override { return false; }
     bool askAddKeys(const QString& caption, std::array<bool, 4>& ticks) override;
+    // The pauses are there for a window to repaint; without one, only what
+    // is already pending is handled.
+    void waitTicks(int ms) override;
 
     // Follows every status page a run opens in pages.
     void watch(PageSet& pages);

@@ -6,9 +6,12 @@
 #include <QEventLoop>
 #include <QNetworkReply>
 #include <QNetworkRequest>
+#include <QRandomGenerator>
 #include <QTimer>
 #include <QUrl>
 
+#include <algorithm>
+#include <array>
 #include <memory>
 
 namespace {
@@ -27,12 +30,10 @@ int httpStatus(const QNetworkReply& reply) {
 }
 
 // Transport failures, sorted by what the engine should do next: "no answer"
-// lets an unattended run go on to the next pinger; the others would fail the
-// same way anywhere, so they stop at once.
+// lets an unattended run go on to the next pinger; a pinger that refused or
+// dropped the connection said so at once, and that is reported as it is.
 int codeForError(QNetworkReply::NetworkError error) {
     switch (error) {
-    case QNetworkReply::ConnectionRefusedError:
-    case QNetworkReply::RemoteHostClosedError:
     case QNetworkReply::HostNotFoundError:
     case QNetworkReply::TimeoutError:
     case QNetworkReply::TemporaryNetworkFailureError:
@@ -53,12 +54,47 @@ int codeForError(QNetworkReply::NetworkError error) {
     }
 }
 
+// 128 random bits, as text.
+QString randomWord() {
+    std::array<quint32, 4> words{};
+    QRandomGenerator::system()->fillRange(words.data(), words.size());
+    QString text;
+    for (quint32 word : words)
+        text += QStringLiteral("%1").arg(word, 8, 16, QLatin1Char('0'));
+    return text;
+}
+
+bool isOnion(const QString& host) {
+    QString name = host.toLower();
+    while (name.endsWith(u'.'))
+        name.chop(1);
+    return name.endsWith(QStringLiteral(".onion"));
+}
+
 } // namespace
 
-HttpSession::HttpSession() {
+struct HttpSession::Prefetched {
+    QUrl target;
+    QNetworkProxy proxy;
+    QDateTime since;
+    std::unique_ptr<QNetworkReply> reply;
+};
+
+HttpSession::HttpSession() : m_isolationUser(randomWord()), m_isolationPassword(randomWord()) {
+    startAfresh();
+}
+
+void HttpSession::startAfresh() {
+    if (m_manager)
+        m_retired.push_back(std::move(m_manager));
+    m_manager = std::make_unique<QNetworkAccessManager>();
     // Never the desktop's or the environment's proxy: a Tor user's traffic
     // must go exactly where the chosen proxy setting says.
-    m_manager.setProxy(QNetworkProxy(QNetworkProxy::NoProxy));
+    m_manager->setProxy(QNetworkProxy(QNetworkProxy::NoProxy));
+}
+
+HttpSession::~HttpSession() {
+    dropPrefetched();
 }
 
 bool HttpSession::proxyFromSettings(const QStringList& settings, QNetworkProxy& proxy,
@@ -134,43 +170,20 @@ int HttpSession::HTTPGet(FrontEnd* owner, const QString& url, QStringList& lines
         return code;
     };
 
-    const QUrl target(url.trimmed());
-    if (!target.isValid() || target.host().isEmpty())
-        return fail(HttpCode::LibraryError, QStringLiteral("Not a usable URL: %1").arg(url));
-    // The access manager would also read file: and other schemes; a stats
-    // source must never make the program read local files.
-    const QString scheme = target.scheme();
-    if (scheme != u"http" && scheme != u"https")
-        return fail(HttpCode::LibraryError,
-                    QStringLiteral("Only http and https pages can be fetched: %1").arg(url));
+    QUrl target;
     QNetworkProxy proxy;
-    QString proxyError;
-    if (!proxyFromSettings(proxySettings, proxy, &proxyError))
-        return fail(HttpCode::LibraryError, proxyError);
+    const QString refused = prepare(url, proxySettings, target, proxy);
+    if (!refused.isEmpty())
+        return fail(HttpCode::LibraryError, refused);
     if (cancel && *cancel)
         return fail(HttpCode::TransferError, QStringLiteral("Cancelled"));
     if (timeoutSeconds <= 0)
         timeoutSeconds = DefaultTimeoutSeconds;
     timeoutSeconds = qMin(timeoutSeconds, MaxTimeoutSeconds);
 
-    // Changing the proxy only when it changes keeps the kept-alive
-    // connections of the session.
-    if (!(m_manager.proxy() == proxy))
-        m_manager.setProxy(proxy);
-
-    QNetworkRequest request(target);
-    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
-                         QNetworkRequest::NoLessSafeRedirectPolicy);
-    request.setMaximumRedirectsAllowed(MaxRedirects);
-    // Small pages over one kept-alive HTTP/1.1 connection need nothing more,
-    // and this way the wire looks the same with and without a proxy.
-    request.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
-    if (sentDate.isValid())
-        request.setHeader(QNetworkRequest::IfModifiedSinceHeader, sentDate);
-
     if (owner)
         owner->setProgress(0);
-    const std::unique_ptr<QNetworkReply> reply(m_manager.get(request));
+    const std::unique_ptr<QNetworkReply> reply(adopt(target, proxy, sentDate));
     QEventLoop loop;
     QByteArray body;
     Stop stop = Stop::None;
@@ -201,13 +214,17 @@ int HttpSession::HTTPGet(FrontEnd* owner, const QString& url, QStringList& lines
         }
     };
 
-    QObject::connect(reply.get(), &QNetworkReply::readyRead, &loop, take);
-    QObject::connect(reply.get(), &QNetworkReply::metaDataChanged, &loop, [&] {
+    const auto checkLength = [&] {
         const int status = httpStatus(*reply);
         const QVariant length = reply->header(QNetworkRequest::ContentLengthHeader);
         if (status >= 200 && status < 300 && length.isValid() && length.toLongLong() > m_maxBytes)
             halt(Stop::TooBig);
-    });
+    };
+    QObject::connect(reply.get(), &QNetworkReply::readyRead, &loop, take);
+    QObject::connect(reply.get(), &QNetworkReply::metaDataChanged, &loop, checkLength);
+    // A prefetched transfer may have its headers and part of its body already.
+    checkLength();
+    take();
     QObject::connect(
         reply.get(), &QNetworkReply::downloadProgress, &loop, [&](qint64 received, qint64 total) {
             if (!owner || total <= 0)
@@ -242,6 +259,10 @@ int HttpSession::HTTPGet(FrontEnd* owner, const QString& url, QStringList& lines
     deadline.stop();
     cancelWatch.stop();
     take();
+    // A connection that failed, or that a stopped transfer left behind, is
+    // not trusted with the next page.
+    if (stop != Stop::None || (reply->error() != QNetworkReply::NoError && httpStatus(*reply) == 0))
+        startAfresh();
 
     switch (stop) {
     case Stop::Cancelled:
@@ -302,6 +323,88 @@ int HttpSession::HTTPGet(FrontEnd* owner, const QString& url, QStringList& lines
     // not followed (no Location), or an informational status.
     lines = BytesToLines(body.left(qMin(ErrorPageMaxBytes, m_maxBytes)));
     return fail(HttpCode::HttpError, QStringLiteral("HTTP %1 %2").arg(status).arg(reason));
+}
+
+QString HttpSession::prepare(const QString& url, const QStringList& proxySettings, QUrl& target,
+                             QNetworkProxy& proxy) const {
+    target = QUrl(url.trimmed());
+    if (!target.isValid() || target.host().isEmpty())
+        return QStringLiteral("Not a usable URL: %1").arg(url);
+    // The access manager would also read file: and other schemes; a stats
+    // source must never make the program read local files.
+    const QString scheme = target.scheme();
+    if (scheme != u"http" && scheme != u"https")
+        return QStringLiteral("Only http and https pages can be fetched: %1").arg(url);
+    QString proxyError;
+    if (!proxyFromSettings(proxySettings, proxy, &proxyError))
+        return proxyError;
+    const bool socks = proxy.type() == QNetworkProxy::Socks5Proxy;
+    // Asked for directly, an onion name would go to the local resolver and
+    // tell it which hidden service the user wants.
+    if (!socks && isOnion(target.host()))
+        return QStringLiteral("%1 is an onion address; it can only be reached through a "
+                              "SOCKS5 proxy such as Tor")
+            .arg(target.host());
+    if (socks && proxy.user().isEmpty() && proxy.password().isEmpty()) {
+        proxy.setUser(m_isolationUser);
+        proxy.setPassword(m_isolationPassword);
+    }
+    return {};
+}
+
+QNetworkReply* HttpSession::start(const QUrl& target, const QNetworkProxy& proxy,
+                                  const QDateTime& since) {
+    // Changing the proxy only when it changes keeps the kept-alive
+    // connections of the session.
+    if (!(m_manager->proxy() == proxy))
+        m_manager->setProxy(proxy);
+    QNetworkRequest request(target);
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
+                         QNetworkRequest::NoLessSafeRedirectPolicy);
+    request.setMaximumRedirectsAllowed(MaxRedirects);
+    request.setHeader(QNetworkRequest::UserAgentHeader, QByteArray(RequestHeaders::UserAgent));
+    request.setRawHeader("Accept-Language", RequestHeaders::AcceptLanguage);
+    // Nothing a pinger sets is kept or sent back, so nothing links one
+    // request to another.
+    request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
+    request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
+    if (since.isValid())
+        request.setHeader(QNetworkRequest::IfModifiedSinceHeader, since);
+    return m_manager->get(request);
+}
+
+QNetworkReply* HttpSession::adopt(const QUrl& target, const QNetworkProxy& proxy,
+                                  const QDateTime& since) {
+    const auto match = std::find_if(m_prefetched.begin(), m_prefetched.end(), [&](const auto& p) {
+        return p->target == target && p->proxy == proxy && p->since == since;
+    });
+    if (match == m_prefetched.end())
+        return start(target, proxy, since);
+    QNetworkReply* reply = (*match)->reply.release();
+    m_prefetched.erase(match);
+    return reply;
+}
+
+void HttpSession::prefetch(const QString& url, const QStringList& proxySettings,
+                           const QDateTime& lastModified) {
+    auto entry = std::make_unique<Prefetched>();
+    if (!prepare(url, proxySettings, entry->target, entry->proxy).isEmpty())
+        return;
+    entry->since = lastModified;
+    entry->reply.reset(start(entry->target, entry->proxy, lastModified));
+    // Nobody reads it yet: past the size cap it waits instead of filling
+    // the memory.
+    entry->reply->setReadBufferSize(m_maxBytes + 1);
+    m_prefetched.push_back(std::move(entry));
+}
+
+void HttpSession::dropPrefetched() {
+    std::erase_if(m_prefetched, [](const std::unique_ptr<Prefetched>& entry) {
+        if (entry->reply->isFinished())
+            return false;
+        entry->reply->abort();
+        return true;
+    });
 }
 
 int HTTPGet(FrontEnd* owner, const QString& url, QStringList& lines,

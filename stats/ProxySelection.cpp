@@ -57,14 +57,38 @@ void ProxySelection::warnGone(const QString& name, const char* tail) {
            Warning, MbOk);
 }
 
-void ProxySelection::load(const QString& lastProxy) {
+void ProxySelection::load(const QString& lastProxy, bool unattended) {
+    bool gone = false;
     if (build()) {
         const int found = find(lastProxy);
         m_current = found < 0 ? 0 : found;
         if (found < 0)
             warnGone(lastProxy, "--is no \nlonger present!");
+        gone = found < 0 && !lastProxy.isEmpty();
     }
     choose(m_current);
+    // A user of a proxy (Tor) must never find that pages went out directly
+    // because the proxy's record disappeared: only a person decides that.
+    if (gone && (unattended || !continueWithout()))
+        block({QStringLiteral("The proxy \"%1\" chosen for stats retrieval is no longer present.")
+                   .arg(lastProxy),
+               QStringLiteral("Nothing is downloaded without it. Choose a proxy, or <none>, "
+                              "in the Proxy box.")});
+}
+
+bool ProxySelection::continueWithout() const {
+    return MsgDlg(m_frontEnd,
+                  QStringLiteral("Continue without a proxy?\n\n"
+                                 "Yes: pages are fetched directly, without a proxy.\n"
+                                 "No: nothing is fetched until you choose a proxy."),
+                  Confirm, MbYesNo) == IdYes;
+}
+
+void ProxySelection::block(const QStringList& why) {
+    m_blockReason = why;
+    // Settings that no download can use, so that a caller that forgot to
+    // look at blocked() still sends nothing directly.
+    m_settings = {QStringLiteral("kind=unusable")};
 }
 
 void ProxySelection::choose(int index) {
@@ -74,12 +98,17 @@ void ProxySelection::choose(int index) {
         return;
     m_current = index;
     m_settings.clear();
+    m_blockReason.clear();
     if (index == 0)
         return;
     // A chosen proxy whose record cannot be used must stop the downloads,
     // never let them go out directly: the user asked for a proxy.
     if (!TVKDB::proxyRecordToSettings(m_records.at(index), m_settings))
-        m_settings = {QStringLiteral("kind=unusable")};
+        block({QStringLiteral("The proxy \"%1\" cannot be used: its stored record is "
+                              "incomplete.")
+                   .arg(m_names.at(index)),
+               QStringLiteral("Nothing is downloaded without it. Mend it in the proxy manager, "
+                              "or choose another in the Proxy box.")});
 }
 
 bool ProxySelection::recheck() {

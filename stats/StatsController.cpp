@@ -140,10 +140,12 @@ bool StatsController::checkEnvironment() {
 
 void StatsController::loadSettings() {
     const IniFile ini(IniFileName());
+    const IniFile::Operation reading(ini);
     m_settings = LoadMainSettings(ini);
     m_ticked = m_settings.tickedPages;
     m_proxies.load(ini.readString(QStringLiteral("stats"), QStringLiteral("lastproxy"),
-                                  ProxySelection::noneEntry()));
+                                  ProxySelection::noneEntry()),
+                   m_autoMode);
     fillSources(lastSource());
 }
 
@@ -199,9 +201,21 @@ void StatsController::setSaveEnabled(bool enabled) {
     emit saveEnabledChanged(enabled);
 }
 
+// Held-back downloads: the status page and a message say why, nothing is
+// fetched.
+bool StatsController::refuseWithoutProxy() {
+    if (!m_proxies.blocked())
+        return false;
+    m_engine.refuseRun(m_proxies.blockReason());
+    MsgDlg(m_frontEnd, m_proxies.blockReason().join(u'\n'), Warning, MbOk);
+    return true;
+}
+
 void StatsController::run(const QString& source, const QStringList& pages,
                           const QStringList& suitePages, const QString& suiteSource,
                           UpdateEngine::ReportPlacement placement) {
+    if (refuseWithoutProxy())
+        return;
     m_engine.automaticMode = m_autoMode;
     m_engine.commandLinePages = m_commandLinePages;
     m_engine.barNew = m_settings.barNew;
@@ -259,6 +273,13 @@ void StatsController::sourceBoxChange(int index) {
 }
 
 RunOutcome StatsController::unattendedRun() {
+    if (refuseWithoutProxy()) {
+        report(RunOutcome::Failed);
+        m_autoMode = false;
+        if (m_frontEnd)
+            m_frontEnd->setMainVisible(true);
+        return RunOutcome::NoProxy;
+    }
     if (m_commandLinePages && !m_commandLinePages->isEmpty())
         defaultSourceUpdate();
     else
@@ -289,7 +310,9 @@ RunOutcome StatsController::unattendedRun() {
     WaitTicks(m_frontEnd, 600);
     if (m_frontEnd)
         m_frontEnd->setMainVisible(false);
-    WaitTicks(m_frontEnd, 200);
+    // The window is hidden now: nothing left to repaint, so only what is
+    // pending is handled.
+    WaitTicks(m_frontEnd, 0);
     report(RunOutcome::Done);
     return RunOutcome::Done;
 }

@@ -27,7 +27,9 @@ CommandLine ParseCommandLine(const QStringList& arguments);
 enum class StartResult { Ready, Refused, VersionWritten };
 
 // How an unattended run ended; the values are those broadcast to the suite.
-enum class RunOutcome { Done = 1, Aborted = 2, Failed = 4 };
+// NoProxy (nothing downloaded because the chosen proxy is gone) reaches the
+// suite as Failed.
+enum class RunOutcome { Done = 1, Aborted = 2, Failed = 4, NoProxy = 8 };
 
 // The main window's logic without its widgets: start-up checks, the update
 // commands, saving and closing. The desktop window and the headless runner
@@ -113,6 +115,7 @@ private:
              const QString& suiteSource,
              UpdateEngine::ReportPlacement placement = UpdateEngine::ReportPlacement::Edges);
     void report(RunOutcome outcome);
+    bool refuseWithoutProxy();
 
     FrontEnd* m_frontEnd;
     Broadcast m_broadcast;

@@ -75,6 +75,7 @@ QString MakeWindowRecord(const QString& previous, int state, int placement, cons
 }
 
 MainSettings LoadMainSettings(const IniFile& ini) {
+    const IniFile::Operation reading(ini);
     MainSettings s;
     s.windowColor = readColor(ini);
     s.statsFont = ini.readString(Stats, key("statsfont"), DefaultFont("Courier New,10,,"));
@@ -101,6 +102,7 @@ bool SaveMainSettings(IniFile& ini, const MainSettingsToSave& s) {
         if (s.tickedPages.contains(page))
             ordered.append(page);
     }
+    IniFile::Operation saving(ini);
     return ini.writeString(Stats, key("window"), s.window) &&
            ini.writeString(Stats, key("lastproxy"), s.lastProxy) &&
            ini.writeString(Stats, key("windowcolor"), QString::number(s.windowColor)) &&
@@ -109,10 +111,11 @@ bool SaveMainSettings(IniFile& ini, const MainSettingsToSave& s) {
            ini.writeString(Stats, key("dialogfont"), s.dialogFont) &&
            ini.writeString(Stats, key("pages"), ToCommaText(ordered)) &&
            ini.writeBool(Stats, key("showstatusbar"), s.showStatusBar) &&
-           ini.writeBool(Stats, key("showtoolbar"), s.showToolbar);
+           ini.writeBool(Stats, key("showtoolbar"), s.showToolbar) && saving.commit();
 }
 
 StatsOptions LoadStatsOptions(const IniFile& ini) {
+    const IniFile::Operation reading(ini);
     StatsOptions o;
     o.autoLoad = ini.readBool(Stats, key("autoload"), true);
     o.windowCentered = ini.readBool(Stats, key("windowcentered"), false);
@@ -131,6 +134,7 @@ StatsOptions LoadStatsOptions(const IniFile& ini) {
 }
 
 bool SaveStatsOptions(IniFile& ini, const StatsOptions& o) {
+    IniFile::Operation saving(ini);
     return ini.writeBool(Stats, key("barnew"), o.barNew) &&
            ini.writeBool(Stats, key("cascadestatsonly"), o.cascadeStatsOnly) &&
            ini.writeBool(Stats, key("cascade"), o.cascade) &&
@@ -141,7 +145,7 @@ bool SaveStatsOptions(IniFile& ini, const StatsOptions& o) {
            ini.writeString(Stats, key("dialogfont"), o.dialogFont) &&
            ini.writeString(Stats, key("editorfont"), o.editorFont) &&
            ini.writeInteger(Stats, key("timeoutseconds"), o.timeoutSeconds) &&
-           ini.writeBool(Stats, key("nostalesave"), o.noStaleSave);
+           ini.writeBool(Stats, key("nostalesave"), o.noStaleSave) && saving.commit();
 }
 
 int TimeoutFromText(const QString& text) {

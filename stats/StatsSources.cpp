@@ -101,7 +101,8 @@ QStringList StatsSourceList::markedPages(const QString& source,
     return result;
 }
 
-QString StatsSourceList::urlOfPage(const QString& source, const QString& pageName) const {
+std::optional<QString> StatsSourceList::findUrl(const QString& source,
+                                                const QString& pageName) const {
     const QString key = pageName + Space;
     for (const QString& line : pageLines(source)) {
         // Only the entry is lower-cased, never the page name asked for, so
@@ -109,8 +110,14 @@ QString StatsSourceList::urlOfPage(const QString& source, const QString& pageNam
         if (line.size() >= key.size() && line.left(key.size()).toLower() == key)
             return line.mid(key.size()).trimmed();
     }
-    MsgDlg(m_frontEnd, missingUrlMessage(pageName, source), Warning, MbOk);
     return {};
+}
+
+QString StatsSourceList::urlOfPage(const QString& source, const QString& pageName) const {
+    const std::optional<QString> url = findUrl(source, pageName);
+    if (!url)
+        MsgDlg(m_frontEnd, missingUrlMessage(pageName, source), Warning, MbOk);
+    return url.value_or(QString());
 }
 
 QString StatsSourceList::defaultSource() const {

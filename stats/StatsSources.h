@@ -6,6 +6,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <optional>
+
 // What the main window's source box should show after a fill: the entries in
 // file order and the one to select (-1 only when there are no entries).
 struct SourceBoxContent {
@@ -49,6 +51,8 @@ public:
     // matched against the lower-cased entry, so pass it in lower case. With no
     // entry the user is told and the result is empty.
     QString urlOfPage(const QString& source, const QString& pageName) const;
+    // The same without telling anybody: nothing when there is no entry.
+    std::optional<QString> findUrl(const QString& source, const QString& pageName) const;
 
     // The name in the first header of the file, "[velkin]" included; empty
     // when the file has no section.

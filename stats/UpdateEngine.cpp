@@ -87,19 +87,37 @@ QString UpdateEngine::reportCommandLine(ReportPlacement placement, QPoint window
                       .arg(window.y() + 10);
 }
 
+QString UpdateEngine::serverTextLine(const QString& text) {
+    QString line = text.left(MaxServerLineChars);
+    for (QChar& c : line) {
+        const char16_t u = c.unicode();
+        if ((u < 0x20 && u != u'\t') || (u >= 0x7f && u < 0xa0))
+            c = u'?';
+    }
+    if (text.size() > MaxServerLineChars)
+        line += QStringLiteral("...");
+    return line;
+}
+
 // "http error" and "unknown error" show what the server said, and a
-// rejected version-2 page says why.
+// rejected version-2 page says why; an exception names its reason (a TLS
+// failure says which).
 void UpdateEngine::addReplyText(int code) {
     if (code == -6000 && m_version2) {
         addStatus(QStringLiteral("Wrong stats version. Got version 2. Needed version 1!"));
         addStatus(QStringLiteral("Click 'Help|Pinger Site|all pingers' for all URLs."));
         addStatus(QString());
     }
-    const bool known = code == 200 || code == 304 || code == -5000 || code == -5001 ||
-                       code == -5003 || code == -6000;
-    if (!known) {
-        for (const QString& line : std::as_const(m_replyText))
-            addStatus(line);
+    // -5000 is also a refusal of ours (an onion address without Tor,
+    // unusable proxy settings), so its reason is shown too.
+    const bool known = code == 200 || code == 304 || code == -5003 || code == -6000;
+    if (code == -5000 || code == -5001) {
+        addStatus(serverTextLine(m_http->lastErrorText()));
+    } else if (!known) {
+        for (const QString& line : m_replyText.mid(0, MaxServerLines))
+            addStatus(serverTextLine(line));
+        if (m_replyText.size() > MaxServerLines)
+            addStatus(QStringLiteral("..."));
     }
     for (const QString& line : std::as_const(m_findings.lines))
         addStatus(line);
@@ -132,14 +150,7 @@ void UpdateEngine::runUpdate(const QString& source, const QStringList& pages,
     HttpSession http;
     m_http = &http;
 
-    m_pages->closeAll();
-    auto status =
-        m_pages->makeDocument(QStringLiteral("download"), QStringLiteral("status.txt"), true, {});
-    m_status = status.get();
-    addStatus(QLocale::c().toString(QDateTime::currentDateTime(),
-                                    QStringLiteral("ddd MMM dd hh:mm:ss yyyy")));
-    m_pages->addPage(QStringLiteral("status"), std::move(status));
-    m_pages->setCurrent(0);
+    openStatusPage();
     if (m_frontEnd)
         m_frontEnd->setStatusText(QStringLiteral("downloading pages..."));
 
@@ -156,6 +167,34 @@ void UpdateEngine::runUpdate(const QString& source, const QStringList& pages,
     if (m_advisory)
         showAdvisory();
     m_http = nullptr;
+    m_running = false;
+    emit runFinished();
+}
+
+void UpdateEngine::openStatusPage() {
+    m_pages->closeAll();
+    auto status =
+        m_pages->makeDocument(QStringLiteral("download"), QStringLiteral("status.txt"), true, {});
+    m_status = status.get();
+    addStatus(QLocale::c().toString(QDateTime::currentDateTime(),
+                                    QStringLiteral("ddd MMM dd hh:mm:ss yyyy")));
+    m_pages->addPage(QStringLiteral("status"), std::move(status));
+    m_pages->setCurrent(0);
+}
+
+void UpdateEngine::refuseRun(const QStringList& why) {
+    m_running = true;
+    m_cancel = false;
+    m_aborted = false;
+    m_changes = 0;
+    newbars.clear();
+    emit runStarted();
+    openStatusPage();
+    for (const QString& line : why)
+        addStatus(line);
+    m_lastResult = RefusedResult;
+    if (m_frontEnd)
+        m_frontEnd->setStatusText(QStringLiteral("Nothing downloaded: no proxy"));
     m_running = false;
     emit runFinished();
 }
@@ -183,6 +222,7 @@ void UpdateEngine::pageLoop(const QString& runSource, const QStringList& pages) 
     bool gotMlist = false;
     bool gotRlist = false;
     StatsSourceList sources(ProgramFolder() + QStringLiteral("urls.txt"), m_frontEnd);
+    prefetch(sources, runSource, pages);
     for (const QString& page : pages) {
         if (m_cancel)
             break;
@@ -208,6 +248,8 @@ void UpdateEngine::pageLoop(const QString& runSource, const QStringList& pages) 
                 gotMlist = gotMlist || page == Mlist;
                 gotRlist = gotRlist || page == Rlist;
             }
+            if (code != 200 && code != 304)
+                m_http->dropPrefetched(); // from here on, one page after the other
             if (code == 200 || code == 304)
                 break;
             if (!automaticMode || code == -5000 || code == -5001) {
@@ -239,9 +281,7 @@ void UpdateEngine::pageLoop(const QString& runSource, const QStringList& pages) 
 
 int UpdateEngine::fetchPage(const QString& source, const QString& url, const QString& pageName,
                             bool firstTry) {
-    QDateTime lastModified;
-    if (automaticMode && firstTry && !commandLinePages)
-        lastModified = QDateTime::fromString(storedDate(pageName), Qt::ISODate);
+    QDateTime lastModified = dateToSend(pageName, firstTry);
     QStringList lines;
     int code =
         m_http->HTTPGet(m_frontEnd, url, lines, proxySettings, &m_cancel, m_timeout, lastModified);
@@ -249,7 +289,8 @@ int UpdateEngine::fetchPage(const QString& source, const QString& url, const QSt
     m_replyText.clear();
     m_findings = {};
     if (code != 200) {
-        m_replyText = lines; // shown below the status line for some errors
+        // shown below the status line for some errors
+        m_replyText = lines;
         return code;
     }
     m_version2 = !lines.isEmpty() && lines.first().startsWith(QStringLiteral("Stats-Version: 2.0"));
@@ -270,6 +311,7 @@ int UpdateEngine::fetchPage(const QString& source, const QString& url, const QSt
 
 void UpdateEngine::fetchSuitePages(const QString& suiteSource, const QStringList& pages) {
     StatsSourceList sources(ProgramFolder() + QStringLiteral("urls.txt"), m_frontEnd);
+    prefetch(sources, suiteSource, pages);
     for (const QString& page : pages) {
         if (m_cancel)
             return;
@@ -295,6 +337,26 @@ void UpdateEngine::fetchSuitePages(const QString& suiteSource, const QStringList
             m_pages->pageLines(page, now);
             m_advisory = now != before;
         }
+    }
+}
+
+QDateTime UpdateEngine::dateToSend(const QString& pageName, bool firstTry) const {
+    if (automaticMode && firstTry && !commandLinePages)
+        return QDateTime::fromString(storedDate(pageName), Qt::ISODate);
+    return {};
+}
+
+// Starts the source's pages together, so that they travel side by side; the
+// loops still take them one at a time, in order, so the status page reads
+// as before.
+void UpdateEngine::prefetch(const StatsSourceList& sources, const QString& source,
+                            const QStringList& pages) {
+    for (const QString& page : pages) {
+        if (!IsSafePageName(page))
+            continue;
+        const std::optional<QString> url = sources.findUrl(source, page);
+        if (url)
+            m_http->prefetch(*url, proxySettings, dateToSend(page, true));
     }
 }
 
@@ -333,6 +395,8 @@ void UpdateEngine::showAdvisory() {
     });
     TrimLeadingBlankLines(lines);
     TrimTrailingBlankLines(lines);
+    for (QString& line : lines)
+        line = serverTextLine(line);
     m_advisoryShown = true;
     MsgDlg(m_frontEnd, lines.join(u'\n'), Information, MbOk);
 }

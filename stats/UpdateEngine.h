@@ -12,6 +12,7 @@
 
 class HttpSession;
 class PageSet;
+class StatsSourceList;
 class TRemailerDoc;
 
 // One update run: downloads a source's pages, checks each through its
@@ -31,6 +32,10 @@ public:
     void runUpdate(const QString& source, const QStringList& pages, const QStringList& suitePages,
                    const QString& suiteSource = QStringLiteral("velkin"),
                    ReportPlacement placement = ReportPlacement::Edges);
+    // A run that may not download (its proxy is gone): the status page says
+    // why and nothing is fetched; the last result is then RefusedResult.
+    void refuseRun(const QStringList& why);
+    static constexpr int RefusedResult = -7000;
     void cancel() { m_cancel = true; }
 
     bool isRunning() const { return m_running; }
@@ -60,6 +65,11 @@ public:
     static QString resultWord(int code);
     static QString suiteResultWord(int code);
     static QString reportCommandLine(ReportPlacement placement, QPoint windowPosition);
+    // Text a server sent, made fit for the status page, a terminal and the
+    // report: control characters (tab aside) become '?', the line is capped.
+    static QString serverTextLine(const QString& text);
+    static constexpr qsizetype MaxServerLineChars = 200;
+    static constexpr qsizetype MaxServerLines = 40;
 
 signals:
     void runStarted();
@@ -73,8 +83,11 @@ private:
     int fetchPage(const QString& source, const QString& url, const QString& pageName,
                   bool firstTry);
     QString lookUpUrl(const QString& source, const QString& pageName, bool* stop);
+    QDateTime dateToSend(const QString& pageName, bool firstTry) const;
+    void prefetch(const StatsSourceList& sources, const QString& source, const QStringList& pages);
     void addStatus(const QString& line);
     void addReplyText(int code);
+    void openStatusPage();
     void appendFeedback(const QString& text);
     void compareRemailers(bool mlist, bool rlist);
     void writeReport(ReportPlacement placement);

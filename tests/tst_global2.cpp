@@ -8,6 +8,8 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QSqlDatabase>
+#include <QSqlQuery>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
@@ -20,6 +22,7 @@ private slots:
     void encryptedDataFile();
     void openSuiteDataFile_data();
     void openSuiteDataFile();
+    void lockedDataFile();
     void msgDlgWaitTicksRunProgram();
 };
 
@@ -137,6 +140,32 @@ void TestGlobal2::openSuiteDataFile() {
     QCOMPARE(TheSuiteDataFile()->owner, &ui);
     QCOMPARE(TheSuiteDataFile()->database->version(), 2);
     CloseSuiteDataFile();
+}
+
+// Held by the suite: said so, after a few seconds' wait.
+void TestGlobal2::lockedDataFile() {
+    TempEnvironment env;
+    const QString path = env.programFolder() + "vk.dbc";
+    QString error;
+    QVERIFY(TVKDB::create(path, 2, &error));
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), "holder");
+        db.setDatabaseName(path);
+        QVERIFY(db.open());
+        QVERIFY(QSqlQuery(db).exec(QStringLiteral("BEGIN EXCLUSIVE")));
+        TestFrontEnd ui;
+        QElapsedTimer clock;
+        clock.start();
+        QVERIFY(!OpenSuiteDataFile(&ui));
+        QVERIFY2(clock.elapsed() >= 3000, qPrintable(QString::number(clock.elapsed())));
+        QCOMPARE(ui.messageTexts(), QStringList{"Data file: " + path +
+                                                " is in use by another program.\n"
+                                                "Try again when it has finished. Quitting!"});
+        QCOMPARE(ui.messages.first().type, NoIcon);
+        db.close();
+    }
+    QSqlDatabase::removeDatabase("holder");
+    QCOMPARE(TheSuiteDataFile(), nullptr);
 }
 
 void TestGlobal2::msgDlgWaitTicksRunProgram() {

@@ -2,7 +2,9 @@
 #include "HeadlessFrontEnd.h"
 #include "PageSet.h"
 
+#include <QElapsedTimer>
 #include <QTest>
+#include <QTimer>
 
 #include <cstdio>
 
@@ -28,6 +30,7 @@ private slots:
     void init();
     void cleanup();
     void messageBreaksOpenLine();
+    void pausesOnlyHandlePendingEvents();
 
 private:
     std::FILE* m_out = nullptr;
@@ -59,6 +62,19 @@ void TestHeadlessFrontEnd::messageBreaksOpenLine() {
     ui.finish();
     QCOMPARE(contents(m_out), QByteArray("rlist.txt...\ntimed out\nnext source...\n"));
     QCOMPARE(contents(m_err), QByteArray("Warning: no URL\n"));
+}
+
+// Without a window nothing repaints: a pause handles what is pending and
+// returns, however long it was asked to be.
+void TestHeadlessFrontEnd::pausesOnlyHandlePendingEvents() {
+    HeadlessFrontEnd frontEnd(m_out, m_err);
+    bool handled = false;
+    QTimer::singleShot(0, this, [&] { handled = true; });
+    QElapsedTimer clock;
+    clock.start();
+    WaitTicks(&frontEnd, 60000);
+    QVERIFY(handled);
+    QVERIFY2(clock.elapsed() < 30000, qPrintable(QString::number(clock.elapsed())));
 }
 
 QTEST_MAIN(TestHeadlessFrontEnd)

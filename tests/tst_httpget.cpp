@@ -8,6 +8,7 @@
 
 #include <QElapsedTimer>
 #include <QFile>
+#include <QHash>
 #include <QHostInfo>
 #include <QScopeGuard>
 #include <QSslCertificate>
@@ -15,6 +16,7 @@
 #include <QSslKey>
 #include <QSslSocket>
 #include <QTcpServer>
+#include <QTcpSocket>
 #include <QTest>
 #include <QTimeZone>
 #include <QTimer>
@@ -99,7 +101,96 @@ TestPinger::Route dripRoute(const QByteArray& body, int bytes, int intervalMs) {
     return route;
 }
 
+const QString OnionUrl = QStringLiteral(
+    "http://vkstatsxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx.onion/mlist.txt");
+
+// A SOCKS5 server that notes what it is asked (credentials, address type,
+// host name) and answers that the host cannot be reached: it shows what a
+// fetch hands to Tor, and that no name was looked up before.
+class SocksRecorder : public QTcpServer {
+public:
+    struct Ask {
+        QByteArray user;
+        QByteArray password;
+        int addressType = 0;
+        QByteArray host;
+    };
+    QList<Ask> asks;
+
+    SocksRecorder() {
+        listen(QHostAddress::LocalHost, 0);
+        connect(this, &QTcpServer::newConnection, this, [this] {
+            while (QTcpSocket* socket = nextPendingConnection())
+                connect(socket, &QTcpSocket::readyRead, this, [this, socket] { step(socket); });
+        });
+    }
+
+private:
+    struct Talk {
+        QByteArray in;
+        int stage = 0;
+        Ask ask;
+    };
+    QHash<QTcpSocket*, Talk> m_talks;
+
+    void step(QTcpSocket* socket) {
+        Talk& talk = m_talks[socket];
+        talk.in += socket->readAll();
+        for (qsizetype used = consume(socket, talk); used > 0; used = consume(socket, talk))
+            talk.in.remove(0, used);
+    }
+
+    // Answers one whole message of the talk's stage and returns its size;
+    // 0 while more bytes are needed.
+    qsizetype consume(QTcpSocket* socket, Talk& talk) {
+        const QByteArray& in = talk.in;
+        const auto byte = [&](qsizetype i) {
+            return i < in.size() ? int(quint8(in[i])) : -1;
+        };
+        switch (talk.stage) {
+        case 0: { // version, method count, methods: user/password when offered
+            const int count = byte(1);
+            if (count < 0 || in.size() < 2 + count)
+                return 0;
+            const bool password = in.mid(2, count).contains('\x02');
+            socket->write(password ? "\x05\x02" : "\x05\x00", 2);
+            talk.stage = password ? 1 : 2;
+            return 2 + count;
+        }
+        case 1: { // version, length, user, length, password
+            const int userLength = byte(1);
+            const int passwordLength = userLength < 0 ? -1 : byte(2 + userLength);
+            if (passwordLength < 0 || in.size() < 3 + userLength + passwordLength)
+                return 0;
+            talk.ask.user = in.mid(2, userLength);
+            talk.ask.password = in.mid(3 + userLength, passwordLength);
+            socket->write("\x01\x00", 2);
+            talk.stage = 2;
+            return 3 + userLength + passwordLength;
+        }
+        case 2: { // version, command, reserved, address type, address, port
+            const int type = byte(3);
+            const int nameLength = byte(4);
+            const qsizetype size = type == 3 ? 5 + nameLength + 2 : type == 1 ? 10 : 22;
+            if (type < 0 || nameLength < 0 || in.size() < size)
+                return 0;
+            talk.ask.addressType = type;
+            talk.ask.host = type == 3 ? in.mid(5, nameLength) : QByteArray();
+            asks.append(talk.ask);
+            socket->write("\x05\x04\x00\x01\x00\x00\x00\x00\x00\x00", 10);
+            socket->disconnectFromHost();
+            talk.stage = 3;
+            return 0;
+        }
+        default:
+            return 0;
+        }
+    }
+};
+
 } // namespace
+
+Q_DECLARE_METATYPE(TestPinger::Route)
 
 class TestHttpGet : public QObject {
     Q_OBJECT
@@ -116,6 +207,9 @@ private slots:
     void failures();
     void sizeCap_data();
     void sizeCap();
+    void hostileThenHealthy_data();
+    void hostileThenHealthy();
+    void requestsSayNothingAboutTheUser();
     void cancel();
     void reportsProgress();
     void oneSessionOneConnection();
@@ -125,6 +219,8 @@ private slots:
     void https();
     void throughTinyproxy();
     void throughMicrosocks();
+    void socksGetsNamesAndRunCredentials();
+    void prefetchedPagesTakenOver();
     // Last: once the application has been told to quit, no event loop of
     // this process runs again.
     void applicationQuitEndsFetch();
@@ -342,20 +438,20 @@ void TestHttpGet::failures_data() {
     reset.mode = Mode::ResetMidway;
     reset.body = linesOfSize(64 * 1024);
     m_pinger.setRoute(QStringLiteral("/reset"), reset);
-    row("connection reset in the body", url("/reset"), 2, HttpCode::TimedOut);
+    row("connection reset in the body", url("/reset"), 2, HttpCode::TransferError);
     // Qt's HTTP client drops a connection that does not answer in HTTP and
-    // reports it as closed: to the engine it is a pinger that gave no answer.
+    // reports it as closed.
     route("/garbage", Mode::Garbage);
-    row("garbage instead of HTTP", url("/garbage"), 2, HttpCode::TimedOut);
+    row("garbage instead of HTTP", url("/garbage"), 2, HttpCode::TransferError);
     TestPinger::Route noise;
     noise.mode = Mode::Garbage;
     noise.keepOpen = true;
     m_pinger.setRoute(QStringLiteral("/garbage-open"), noise);
-    row("garbage, connection left open", url("/garbage-open"), 1, HttpCode::TimedOut);
+    row("garbage, connection left open", url("/garbage-open"), 1, HttpCode::TransferError);
 
     const quint16 closed = closedPort();
     row("connection refused", QStringLiteral("http://127.0.0.1:%1/page").arg(closed), 2,
-        HttpCode::TimedOut, {}, false);
+        HttpCode::TransferError, {}, false);
 
     // Redirects: up to five are followed, relative or absolute.
     m_pinger.serve(QStringLiteral("/r0"), "arrived\n");
@@ -377,8 +473,12 @@ void TestHttpGet::failures_data() {
     misuse("file scheme", QStringLiteral("file:///etc/hostname"), {});
     misuse("unusable proxy settings", url("/page"),
            settingsFor(QStringLiteral("gopher"), m_pinger.port()));
+    // An onion name must never reach the local resolver.
+    misuse("onion address without a proxy", OnionUrl, {});
+    misuse("onion address through an HTTP proxy", OnionUrl,
+           settingsFor(QStringLiteral("http"), m_pinger.port()));
 
-    row("HTTP proxy unreachable", url("/page"), 2, HttpCode::TimedOut, {}, false,
+    row("HTTP proxy unreachable", url("/page"), 2, HttpCode::TransferError, {}, false,
         settingsFor(QStringLiteral("http"), closed));
     row("SOCKS5 proxy unreachable", url("/page"), 2, HttpCode::TimedOut, {}, false,
         settingsFor(QStringLiteral("socks5"), closed));
@@ -413,6 +513,80 @@ void TestHttpGet::failures() {
         QVERIFY(session.lastErrorText().isEmpty());
     if (expected != HttpCode::Ok && expected != HttpCode::NotModified)
         QVERIFY(!got.lastModified.isValid());
+}
+
+// A pinger that misbehaves costs its own page and nothing more: the answer
+// comes within the time-out, and the next page, from the same pinger or
+// another, comes as if nothing had happened.
+void TestHttpGet::hostileThenHealthy_data() {
+    QTest::addColumn<TestPinger::Route>("route");
+    QTest::addColumn<int>("timeout");
+    QTest::addColumn<int>("expected");
+    QTest::addColumn<qint64>("withinMs");
+
+    using Mode = TestPinger::Mode;
+    const auto row = [](const char* tag, Mode mode, int timeout, int expected, qint64 withinMs) {
+        TestPinger::Route route;
+        route.mode = mode;
+        route.body = linesOfSize(64 * 1024);
+        QTest::newRow(tag) << route << timeout << expected << withinMs;
+    };
+    row("header flood", Mode::HeaderFlood, 3, HttpCode::TimedOut, 3000 + SlackMs);
+    row("endless header line", Mode::EndlessHeaderLine, 3, HttpCode::TimedOut, 3000 + SlackMs);
+    row("never answers", Mode::Silent, 1, HttpCode::TimedOut, 1000 + SlackMs);
+    row("connection reset in the body", Mode::ResetMidway, 30, HttpCode::TransferError, 2000);
+}
+
+void TestHttpGet::hostileThenHealthy() {
+    QFETCH(TestPinger::Route, route);
+    QFETCH(int, timeout);
+    QFETCH(int, expected);
+    QFETCH(qint64, withinMs);
+
+    TestPinger other;
+    QVERIFY(other.listen());
+    other.serve(QStringLiteral("/next"), "next page\n");
+    m_pinger.serve(QStringLiteral("/next"), "next page\n");
+    m_pinger.setRoute(QStringLiteral("/hostile"), route);
+    HttpSession session;
+    Fetch got = fetch(session, m_pinger.url(QStringLiteral("/hostile")), {}, timeout);
+    QVERIFY2(got.code == expected,
+             qPrintable(QStringLiteral("got %1 (%2)").arg(got.code).arg(session.lastErrorText())));
+    QVERIFY2(got.elapsedMs < withinMs, qPrintable(QStringLiteral("took %1 ms").arg(got.elapsedMs)));
+    for (TestPinger* pinger : {&m_pinger, &other}) {
+        got = fetch(session, pinger->url(QStringLiteral("/next")), {}, 2);
+        QVERIFY2(got.code == HttpCode::Ok,
+                 qPrintable(QStringLiteral("%1 (%2)").arg(got.code).arg(session.lastErrorText())));
+        QCOMPARE(got.lines, QStringList{QStringLiteral("next page")});
+    }
+}
+
+// Every request carries the same fixed headers, whatever the desktop's
+// language, and a cookie a pinger sets is never sent back.
+void TestHttpGet::requestsSayNothingAboutTheUser() {
+    TestPinger::Route cookie;
+    cookie.body = "page\n";
+    cookie.headers.append(TestPinger::Header{"Set-Cookie", "visitor=42; Path=/"});
+    m_pinger.setRoute(QStringLiteral("/cookie"), cookie);
+    m_pinger.serve(QStringLiteral("/page"), "page\n");
+    m_pinger.clearLog();
+    HttpSession session;
+    QCOMPARE(fetch(session, m_pinger.url(QStringLiteral("/cookie"))).code, HttpCode::Ok);
+    QCOMPARE(fetch(session, m_pinger.url(QStringLiteral("/page")), {}, 2, PageDate).code,
+             HttpCode::Ok);
+    const QList<TestPinger::Request> requests = m_pinger.requests();
+    QCOMPARE(requests.size(), 2);
+    for (const TestPinger::Request& request : requests) {
+        QStringList names;
+        for (const TestPinger::Header& header : request.headers)
+            names << QString::fromLatin1(header.first);
+        names.removeAll(QStringLiteral("If-Modified-Since"));
+        names.sort();
+        QCOMPARE(names, (QStringList{"Accept-Encoding", "Accept-Language", "Connection", "Host",
+                                     "User-Agent"}));
+        QCOMPARE(request.header("User-Agent"), QByteArray("VKstats/" VKSTATS_VERSION));
+        QCOMPARE(request.header("Accept-Language"), QByteArray("en"));
+    }
 }
 
 void TestHttpGet::sizeCap_data() {
@@ -649,7 +823,7 @@ void TestHttpGet::throughTinyproxy() {
     HttpSession session;
     const Fetch got =
         fetch(session, m_pinger.url(QStringLiteral("/via-http")), proxy.settings(), 2);
-    QCOMPARE(got.code, HttpCode::TimedOut);
+    QCOMPARE(got.code, HttpCode::TransferError);
     QVERIFY(m_pinger.requests().isEmpty());
 }
 
@@ -705,10 +879,10 @@ void TestHttpGet::throughMicrosocks() {
         qInfo("localhost is not 127.0.0.1 first here; the host name check is left out");
     }
 
-    // Through the proxy to a port where nothing listens: no answer.
+    // Through the proxy to a port where nothing listens: refused, said at once.
     got = fetch(session, QStringLiteral("http://127.0.0.1:%1/x").arg(closedPort()),
                 proxy.settings(), 2);
-    QCOMPARE(got.code, HttpCode::TimedOut);
+    QCOMPARE(got.code, HttpCode::TransferError);
 
     proxy.stop();
     m_pinger.clearLog();
@@ -716,6 +890,69 @@ void TestHttpGet::throughMicrosocks() {
     got = fetch(fresh, m_pinger.url(QStringLiteral("/via-socks")), proxy.settings(), 2);
     QCOMPARE(got.code, HttpCode::TimedOut);
     QVERIFY(m_pinger.requests().isEmpty());
+}
+
+void TestHttpGet::socksGetsNamesAndRunCredentials() {
+    SocksRecorder socks;
+    const QStringList noCredentials = settingsFor(QStringLiteral("socks5"), socks.serverPort());
+    QStringList own = noCredentials;
+    own.replaceInStrings(QStringLiteral("user="), QStringLiteral("user=alice"));
+    own.replaceInStrings(QStringLiteral("password="), QStringLiteral("password=secret"));
+    const QString invalid = QStringLiteral("http://pinger.invalid/mlist.txt");
+    {
+        HttpSession run;
+        QCOMPARE(fetch(run, invalid, noCredentials).code, HttpCode::TimedOut);
+        QCOMPARE(fetch(run, OnionUrl, noCredentials).code, HttpCode::TimedOut);
+    }
+    HttpSession nextRun;
+    QCOMPARE(fetch(nextRun, invalid, noCredentials).code, HttpCode::TimedOut);
+    QCOMPARE(fetch(nextRun, invalid, own).code, HttpCode::TimedOut);
+
+    const QList<SocksRecorder::Ask>& asks = socks.asks;
+    QCOMPARE(asks.size(), 4);
+    // Names go to the proxy as names (address type 3), never as addresses
+    // found here: "pinger.invalid" has none.
+    const QByteArray onionHost = QUrl(OnionUrl).host().toLatin1();
+    const QList<QByteArray> hosts = {"pinger.invalid", onionHost, "pinger.invalid",
+                                     "pinger.invalid"};
+    for (int i = 0; i < asks.size(); ++i) {
+        QCOMPARE(asks[i].addressType, 3);
+        QCOMPARE(asks[i].host, hosts[i]);
+    }
+    // Without credentials of its own, each run makes up its own pair: one
+    // circuit per run, a new one for the next.
+    QVERIFY(asks[0].user.size() >= 16 && asks[0].password.size() >= 16);
+    QCOMPARE(asks[1].user, asks[0].user);
+    QCOMPARE(asks[1].password, asks[0].password);
+    QVERIFY(asks[2].user != asks[0].user && asks[2].password != asks[0].password);
+    QCOMPARE(asks[3].user, QByteArray("alice"));
+    QCOMPARE(asks[3].password, QByteArray("secret"));
+}
+
+void TestHttpGet::prefetchedPagesTakenOver() {
+    m_pinger.serve(QStringLiteral("/early"), "early page\n", PageDate);
+    m_pinger.serve(QStringLiteral("/too-big"), linesOfSize(4096));
+    m_pinger.clearLog();
+    HttpSession session;
+    session.setMaxBytes(1024);
+    const QString early = m_pinger.url(QStringLiteral("/early"));
+    session.prefetch(early, {}, {});
+    session.prefetch(m_pinger.url(QStringLiteral("/too-big")), {}, {});
+    session.prefetch(QStringLiteral("file:///etc/hostname"), {}, {}); // refused, as by HTTPGet
+    QTRY_COMPARE(m_pinger.requests().size(), 2);
+
+    // The same request takes the transfer over; the size cap still holds.
+    Fetch got = fetch(session, early);
+    QCOMPARE(got.code, HttpCode::Ok);
+    QCOMPARE(got.lines, QStringList{QStringLiteral("early page")});
+    QCOMPARE(got.lastModified, PageDate);
+    QCOMPARE(fetch(session, m_pinger.url(QStringLiteral("/too-big"))).code,
+             HttpCode::TransferError);
+    QCOMPARE(m_pinger.requests().size(), 2);
+    // Another date is another request.
+    session.prefetch(early, {}, PageDate.addDays(-1));
+    QCOMPARE(fetch(session, early, {}, 2, PageDate).code, HttpCode::NotModified);
+    QTRY_COMPARE(requestsFor(m_pinger, "/early"), 3);
 }
 
 void TestHttpGet::applicationQuitEndsFetch() {

@@ -18,6 +18,7 @@ private slots:
     void cases_data() { AddTableRows(QStringLiteral("inifile.txt")); }
     void cases();
     void readsAfreshAndFailsCleanly();
+    void oneReadAndOneWritePerOperation();
 
 private:
     std::unique_ptr<TempEnvironment> m_env;
@@ -73,6 +74,36 @@ void TestIniFile::readsAfreshAndFailsCleanly() {
     QVERIFY(QDir().mkdir(blocked));
     QVERIFY(!IniFile(blocked).writeString("stats", "k", "v"));
     QVERIFY(QFileInfo(blocked).isDir());
+}
+
+void TestIniFile::oneReadAndOneWritePerOperation() {
+    const QByteArray before = "[stats]\r\na=1\r\n";
+    TempEnvironment::writeFile(path(), before);
+    IniFile ini(path());
+    {
+        IniFile::Operation saving(ini);
+        QVERIFY(ini.writeString("stats", "b", "2"));
+        QVERIFY(ini.writeString("other", "c", "3"));
+        QVERIFY(ini.deleteKey("stats", "a"));
+        // Reads see the operation's own changes; the disk sees nothing yet.
+        QCOMPARE(ini.readString("stats", "b", {}), QStringLiteral("2"));
+        QCOMPARE(ini.readString("stats", "a", "gone"), QStringLiteral("gone"));
+        QCOMPARE(TempEnvironment::readFile(path()), before);
+        // Nor is the file read again while the operation lasts.
+        TempEnvironment::writeFile(path(), "[stats]\r\nb=changed\r\n");
+        QCOMPARE(ini.readString("stats", "b", {}), QStringLiteral("2"));
+        QVERIFY(saving.commit());
+    }
+    QCOMPARE(TempEnvironment::readFile(path()),
+             QByteArray("[stats]\r\nb=2\r\n\r\n[other]\r\nc=3\r\n"));
+    // After it, every read is fresh again, and a dropped operation writes nothing.
+    TempEnvironment::writeFile(path(), before);
+    QCOMPARE(ini.readString("stats", "a", {}), QStringLiteral("1"));
+    {
+        IniFile::Operation dropped(ini);
+        QVERIFY(ini.writeString("stats", "a", "9"));
+    }
+    QCOMPARE(TempEnvironment::readFile(path()), before);
 }
 
 QTEST_APPLESS_MAIN(TestIniFile)

@@ -105,38 +105,67 @@ void TestProxySelection::offeredNames() {
         QVERIFY(selection.records().at(i).startsWith(names.at(i) + ','));
 }
 
+// A vanished proxy never lets pages go out directly unless a person says
+// so: unattended, downloads are held back; in the window the user is asked.
 void TestProxySelection::lastProxyRestored_data() {
     QTest::addColumn<QString>("last");
+    QTest::addColumn<bool>("unattended");
+    QTest::addColumn<QList<int>>("answers");
     QTest::addColumn<QString>("shown");
     QTest::addColumn<QString>("warning");
-    QTest::newRow("present") << "tor"
-                             << "tor"
-                             << "";
-    QTest::newRow("vanished") << "old proxy"
-                              << "<none>" << Gone + "old proxy--is no \nlonger present!";
-    QTest::newRow("hidden counts as vanished")
-        << "secret"
-        << "<none>" << Gone + "secret--is no \nlonger present!";
+    QTest::addColumn<bool>("blocked");
+    QTest::newRow("present") << "tor" << true << QList<int>() << "tor"
+                             << "" << false;
+    QTest::newRow("vanished, user goes on without")
+        << "old proxy" << false << QList<int>{IdOk, IdYes} << "<none>"
+        << Gone + "old proxy--is no \nlonger present!" << false;
+    QTest::newRow("vanished, user stops")
+        << "old proxy" << false << QList<int>{IdOk, IdNo} << "<none>"
+        << Gone + "old proxy--is no \nlonger present!" << true;
+    QTest::newRow("vanished, unattended") << "old proxy" << true << QList<int>() << "<none>"
+                                          << Gone + "old proxy--is no \nlonger present!" << true;
+    QTest::newRow("hidden counts as vanished") << "secret" << true << QList<int>() << "<none>"
+                                               << Gone + "secret--is no \nlonger present!" << true;
 }
 
 void TestProxySelection::lastProxyRestored() {
     QFETCH(QString, last);
+    QFETCH(bool, unattended);
+    QFETCH(QList<int>, answers);
     QFETCH(QString, shown);
     QFETCH(QString, warning);
+    QFETCH(bool, blocked);
     addProxy("tor");
     addProxy("secret", true);
+    m_ui.answers = answers;
     ProxySelection selection(&m_ui);
-    selection.load(last);
+    selection.load(last, unattended);
     QCOMPARE(selection.currentName(), shown);
+    QCOMPARE(selection.blocked(), blocked);
     if (warning.isEmpty()) {
         QVERIFY(m_ui.messages.isEmpty());
         QVERIFY(selection.settings().contains("user=stream-tor"));
+        return;
+    }
+    QCOMPARE(m_ui.messageTexts().constFirst(), warning);
+    QCOMPARE(m_ui.messages.first().type, Warning);
+    QCOMPARE(m_ui.messages.first().buttons, int(MbOk));
+    // Asked only when somebody can answer.
+    QCOMPARE(m_ui.messages.size(), unattended ? 1 : 2);
+    if (!unattended)
+        QCOMPARE(m_ui.messages.last().buttons, int(MbYesNo));
+    if (blocked) {
+        // Nothing a download could use, and the reason names the proxy.
+        QNetworkProxy proxy;
+        QVERIFY(!HttpSession::proxyFromSettings(selection.settings(), proxy));
+        QVERIFY(selection.blockReason().join(u' ').contains(u'"' + last + u'"'));
     } else {
-        QCOMPARE(m_ui.messageTexts(), QStringList{warning});
-        QCOMPARE(m_ui.messages.first().type, Warning);
-        QCOMPARE(m_ui.messages.first().buttons, int(MbOk));
         QVERIFY(selection.settings().isEmpty());
     }
+    // The user's own choice lifts the hold.
+    selection.choose(0);
+    QVERIFY(!selection.blocked());
+    QVERIFY(selection.settings().isEmpty());
 }
 
 void TestProxySelection::chooseFillsSettings() {

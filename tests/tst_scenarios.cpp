@@ -80,9 +80,14 @@ QDateTime isoTime(const QString& text) {
 
 TestPinger::Mode modeNamed(const QString& name) {
     static const QHash<QString, TestPinger::Mode> modes = {
-        {"normal", TestPinger::Mode::Normal},   {"drip", TestPinger::Mode::Drip},
-        {"endless", TestPinger::Mode::Endless}, {"reset", TestPinger::Mode::ResetMidway},
-        {"garbage", TestPinger::Mode::Garbage}, {"silent", TestPinger::Mode::Silent}};
+        {"normal", TestPinger::Mode::Normal},
+        {"drip", TestPinger::Mode::Drip},
+        {"endless", TestPinger::Mode::Endless},
+        {"reset", TestPinger::Mode::ResetMidway},
+        {"garbage", TestPinger::Mode::Garbage},
+        {"silent", TestPinger::Mode::Silent},
+        {"headerflood", TestPinger::Mode::HeaderFlood},
+        {"endlessheader", TestPinger::Mode::EndlessHeaderLine}};
     return modes.value(name, TestPinger::Mode::Normal);
 }
 

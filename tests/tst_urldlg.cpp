@@ -376,7 +376,7 @@ void TestURLDlg::refreshFails_data() {
     QTest::newRow("404") << "404"
                          << "http error (-5005): HTTP 404 Not Found";
     QTest::newRow("server gone") << "closed"
-                                 << "timed out (-5003): ";
+                                 << "encountered HTTP exception (-5001): ";
     // The proxy settings reach the download: these cannot be used, so
     // nothing is sent.
     QTest::newRow("unusable proxy settings") << "proxy"

@@ -24,12 +24,15 @@ struct Run {
     QString err;
 };
 
-// Runs the built tool and waits for it; a hang shows up as not finished.
-Run vkdbtool(const QStringList& arguments) {
+// Runs the built tool with input on its standard input and waits for it; a
+// hang shows up as not finished.
+Run vkdbtool(const QStringList& arguments, const QByteArray& input = {}) {
     QProcess process;
     process.setProgram(QStringLiteral(VKDBTOOL));
     process.setArguments(arguments);
     process.start();
+    process.write(input);
+    process.closeWriteChannel();
     Run run;
     run.finished = process.waitForFinished(60000);
     if (!run.finished) {
@@ -52,8 +55,8 @@ QByteArray describe(const QStringList& arguments, const Run& run) {
 }
 
 // Runs the tool and checks that it ended by itself with the given code.
-#define VKDBTOOL_EXPECT(result, arguments, expectedCode)                                           \
-    const Run result = vkdbtool(arguments);                                                        \
+#define VKDBTOOL_EXPECT(result, arguments, expectedCode, ...)                                      \
+    const Run result = vkdbtool(arguments __VA_OPT__(, ) __VA_ARGS__);                             \
     QVERIFY2(result.finished&& result.status == QProcess::NormalExit,                              \
              describe(arguments, result).constData());                                             \
     QVERIFY2(result.code == (expectedCode), describe(arguments, result).constData())
@@ -147,6 +150,13 @@ void TestVkdbTool::createFormats() {
     QStringList records;
     QVERIFY(db->getProxyRecords(records));
     QVERIFY(records.isEmpty());
+    // It will hold passwords: its owner's alone, from the start.
+    QCOMPARE(int(QFileInfo(dataFile()).permissions() & 0x0077), 0);
+
+    // Folders on the way are made.
+    const QString nested = m_env->programFolder() + "new/folder/vk.dbc";
+    VKDBTOOL_EXPECT(again, (QStringList{"create", nested} + options), 0);
+    QCOMPARE(GetVKDBVersion(nested), version);
 }
 
 void TestVkdbTool::proxiesEndToEnd_data() {
@@ -162,18 +172,27 @@ void TestVkdbTool::proxiesEndToEnd() {
         VKDBTOOL_EXPECT(run, (QStringList{"create", file, "--format", QString::number(version)}),
                         0);
     }
-    const QList<QStringList> additions = {
-        {"add-proxy", file, "Office HTTP", "--kind", "http", "--host", "proxy.example", "--port",
-         "3128", "--user", "bob", "--password", "pa,ss%w"},
-        {"add-proxy", file, "Tor/Isolated", "--kind", "socks5", "--host", "127.0.0.1", "--port",
-         "9050", "--user", "stream-1", "--password", "x=y"},
-        {"add-proxy", file, "Spare", "--hidden", "--kind", "SOCKS5", "--host", "10.0.0.2", "--port",
-         "1080"},
+    // Passwords come from a file or standard input, never from the command
+    // line; only the first line counts.
+    const QString bobs = m_env->programFolder() + "bob.pw";
+    TempEnvironment::writeFile(bobs, "pa,ss%w\n");
+    const QList<std::pair<QStringList, QByteArray>> additions = {
+        {{"add-proxy", file, "Office HTTP", "--kind", "http", "--host", "proxy.example", "--port",
+          "3128", "--user", "bob", "--password-file", bobs},
+         {}},
+        {{"add-proxy", file, "Tor/Isolated", "--kind", "socks5", "--host", "127.0.0.1", "--port",
+          "9050", "--user", "stream-1", "--password-file", "-"},
+         "x=y\r\nsecond line ignored\n"},
+        {{"add-proxy", file, "Spare", "--hidden", "--kind", "SOCKS5", "--host", "10.0.0.2",
+          "--port", "1080"},
+         {}},
     };
-    for (const QStringList& arguments : additions) {
-        VKDBTOOL_EXPECT(run, arguments, 0);
+    for (const auto& [arguments, input] : additions) {
+        VKDBTOOL_EXPECT(run, arguments, 0, input);
         QVERIFY2(run.out.isEmpty() && run.err.isEmpty(), describe(arguments, run).constData());
     }
+    // It holds passwords now: nobody but its owner reads it.
+    QCOMPARE(int(QFileInfo(file).permissions() & 0x0077), 0);
 
     // As the tool shows them: "/" back in the name, credentials decoded in
     // the settings.

@@ -114,7 +114,7 @@ public:
     void drop() { m_socket->abort(); }
 
 private:
-    enum class Writing { Nothing, Endless, ThenReset };
+    enum class Writing { Nothing, Endless, ThenReset, HeaderLines };
 
     void onReadyRead() {
         m_buffer += m_socket->readAll();
@@ -208,6 +208,16 @@ private:
             return;
         }
 
+        if (mode == Mode::HeaderFlood || mode == Mode::EndlessHeaderLine) {
+            // The endless header line is the endless body written after a
+            // header name.
+            m_socket->write(mode == Mode::HeaderFlood ? "HTTP/1.1 200 OK\r\n"
+                                                      : "HTTP/1.1 200 OK\r\nX-Flood: ");
+            m_writing = mode == Mode::HeaderFlood ? Writing::HeaderLines : Writing::Endless;
+            onBytesWritten();
+            return;
+        }
+
         const bool lengthKnown = mode != Mode::Endless && route.sendLength;
         if (!lengthKnown)
             keepAlive = false;
@@ -267,8 +277,15 @@ private:
     }
 
     void onBytesWritten() {
-        if (m_writing == Writing::Endless) {
-            static const QByteArray block(EndlessBlock, 'x');
+        if (m_writing == Writing::Endless || m_writing == Writing::HeaderLines) {
+            static const QByteArray body(EndlessBlock, 'x');
+            static const QByteArray headerLines = [] {
+                QByteArray lines;
+                while (lines.size() < EndlessBlock)
+                    lines += "X-Flood-" + QByteArray::number(lines.size()) + ": 1\r\n";
+                return lines;
+            }();
+            const QByteArray& block = m_writing == Writing::Endless ? body : headerLines;
             while (m_socket->state() == QAbstractSocket::ConnectedState &&
                    m_socket->bytesToWrite() < 4 * EndlessBlock)
                 m_socket->write(block);

@@ -23,12 +23,14 @@ public:
     using Header = std::pair<QByteArray, QByteArray>;
 
     enum class Mode {
-        Normal,      // the whole answer at once
-        Drip,        // the body in small pieces at intervals
-        Endless,     // a body that never ends, as fast as the client reads
-        ResetMidway, // half of the announced body, then the connection is reset
-        Garbage,     // bytes that are no HTTP at all, then the connection closes
-        Silent,      // reads the request and never answers
+        Normal,            // the whole answer at once
+        Drip,              // the body in small pieces at intervals
+        Endless,           // a body that never ends, as fast as the client reads
+        ResetMidway,       // half of the announced body, then the connection is reset
+        Garbage,           // bytes that are no HTTP at all, then the connection closes
+        Silent,            // reads the request and never answers
+        HeaderFlood,       // a status line, then header lines that never end
+        EndlessHeaderLine, // a status line, then one header line that never ends
     };
 
     struct Route {
