@@ -59,19 +59,12 @@ QStringList realMlist() {
 
 } // namespace
 
-Q_DECLARE_METATYPE(QList<QStringList>)
-
 class TestBarredEdit : public QObject {
     Q_OBJECT
 private slots:
-    void rows_data();
-    void rows();
+    void cases_data() { AddTableRows(QStringLiteral("baredit.txt")); }
+    void cases();
     void realPages();
-    void captions_data();
-    void captions();
-    void actionsByState();
-    void apply_data();
-    void apply();
     void agreesWithBarredList_data();
     void agreesWithBarredList();
     void storedFiles();
@@ -80,55 +73,45 @@ private slots:
     void snapshot();
 };
 
-void TestBarredEdit::rows_data() {
-    QTest::addColumn<QList<QStringList>>("pages");
-    QTest::addColumn<QStringList>("file");
-    QTest::addColumn<QStringList>("rows");
-
-    const QStringList lcs{"lcs full file fixed"};
-    QTest::newRow("nothing: only the fixed entry") << QList<QStringList>() << QStringList() << lcs;
-    QTest::newRow("page only, sorted ignoring case")
-        << QList<QStringList>{page({"dizum", "Austria", "anon"})} << QStringList()
-        << QStringList{"anon none listed", "Austria none listed", "dizum none listed",
-                       "lcs full file fixed"};
-    QTest::newRow("fully barred: gone from mlist.txt, still in the unfiltered copy")
-        << QList<QStringList>{page({"anon", "dizum"}), page({"anon", "dizum", "slug"})}
-        << QStringList{"slug"}
-        << QStringList{"anon none listed", "dizum none listed", "lcs full file fixed",
-                       "slug full listed"};
-    QTest::newRow("only in barred.txt: listed so that it can be unbarred")
-        << QList<QStringList>{page({"anon"})} << QStringList{"gone", "gone2,last"}
-        << QStringList{"anon none listed", "gone full file", "gone2 last file",
-                       "lcs full file fixed"};
-    QTest::newRow("the flag: any case, blanks around; anything else is a full bar")
-        << QList<QStringList>() << QStringList{"a,LAST", " b , last ", "c,lastly", "d,x"}
-        << QStringList{"a last file", "b last file", "c full file", "d full file",
-                       "lcs full file fixed"};
-    QTest::newRow("a full bar anywhere wins over a bar from last")
-        << QList<QStringList>() << QStringList{"dizum,last", "DIZUM"}
-        << QStringList{"dizum full file", "lcs full file fixed"};
-    QTest::newRow("page and file meet ignoring case; the page's spelling shows")
-        << QList<QStringList>{page({"Dizum"})} << QStringList{"dizum,last"}
-        << QStringList{"Dizum last listed", "lcs full file fixed"};
-    QTest::newRow("blank lines and notes name no remailer")
-        << QList<QStringList>() << QStringList{"", "   ", "# barred for spam", ",last", "x"}
-        << QStringList{"lcs full file fixed", "x full file"};
-    QTest::newRow("lcs stays barred entirely whatever the file says")
-        << QList<QStringList>{page({"lcs"})} << QStringList{"lcs,last"}
-        << QStringList{"lcs full listed fixed"};
+QStringList list(const QString& field) {
+    return field == u'-' ? QStringList() : field.split(u'|');
 }
 
-void TestBarredEdit::rows() {
-    QFETCH(QList<QStringList>, pages);
-    QFETCH(QStringList, file);
-    QFETCH(QStringList, rows);
-    const BarredEdit edit(pages, file);
-    QCOMPARE(describe(edit.rows()), rows);
-    QVERIFY(!edit.changed());
-    // Nothing changed, nothing rewritten: notes, spelling and repeats stay.
-    QCOMPARE(edit.fileLines(), file);
-    for (const BarredRow& row : edit.rows())
-        QCOMPARE(row.initial, row.state);
+void TestBarredEdit::cases() {
+    QFETCH(QStringList, f);
+    if (f[0] == "rows") {
+        QList<QStringList> pages;
+        for (const QString& names : f[1] == u'-' ? QStringList() : f[1].split(" / "))
+            pages.append(page(names.split(u' ')));
+        const BarredEdit edit(pages, list(f[2]));
+        QCOMPARE(describe(edit.rows()), list(f[3]));
+        QVERIFY(!edit.changed());
+        // Nothing changed, nothing rewritten: notes, spelling and repeats stay.
+        QCOMPARE(edit.fileLines(), list(f[2]));
+        for (const BarredRow& row : edit.rows())
+            QCOMPARE(row.initial, row.state);
+    } else if (f[0] == "apply") {
+        BarredEdit edit({page(f[1].split(u' '))}, list(f[2]));
+        QString applied;
+        for (const QString& step : list(f[3])) {
+            const int row = edit.rowOf(step.section(' ', 0, 0));
+            QVERIFY2(row >= 0, qPrintable(step));
+            const BarAction action = actionNamed(step.section(' ', 1));
+            const BarState before = edit.rows().at(row).state;
+            const bool done = edit.apply(row, action);
+            applied += done ? u'1' : u'0';
+            QCOMPARE(edit.rows().at(row).state, done ? BarActionTarget(action) : before);
+        }
+        QCOMPARE(applied, f[4]);
+        QCOMPARE(edit.changed(), f[5] == u'1');
+        QCOMPARE(edit.fileLines(), list(f[6]));
+    } else if (f[0] == "caption") {
+        static const char* const states[] = {"none", "full", "last"};
+        QCOMPARE(BarActionCaption(actionNamed(f[1]), f[2]), f[3]);
+        QCOMPARE(QString::fromLatin1(states[int(BarActionTarget(actionNamed(f[1])))]), f[4]);
+    } else {
+        QFAIL("unknown case kind");
+    }
 }
 
 // A real page as the program stores it: mlist.txt with barred remailers
@@ -154,132 +137,6 @@ void TestBarredEdit::realPages() {
     QCOMPARE(describe(rows.at(edit.rowOf("xganon2"))), "xganon2 none listed");
     QCOMPARE(describe(rows.last()), "xganon2 none listed");
     QCOMPARE(edit.rowOf("nobody"), -1);
-}
-
-void TestBarredEdit::captions_data() {
-    QTest::addColumn<QString>("action");
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QString>("caption");
-    QTest::addColumn<int>("target");
-    QTest::newRow("bar") << "Bar"
-                         << "dizum"
-                         << "&Bar dizum" << int(BarState::Full);
-    QTest::newRow("bar from last") << "BarFromLast"
-                                   << "dizum"
-                                   << "&Bar dizum from last" << int(BarState::LastOnly);
-    QTest::newRow("unbar") << "Unbar"
-                           << "dizum"
-                           << "Un&bar dizum" << int(BarState::None);
-    QTest::newRow("unbar from last") << "UnbarFromLast"
-                                     << "dizum"
-                                     << "Un&bar dizum from last" << int(BarState::None);
-    QTest::newRow("an ampersand in the name is shown, not a mnemonic")
-        << "Bar"
-        << "a&b"
-        << "&Bar a&&b" << int(BarState::Full);
-}
-
-void TestBarredEdit::captions() {
-    QFETCH(QString, action);
-    QFETCH(QString, name);
-    QFETCH(QString, caption);
-    QFETCH(int, target);
-    QCOMPARE(BarActionCaption(actionNamed(action), name), caption);
-    QCOMPARE(int(BarActionTarget(actionNamed(action))), target);
-}
-
-void TestBarredEdit::actionsByState() {
-    QCOMPARE(BarredEdit::actionsFor(BarState::None),
-             QList<BarAction>({BarAction::Bar, BarAction::BarFromLast}));
-    QCOMPARE(BarredEdit::actionsFor(BarState::Full),
-             QList<BarAction>({BarAction::Unbar, BarAction::BarFromLast}));
-    QCOMPARE(BarredEdit::actionsFor(BarState::LastOnly),
-             QList<BarAction>({BarAction::UnbarFromLast, BarAction::Bar}));
-}
-
-void TestBarredEdit::apply_data() {
-    QTest::addColumn<QStringList>("listed"); // the stats page
-    QTest::addColumn<QStringList>("file");
-    QTest::addColumn<QStringList>("steps"); // "name Action"
-    QTest::addColumn<QList<bool>>("applied");
-    QTest::addColumn<bool>("changed");
-    QTest::addColumn<QStringList>("lines");
-
-    const QStringList onPage{"anon", "dizum", "slug"};
-    QTest::newRow("bar: appended") << onPage << QStringList{"x"} << QStringList{"dizum Bar"}
-                                   << QList<bool>{true} << true << QStringList{"x", "dizum"};
-    QTest::newRow("bar from last: appended with the flag")
-        << onPage << QStringList() << QStringList{"dizum BarFromLast"} << QList<bool>{true} << true
-        << QStringList{"dizum,last"};
-    QTest::newRow("new bars follow the file in list order")
-        << onPage << QStringList{"x"} << QStringList{"slug Bar", "anon BarFromLast"}
-        << QList<bool>{true, true} << true << QStringList{"x", "anon,last", "slug"};
-    QTest::newRow("unbar: the line goes, the others keep their order")
-        << onPage << QStringList{"slug", "dizum", "anon,last"} << QStringList{"dizum Unbar"}
-        << QList<bool>{true} << true << QStringList{"slug", "anon,last"};
-    QTest::newRow("unbar from last")
-        << onPage << QStringList{"slug", "dizum,last"} << QStringList{"dizum UnbarFromLast"}
-        << QList<bool>{true} << true << QStringList{"slug"};
-    QTest::newRow("full to last: rewritten in place, in the file's spelling")
-        << onPage << QStringList{"a", " Dizum ,whatever", "b"} << QStringList{"dizum BarFromLast"}
-        << QList<bool>{true} << true << QStringList{"a", "Dizum,last", "b"};
-    QTest::newRow("last to full: rewritten in place")
-        << onPage << QStringList{"dizum , LAST", "b"} << QStringList{"dizum Bar"}
-        << QList<bool>{true} << true << QStringList{"dizum", "b"};
-    QTest::newRow("repeated lines of a changed remailer become one")
-        << onPage << QStringList{"dizum", "x", "dizum,last", "DIZUM"}
-        << QStringList{"dizum BarFromLast"} << QList<bool>{true} << true
-        << QStringList{"dizum,last", "x"};
-    QTest::newRow("repeated lines all go on unbarring")
-        << onPage << QStringList{"dizum", "x", "dizum,last"} << QStringList{"dizum Unbar"}
-        << QList<bool>{true} << true << QStringList{"x"};
-    QTest::newRow("notes, blanks and remailers off the page are kept")
-        << onPage << QStringList{"# spammers", "gone", "", "slug", "old,last", "two words"}
-        << QStringList{"slug Unbar", "anon Bar"} << QList<bool>{true, true} << true
-        << QStringList{"# spammers", "gone", "", "old,last", "two words", "anon"};
-    QTest::newRow("a remailer only in the file can be unbarred")
-        << onPage << QStringList{"gone", "x"} << QStringList{"gone Unbar"} << QList<bool>{true}
-        << true << QStringList{"x"};
-    QTest::newRow("there and back: unchanged, lines exactly as they were")
-        << onPage << QStringList{" dizum ,Last", "x"}
-        << QStringList{"dizum Bar", "dizum Unbar", "dizum BarFromLast"}
-        << QList<bool>{true, true, true} << false << QStringList{" dizum ,Last", "x"};
-    QTest::newRow("an action that does not fit the state does nothing")
-        << onPage << QStringList{"slug"}
-        << QStringList{"anon Unbar", "anon UnbarFromLast", "slug Bar", "slug UnbarFromLast"}
-        << QList<bool>{false, false, false, false} << false << QStringList{"slug"};
-    // lcs is barred by the program itself: unbarring it in the dialog would
-    // promise what the program does not do, so its row does not change.
-    QTest::newRow("lcs cannot be unbarred or barred from last")
-        << QStringList{"lcs"} << QStringList{"lcs,last"}
-        << QStringList{"lcs Unbar", "lcs BarFromLast"} << QList<bool>{false, false} << false
-        << QStringList{"lcs,last"};
-    QTest::newRow("lcs is not written when the file lacks it")
-        << QStringList{"lcs", "anon"} << QStringList() << QStringList{"anon Bar"}
-        << QList<bool>{true} << true << QStringList{"anon"};
-}
-
-void TestBarredEdit::apply() {
-    QFETCH(QStringList, listed);
-    QFETCH(QStringList, file);
-    QFETCH(QStringList, steps);
-    QFETCH(QList<bool>, applied);
-    QFETCH(bool, changed);
-    QFETCH(QStringList, lines);
-    BarredEdit edit({page(listed)}, file);
-    QList<bool> results;
-    for (const QString& step : steps) {
-        const int row = edit.rowOf(step.section(' ', 0, 0));
-        QVERIFY2(row >= 0, qPrintable(step));
-        const BarAction action = actionNamed(step.section(' ', 1));
-        const BarState before = edit.rows().at(row).state;
-        const bool done = edit.apply(row, action);
-        results.append(done);
-        QCOMPARE(edit.rows().at(row).state, done ? BarActionTarget(action) : before);
-    }
-    QCOMPARE(results, applied);
-    QCOMPARE(edit.changed(), changed);
-    QCOMPARE(edit.fileLines(), lines);
 }
 
 // What the dialog writes is what the program then applies: every row's state

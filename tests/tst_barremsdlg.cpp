@@ -4,6 +4,7 @@
 #include "PagePaths.h"
 #include "StatsWins4.h"
 #include "TempEnvironment.h"
+#include "TestData.h"
 #include "TestFrontEnd.h"
 #include "UrlsCases.h"
 
@@ -13,8 +14,6 @@
 #include <QDialog>
 #include <QDir>
 #include <QFileInfo>
-#include <QHeaderView>
-#include <QLabel>
 #include <QMenu>
 #include <QPushButton>
 #include <QTest>
@@ -24,8 +23,6 @@
 #include <memory>
 
 namespace {
-
-const char AssertChild[] = "TST_BARREMSDLG_ASSERT";
 
 const QString SavedMessage =
     "Newly barred remailers will have their entries removed from the corresponding stats    \n"
@@ -121,15 +118,8 @@ private slots:
     void init();
     void cleanup();
 
-    void captionsAndControls();
-    void rowsAndTheirLook();
-    void lookFromSettings();
-    void contextMenu_data();
-    void contextMenu();
-    void noMenuOffTheRows();
-    void choosingChangesTheRow_data();
-    void choosingChangesTheRow();
-    void closing_data();
+    void rowsMenusAndChoices();
+    void closing_data() { AddTableRows(QStringLiteral("barrems.txt")); }
     void closing();
     void messageCancelUndoes_data();
     void messageCancelUndoes();
@@ -137,8 +127,6 @@ private slots:
     void failedRestoreKeepsTheNewList();
     void unreadableListIsNotEdited();
     void mainWindowOpensIt();
-    void assertions_data();
-    void assertions();
 
 private:
     QString barredPath() const { return m_env->programFolder() + "barred.txt"; }
@@ -188,199 +176,87 @@ bool TestBarRemsDlg::runModal(QWidget* owner, const std::function<void(TBarRemsD
                                   &m_guardFired, timeoutMs);
 }
 
-void TestBarRemsDlg::captionsAndControls() {
-    TBarRemsDlg2 dialog(nullptr, &m_ui, barredPath(), BarredEdit::fromStoredFiles(barredPath()));
-    QCOMPARE(dialog.windowTitle(), QStringLiteral("Barred Remailers"));
-    QCOMPARE(dialog.Label1->text(), QStringLiteral("&Remailers"));
-    QCOMPARE(dialog.Label1->buddy(), static_cast<QWidget*>(dialog.RemailerList));
-    QCOMPARE(dialog.OkBtn->text(), QStringLiteral("OK"));
-    QCOMPARE(dialog.CancelBtn->text(), QStringLiteral("Cancel"));
-    QVERIFY(dialog.OkBtn->isDefault());
-    QCOMPARE(dialog.RemailerList->contextMenuPolicy(), Qt::CustomContextMenu);
-    QCOMPARE(dialog.RemailerList->headerItem()->text(0), QStringLiteral("Remailer"));
-    QCOMPARE(dialog.RemailerList->headerItem()->text(1), QStringLiteral("Bar"));
-    QCOMPARE(dialog.RemailerList->headerItem()->text(2), QStringLiteral("mlist.txt"));
-    QCOMPARE(TBarRemsDlg2::savedMessage(), SavedMessage);
-    for (const char* name : {"Label1", "Label2", "RemailerList", "OkBtn", "CancelBtn"})
-        QVERIFY2(dialog.findChild<QWidget*>(QLatin1String(name)), name);
-}
-
-void TestBarRemsDlg::rowsAndTheirLook() {
-    TBarRemsDlg2 dialog(nullptr, &m_ui, barredPath(), BarredEdit::fromStoredFiles(barredPath()));
-    QCOMPARE(
-        rowTexts(dialog.RemailerList),
-        QStringList({"anon |  | listed", "dizum | barred | listed", "gone | barred | not listed",
-                     "lcs | always barred | listed", "paranoia | barred from last | listed"}));
-    // Bars from last are drawn apart from full bars and from free rows.
-    const QTreeWidget* list = dialog.RemailerList;
-    for (int i = 0; i < list->topLevelItemCount(); ++i) {
-        const QTreeWidgetItem* item = list->topLevelItem(i);
-        const bool last = item->text(1) == "barred from last";
-        const bool full = item->text(1).endsWith("barred") && !last;
-        for (int column = 0; column < 3; ++column) {
-            QVERIFY2(item->font(column).italic() == last, qPrintable(rowText(item)));
-            QVERIFY2(item->font(column).bold() == full, qPrintable(rowText(item)));
-        }
-    }
-    QVERIFY(m_ui.messages.isEmpty());
-}
-
-void TestBarRemsDlg::lookFromSettings() {
+// One drive of the dialog: its rows and their look, the menu of each kind
+// of row, none off the rows, and each choice changing its row.
+void TestBarRemsDlg::rowsMenusAndChoices() {
     TempEnvironment::writeFile(m_env->programFolder() + "vkstats.ini",
                                "[stats]\nwindowcolor=255\ndialogfont=Courier New,13,,0\n");
-    TBarRemsDlg2 dialog(nullptr, &m_ui, barredPath(), BarredEdit::fromStoredFiles(barredPath()));
-    QCOMPARE(dialog.RemailerList->palette().color(QPalette::Base), QColor(255, 0, 0));
-    QCOMPARE(dialog.font().pointSize(), 13);
-    // The rows' own fonts come from the chosen one, not from before it.
-    for (int i = 0; i < dialog.RemailerList->topLevelItemCount(); ++i)
-        QCOMPARE(dialog.RemailerList->topLevelItem(i)->font(0).pointSize(), 13);
-}
-
-void TestBarRemsDlg::contextMenu_data() {
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QStringList>("offered");
-    QTest::addColumn<bool>("enabled");
-    QTest::newRow("free") << "anon" << QStringList{"&Bar anon", "&Bar anon from last"} << true;
-    QTest::newRow("barred, only in the unfiltered page")
-        << "dizum" << QStringList{"Un&bar dizum", "&Bar dizum from last"} << true;
-    QTest::newRow("barred from last")
-        << "paranoia" << QStringList{"Un&bar paranoia from last", "&Bar paranoia"} << true;
-    QTest::newRow("barred, only in barred.txt")
-        << "gone" << QStringList{"Un&bar gone", "&Bar gone from last"} << true;
-    QTest::newRow("lcs: shown, but always barred")
-        << "lcs" << QStringList{"Un&bar lcs", "&Bar lcs from last"} << false;
-}
-
-void TestBarRemsDlg::contextMenu() {
-    QFETCH(QString, name);
-    QFETCH(QStringList, offered);
-    QFETCH(bool, enabled);
-    TBarRemsDlg2 dialog(nullptr, &m_ui, barredPath(), BarredEdit::fromStoredFiles(barredPath()));
-    dialog.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&dialog));
-    QMenu* menu = popupFor(&dialog, name);
-    QVERIFY(menu);
-    QCOMPARE(captions(menu), offered);
-    for (const QAction* action : menu->actions())
-        QCOMPARE(action->isEnabled(), enabled);
-    // The row the menu is for is the current one.
-    QCOMPARE(dialog.RemailerList->currentItem(), itemNamed(dialog.RemailerList, name));
-    menu->hide();
-    QVERIFY(!dialog.edit().changed());
-}
-
-void TestBarRemsDlg::noMenuOffTheRows() {
     TBarRemsDlg2 dialog(nullptr, &m_ui, barredPath(), BarredEdit::fromStoredFiles(barredPath()));
     dialog.show();
     QVERIFY(QTest::qWaitForWindowExposed(&dialog));
     QTreeWidget* list = dialog.RemailerList;
-    const QRect last = list->visualItemRect(list->topLevelItem(list->topLevelItemCount() - 1));
-    const QPoint below(last.center().x(), last.bottom() + 20);
-    QVERIFY(list->viewport()->rect().contains(below));
-    QVERIFY(!list->itemAt(below));
+    QCOMPARE(
+        rowTexts(list),
+        QStringList({"anon |  | listed", "dizum | barred | listed", "gone | barred | not listed",
+                     "lcs | always barred | listed", "paranoia | barred from last | listed"}));
+    // Bars from last are drawn apart from full bars and from free rows, in
+    // the chosen font.
+    QCOMPARE(list->palette().color(QPalette::Base), QColor(255, 0, 0));
+    for (int i = 0; i < list->topLevelItemCount(); ++i) {
+        const QTreeWidgetItem* item = list->topLevelItem(i);
+        const bool last = item->text(1) == "barred from last";
+        QCOMPARE(item->font(0).italic(), last);
+        QCOMPARE(item->font(2).bold(), item->text(1).endsWith("barred") && !last);
+        QCOMPARE(item->font(1).pointSize(), 13);
+    }
+
+    const QList<QStringList> menus = {{"anon", "&Bar anon", "&Bar anon from last"},
+                                      {"dizum", "Un&bar dizum", "&Bar dizum from last"},
+                                      {"paranoia", "Un&bar paranoia from last", "&Bar paranoia"},
+                                      {"gone", "Un&bar gone", "&Bar gone from last"},
+                                      {"lcs", "Un&bar lcs", "&Bar lcs from last"}};
+    for (const QStringList& menu : menus) {
+        QMenu* popup = popupFor(&dialog, menu[0]);
+        QVERIFY(popup);
+        QCOMPARE(captions(popup), menu.mid(1));
+        // lcs is shown, but always barred.
+        for (const QAction* action : popup->actions())
+            QCOMPARE(action->isEnabled(), menu[0] != "lcs");
+        QCOMPARE(list->currentItem(), itemNamed(list, menu[0]));
+        popup->hide();
+    }
+    const QRect lastRow = list->visualItemRect(list->topLevelItem(list->topLevelItemCount() - 1));
+    const QPoint below(lastRow.center().x(), lastRow.bottom() + 20);
+    QVERIFY(list->viewport()->rect().contains(below) && !list->itemAt(below));
     rightClickAt(list, below);
-    QVERIFY(!dialog.PopupMenu || !dialog.PopupMenu->isVisible());
-    // A row is still answered after that.
-    QVERIFY(popupFor(&dialog, "anon"));
-    dialog.PopupMenu->hide();
-}
+    QVERIFY(!dialog.PopupMenu->isVisible());
+    QVERIFY(!dialog.edit().changed());
 
-void TestBarRemsDlg::choosingChangesTheRow_data() {
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QString>("caption");
-    QTest::addColumn<QString>("row");
-    QTest::addColumn<bool>("italic");
-    QTest::addColumn<QStringList>("offeredAfter");
-    QTest::newRow("bar") << "anon"
-                         << "&Bar anon"
-                         << "anon | barred | listed" << false
-                         << QStringList{"Un&bar anon", "&Bar anon from last"};
-    QTest::newRow("bar from last") << "anon"
-                                   << "&Bar anon from last"
-                                   << "anon | barred from last | listed" << true
-                                   << QStringList{"Un&bar anon from last", "&Bar anon"};
-    QTest::newRow("unbar") << "dizum"
-                           << "Un&bar dizum"
-                           << "dizum |  | listed" << false
-                           << QStringList{"&Bar dizum", "&Bar dizum from last"};
-    QTest::newRow("full to last") << "gone"
-                                  << "&Bar gone from last"
-                                  << "gone | barred from last | not listed" << true
-                                  << QStringList{"Un&bar gone from last", "&Bar gone"};
-    QTest::newRow("unbar from last") << "paranoia"
-                                     << "Un&bar paranoia from last"
-                                     << "paranoia |  | listed" << false
-                                     << QStringList{"&Bar paranoia", "&Bar paranoia from last"};
-    QTest::newRow("last to full") << "paranoia"
-                                  << "&Bar paranoia"
-                                  << "paranoia | barred | listed" << false
-                                  << QStringList{"Un&bar paranoia", "&Bar paranoia from last"};
-}
-
-void TestBarRemsDlg::choosingChangesTheRow() {
-    QFETCH(QString, name);
-    QFETCH(QString, caption);
-    QFETCH(QString, row);
-    QFETCH(bool, italic);
-    QFETCH(QStringList, offeredAfter);
-    TBarRemsDlg2 dialog(nullptr, &m_ui, barredPath(), BarredEdit::fromStoredFiles(barredPath()));
-    dialog.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&dialog));
-    QVERIFY(play(&dialog, {name + '|' + caption}));
-    const QTreeWidgetItem* item = itemNamed(dialog.RemailerList, name);
-    QCOMPARE(rowText(item), row);
-    QCOMPARE(item->font(0).italic(), italic);
+    // Each step: the row after it, and the menu it offers then.
+    const QList<QStringList> steps = {
+        {"anon|&Bar anon", "anon | barred | listed", "Un&bar anon", "&Bar anon from last"},
+        {"anon|&Bar anon from last", "anon | barred from last | listed", "Un&bar anon from last",
+         "&Bar anon"},
+        {"anon|Un&bar anon from last", "anon |  | listed", "&Bar anon", "&Bar anon from last"},
+        {"dizum|Un&bar dizum", "dizum |  | listed", "&Bar dizum", "&Bar dizum from last"},
+        {"gone|&Bar gone from last", "gone | barred from last | not listed",
+         "Un&bar gone from last", "&Bar gone"},
+        {"paranoia|&Bar paranoia", "paranoia | barred | listed", "Un&bar paranoia",
+         "&Bar paranoia from last"}};
+    for (const QStringList& step : steps) {
+        QVERIFY(play(&dialog, {step[0]}));
+        const QString name = step[0].section(u'|', 0, 0);
+        QCOMPARE(rowText(itemNamed(list, name)), step[1]);
+        QCOMPARE(itemNamed(list, name)->font(0).italic(), step[1].contains("from last"));
+        QMenu* popup = popupFor(&dialog, name);
+        QVERIFY(popup);
+        QCOMPARE(captions(popup), step.mid(2));
+        popup->hide();
+    }
     QVERIFY(dialog.edit().changed());
-    QMenu* menu = popupFor(&dialog, name);
-    QVERIFY(menu);
-    QCOMPARE(captions(menu), offeredAfter);
-    menu->hide();
     // Nothing is written while the dialog is open.
     QCOMPARE(barredBytes(), Barred);
     QVERIFY(m_ui.messages.isEmpty());
 }
 
-void TestBarRemsDlg::closing_data() {
-    QTest::addColumn<QByteArray>("before");
-    QTest::addColumn<QStringList>("steps");
-    QTest::addColumn<QString>("closeBy");
-    QTest::addColumn<bool>("result");
-    QTest::addColumn<bool>("told");
-    QTest::addColumn<QByteArray>("after");
-
-    const QStringList barAnon{"anon|&Bar anon"};
-    QTest::newRow("no change, OK: nothing written, nothing said")
-        << Barred << QStringList() << "OkBtn" << false << false << Barred;
-    QTest::newRow("no change, OK, no barred.txt: none made")
-        << Missing << QStringList() << "OkBtn" << false << false << Missing;
-    QTest::newRow("there and back, OK: no change")
-        << Barred << QStringList{"anon|&Bar anon", "anon|Un&bar anon"} << "OkBtn" << false << false
-        << Barred;
-    QTest::newRow("bar, OK: written and told") << Barred << barAnon << "OkBtn" << true << true
-                                               << QByteArray("dizum\nparanoia,last\ngone\nanon\n");
-    QTest::newRow("bar from last, OK: barred.txt made")
-        << Missing << QStringList{"anon|&Bar anon from last"} << "OkBtn" << true << true
-        << QByteArray("anon,last\n");
-    QTest::newRow("several changes, OK")
-        << Barred
-        << QStringList{"gone|Un&bar gone", "dizum|&Bar dizum from last", "paranoia|&Bar paranoia",
-                       "anon|&Bar anon from last"}
-        << "OkBtn" << true << true << QByteArray("dizum,last\nparanoia\nanon,last\n");
-    QTest::newRow("bar, Cancel: nothing written")
-        << Barred << barAnon << "CancelBtn" << false << false << Barred;
-    QTest::newRow("bar, Escape: nothing written")
-        << Barred << barAnon << "escape" << false << false << Barred;
-    QTest::newRow("bar, close box: nothing written")
-        << Barred << barAnon << "close" << false << false << Barred;
-}
-
 void TestBarRemsDlg::closing() {
-    QFETCH(QByteArray, before);
-    QFETCH(QStringList, steps);
-    QFETCH(QString, closeBy);
-    QFETCH(bool, result);
-    QFETCH(bool, told);
-    QFETCH(QByteArray, after);
+    QFETCH(QStringList, f);
+    const QByteArray before = f[1] == "barred" ? Barred : Missing;
+    const QStringList steps = f[2] == u'-' ? QStringList() : f[2].split(" ; ");
+    const QString& closeBy = f[3];
+    const bool result = f[4] == u'1';
+    const bool told = f[5] == u'1';
+    const QByteArray after = f[6] == "as it was" ? before : f[6].toLatin1();
     placeBarred(before);
     QWidget owner;
     QVERIFY(ShowOwner(owner));
@@ -570,40 +446,5 @@ void TestBarRemsDlg::mainWindowOpensIt() {
     QCOMPARE(barredBytes(), Barred);
 }
 
-void TestBarRemsDlg::assertions_data() {
-    QTest::addColumn<QString>("fault");
-    QTest::addColumn<QByteArray>("message");
-    QTest::newRow("no owner") << "owner"
-                              << QByteArray("Assertion failed: owner != nullptr, file "
-                                            "stats\\BarRemsDlgs2");
-    QTest::newRow("no front end")
-        << "frontend"
-        << QByteArray("Assertion failed: frontEnd != nullptr, file stats\\BarRemsDlgs2");
-    QTest::newRow("empty path")
-        << "path"
-        << QByteArray("Assertion failed: !barredPath.isEmpty(), file stats\\BarRemsDlgs2");
-}
-
-void TestBarRemsDlg::assertions() {
-    QFETCH(QString, fault);
-    QFETCH(QByteArray, message);
-    ExpectStopAtCheck(AssertChildEnvironment(AssertChild, fault), message);
-    if (QTest::currentTestFailed())
-        return;
-    QCOMPARE(barredBytes(), Barred);
-}
-
-int main(int argc, char** argv) {
-    QTEST_SET_MAIN_SOURCE_PATH
-    // The child of assertions() must stop at the check.
-    return DialogTestMain<TestBarRemsDlg>(argc, argv, AssertChild, [](const QString& fault) {
-        QWidget owner;
-        TestFrontEnd ui;
-        const QString path = ProgramFolder() + QStringLiteral("barred.txt");
-        ShowBarRemailers(fault == QLatin1String("owner") ? nullptr : &owner,
-                         fault == QLatin1String("frontend") ? nullptr : &ui,
-                         fault == QLatin1String("path") ? QString() : path);
-    });
-}
-
+QTEST_MAIN(TestBarRemsDlg)
 #include "tst_barremsdlg.moc"

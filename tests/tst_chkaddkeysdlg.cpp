@@ -1,9 +1,9 @@
 #include "ChkAddKeysDlgs.h"
 #include "DialogTestSupport.h"
+#include "TestData.h"
 
 #include <QApplication>
 #include <QCheckBox>
-#include <QLabel>
 #include <QPushButton>
 #include <QStyle>
 #include <QTest>
@@ -41,12 +41,8 @@ void clickBox(QCheckBox* box) {
 class TestChkAddKeysDlg : public QObject {
     Q_OBJECT
 private slots:
-    void captions();
-    void initialTicks_data();
-    void initialTicks();
     void okHasFocusAtOpen();
-    void fixedSizeCentredOnOwner();
-    void clicksAndClosing_data();
+    void clicksAndClosing_data() { AddTableRows(QStringLiteral("chkaddkeys.txt")); }
     void clicksAndClosing();
     void captionAndFontFromOwner();
 
@@ -64,44 +60,6 @@ bool TestChkAddKeysDlg::runModal(QWidget* owner, const QString& caption, Ticks& 
                                     &m_guardFired);
 }
 
-void TestChkAddKeysDlg::captions() {
-    Ticks ticks{};
-    TChkAddKeysDlg dialog(nullptr, ticks);
-    QCOMPARE(
-        dialog.Label1->text(),
-        QStringLiteral("When you change to a different stats source it is a good idea to "
-                       "update all your pages from that source. Consider doing that now now."));
-    QVERIFY(dialog.Label1->wordWrap());
-    QCOMPARE(dialog.MListBox->text(), QStringLiteral("&mlist.txt"));
-    QCOMPARE(dialog.PubringMixBox->text(), QStringLiteral("&pubring.mix"));
-    QCOMPARE(dialog.RListBox->text(), QStringLiteral("&rlist.txt"));
-    QCOMPARE(dialog.PubringAscBox->text(), QStringLiteral("pubring.&asc"));
-    QCOMPARE(dialog.OkBtn->text(), QStringLiteral("Ok"));
-    QCOMPARE(dialog.CancelBtn->text(), QStringLiteral("Cancel"));
-    QVERIFY(dialog.OkBtn->isDefault());
-    // Found by the names the handlers use.
-    for (const char* name :
-         {"Label1", "MListBox", "PubringMixBox", "RListBox", "PubringAscBox", "OkBtn", "CancelBtn"})
-        QVERIFY2(dialog.findChild<QWidget*>(QLatin1String(name)), name);
-}
-
-void TestChkAddKeysDlg::initialTicks_data() {
-    QTest::addColumn<QList<bool>>("ticks");
-    QTest::newRow("none") << QList<bool>{false, false, false, false};
-    QTest::newRow("mlist.txt") << QList<bool>{true, false, false, false};
-    QTest::newRow("pubring.mix") << QList<bool>{false, true, false, false};
-    QTest::newRow("rlist.txt") << QList<bool>{false, false, true, false};
-    QTest::newRow("pubring.asc") << QList<bool>{false, false, false, true};
-    QTest::newRow("all") << QList<bool>{true, true, true, true};
-}
-
-void TestChkAddKeysDlg::initialTicks() {
-    QFETCH(QList<bool>, ticks);
-    Ticks given = toTicks(ticks);
-    TChkAddKeysDlg dialog(nullptr, given);
-    QCOMPARE(boxStates(dialog), ticks);
-}
-
 void TestChkAddKeysDlg::okHasFocusAtOpen() {
     Ticks ticks{true, true, false, false};
     TChkAddKeysDlg dialog(nullptr, ticks);
@@ -113,74 +71,28 @@ void TestChkAddKeysDlg::okHasFocusAtOpen() {
     QCOMPARE(dialog.result(), int(QDialog::Accepted));
 }
 
-void TestChkAddKeysDlg::fixedSizeCentredOnOwner() {
-    QWidget owner;
-    QVERIFY(ShowOwner(owner, QRect(60, 80, 900, 700)));
-
-    Ticks ticks{};
-    TChkAddKeysDlg dialog(&owner, ticks);
-    dialog.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&dialog));
-    QCOMPARE(dialog.minimumSize(), dialog.maximumSize());
-    QCOMPARE(dialog.size(), dialog.minimumSize());
-    // The whole text shows: the wrapped label is tall enough for its lines.
-    QVERIFY(dialog.Label1->height() >= dialog.Label1->heightForWidth(dialog.Label1->width()));
-    const QPoint offset = dialog.frameGeometry().center() - owner.frameGeometry().center();
-    QVERIFY2(offset.manhattanLength() <= 2,
-             qPrintable(QStringLiteral("off by %1,%2").arg(offset.x()).arg(offset.y())));
-}
-
-void TestChkAddKeysDlg::clicksAndClosing_data() {
-    QTest::addColumn<QList<bool>>("initial");
-    QTest::addColumn<QStringList>("clicks");
-    QTest::addColumn<QString>("closeBy");
-    QTest::addColumn<bool>("ok");
-    QTest::addColumn<QList<bool>>("ticksAfter");
-
-    const QList<bool> mlistOnly{true, false, false, false};
-    QTest::newRow("Ok as shown") << mlistOnly << QStringList() << "OkBtn" << true << mlistOnly;
-    QTest::newRow("Cancel as shown")
-        << mlistOnly << QStringList() << "CancelBtn" << false << mlistOnly;
-    QTest::newRow("tick all three others, Ok")
-        << mlistOnly << QStringList{"PubringMixBox", "RListBox", "PubringAscBox"} << "OkBtn" << true
-        << QList<bool>{true, true, true, true};
-    QTest::newRow("untick mlist.txt, Ok") << mlistOnly << QStringList{"MListBox"} << "OkBtn" << true
-                                          << QList<bool>{false, false, false, false};
-    // Cancel still hands back the boxes as they were left.
-    QTest::newRow("ticks changed, Cancel")
-        << mlistOnly << QStringList{"MListBox", "PubringAscBox"} << "CancelBtn" << false
-        << QList<bool>{false, false, false, true};
-    QTest::newRow("clicked twice, Ok")
-        << mlistOnly << QStringList{"RListBox", "RListBox"} << "OkBtn" << true << mlistOnly;
-    QTest::newRow("close box is Cancel") << mlistOnly << QStringList{"PubringMixBox"} << "close"
-                                         << false << QList<bool>{true, true, false, false};
-    QTest::newRow("Escape is Cancel")
-        << QList<bool>{false, false, true, true} << QStringList{"RListBox"} << "escape" << false
-        << QList<bool>{false, false, false, true};
-}
-
 void TestChkAddKeysDlg::clicksAndClosing() {
-    QFETCH(QList<bool>, initial);
-    QFETCH(QStringList, clicks);
-    QFETCH(QString, closeBy);
-    QFETCH(bool, ok);
-    QFETCH(QList<bool>, ticksAfter);
-
+    QFETCH(QStringList, f);
+    const auto ticksOf = [](const QString& text) {
+        QList<bool> ticks;
+        for (const QChar c : text)
+            ticks.append(c == u'1');
+        return ticks;
+    };
     QWidget owner;
     QVERIFY(ShowOwner(owner));
-
-    Ticks ticks = toTicks(initial);
+    Ticks ticks = toTicks(ticksOf(f[1]));
     QList<bool> shown;
     const bool result = runModal(&owner, QStringLiteral("c"), ticks, [&](TChkAddKeysDlg* dialog) {
         shown = boxStates(*dialog);
-        for (const QString& name : clicks)
+        for (const QString& name : f[2] == u'-' ? QStringList() : f[2].split(u'|'))
             clickBox(dialog->findChild<QCheckBox*>(name));
-        CloseDialogBy(dialog, closeBy);
+        CloseDialogBy(dialog, f[3]);
     });
     QVERIFY(!m_guardFired);
-    QCOMPARE(shown, initial);
-    QCOMPARE(result, ok);
-    QCOMPARE(fromTicks(ticks), ticksAfter);
+    QCOMPARE(shown, ticksOf(f[1]));
+    QCOMPARE(result, f[4] == u'1');
+    QCOMPARE(fromTicks(ticks), ticksOf(f[5]));
 }
 
 void TestChkAddKeysDlg::captionAndFontFromOwner() {

@@ -54,8 +54,6 @@ private slots:
     void fileCases();
     void reusesOpenWindow();
     void withoutOwner();
-    void lookFromSettings_data();
-    void lookFromSettings();
     void shippedHistoryNamesThisRelease();
     void mainWindowMenu();
 
@@ -154,38 +152,6 @@ void TestHistoryWin::withoutOwner() {
     // Closing frees it.
     window->close();
     QTRY_VERIFY(window.isNull());
-}
-
-void TestHistoryWin::lookFromSettings_data() {
-    QTest::addColumn<QByteArray>("ini");
-    QTest::addColumn<QColor>("base");
-    QTest::addColumn<QString>("family");
-    QTest::addColumn<int>("pointSize");
-    QTest::addColumn<bool>("bold");
-    QTest::newRow("stored") << QByteArray("[stats]\nwindowcolor=255\nwindowfont=Arial,20,b,0\n"
-                                          "editorfont=Courier New,7,,0\n")
-                            << QColor(255, 0, 0) << "Arial" << 20 << true;
-    // The page font's default, on the system window colour.
-    QTest::newRow("defaults") << QByteArray() << ToQColor(SystemWindowColor) << "Courier New" << 9
-                              << false;
-}
-
-void TestHistoryWin::lookFromSettings() {
-    QFETCH(QByteArray, ini);
-    QFETCH(QColor, base);
-    QFETCH(QString, family);
-    QFETCH(int, pointSize);
-    QFETCH(bool, bold);
-    if (!ini.isEmpty())
-        TempEnvironment::writeFile(m_env->programFolder() + "vkstats.ini", ini);
-    TempEnvironment::writeFile(programCopy(), ProgramCopy);
-    ShowHistory(nullptr);
-    QCOMPARE(historyWindows().size(), 1);
-    const QPlainTextEdit* viewer = historyWindows().first()->Viewer;
-    QCOMPARE(viewer->palette().color(QPalette::Base), base);
-    QCOMPARE(viewer->font().family(), family);
-    QCOMPARE(viewer->font().pointSize(), pointSize);
-    QCOMPARE(viewer->font().bold(), bold);
 }
 
 // The history shipped in data/ has an entry for the release being built.

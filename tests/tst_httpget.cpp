@@ -1,6 +1,7 @@
 #include "HttpGet.h"
 #include "ProxyProcess.h"
 #include "SuiteDatabase.h"
+#include "TestData.h"
 #include "TestFrontEnd.h"
 #include "TestPinger.h"
 #include "TextFile.h"
@@ -212,7 +213,7 @@ private slots:
     void cancel();
     void reportsProgress();
     void oneSessionOneConnection();
-    void proxySettings_data();
+    void proxySettings_data() { AddTableRows(QStringLiteral("httpget.txt")); }
     void proxySettings();
     void https_data();
     void https();
@@ -705,74 +706,28 @@ void TestHttpGet::oneSessionOneConnection() {
     QCOMPARE(m_pinger.connectionCount() - before, 2);
 }
 
-void TestHttpGet::proxySettings_data() {
-    QTest::addColumn<QStringList>("settings");
-    QTest::addColumn<bool>("ok");
-    QTest::addColumn<int>("type");
-    QTest::addColumn<QString>("host");
-    QTest::addColumn<int>("port");
-    QTest::addColumn<QString>("user");
-    QTest::addColumn<QString>("password");
-
-    QTest::newRow("none") << QStringList() << true << int(QNetworkProxy::NoProxy) << QString() << 0
-                          << QString() << QString();
-    QTest::newRow("blank lines only")
-        << QStringList{QString(), QStringLiteral("  ")} << true << int(QNetworkProxy::NoProxy)
-        << QString() << 0 << QString() << QString();
-    QTest::newRow("http with credentials")
-        << QStringList{"kind=http", "host=proxy.example", "port=8080", "user=me", "password=pw"}
-        << true << int(QNetworkProxy::HttpProxy) << "proxy.example" << 8080 << "me"
-        << "pw";
-    QTest::newRow("socks5 without credentials")
-        << QStringList{"kind=socks5", "host=127.0.0.1", "port=9050", "user=", "password="} << true
-        << int(QNetworkProxy::Socks5Proxy) << "127.0.0.1" << 9050 << QString() << QString();
-    QTest::newRow("names and kind ignore case, host and port blanks")
-        << QStringList{"KIND=SOCKS5", "Host= 127.0.0.1 ", "PORT= 9150"} << true
-        << int(QNetworkProxy::Socks5Proxy) << "127.0.0.1" << 9150 << QString() << QString();
-    QTest::newRow("password kept as it is")
-        << QStringList{"kind=socks5", "host=h", "port=1", "user= a b", "password=x=y z "} << true
-        << int(QNetworkProxy::Socks5Proxy) << "h" << 1 << " a b"
-        << "x=y z ";
-    QTest::newRow("unknown names ignored")
-        << QStringList{"kind=http", "host=h", "port=3128", "colour=blue"} << true
-        << int(QNetworkProxy::HttpProxy) << "h" << 3128 << QString() << QString();
-
-    const auto bad = [](const char* name, const QStringList& settings) {
-        QTest::newRow(name) << settings << false << 0 << QString() << 0 << QString() << QString();
-    };
-    bad("unknown kind", {"kind=socks4", "host=h", "port=1080"});
-    bad("no kind", {"host=h", "port=1080"});
-    bad("no host", {"kind=http", "port=1080"});
-    bad("port too large", {"kind=http", "host=h", "port=65536"});
-    bad("port zero", {"kind=http", "host=h", "port=0"});
-    bad("port not a number", {"kind=http", "host=h", "port=eighty"});
-    bad("no port", {"kind=http", "host=h"});
-    bad("line without a name", {"kind=http", "host=h", "port=1", "=x"});
-}
-
 void TestHttpGet::proxySettings() {
-    QFETCH(QStringList, settings);
-    QFETCH(bool, ok);
-    QFETCH(int, type);
-    QFETCH(QString, host);
-    QFETCH(int, port);
-    QFETCH(QString, user);
-    QFETCH(QString, password);
-
+    QFETCH(QStringList, f);
     QNetworkProxy proxy(QNetworkProxy::DefaultProxy);
     QString error;
-    QCOMPARE(HttpSession::proxyFromSettings(settings, proxy, &error), ok);
-    if (!ok) {
-        QVERIFY(!error.isEmpty());
+    const bool ok = HttpSession::proxyFromSettings(f[1] == u'-' ? QStringList() : f[1].split(u'|'),
+                                                   proxy, &error);
+    QCOMPARE(ok, f[2] != "refused");
+    QCOMPARE(error.isEmpty(), ok);
+    if (!ok)
+        return;
+    const QString type = proxy.type() == QNetworkProxy::NoProxy       ? QStringLiteral("none")
+                         : proxy.type() == QNetworkProxy::HttpProxy   ? QStringLiteral("http")
+                         : proxy.type() == QNetworkProxy::Socks5Proxy ? QStringLiteral("socks5")
+                                                                      : QStringLiteral("other");
+    if (type == "none") {
+        QCOMPARE(type, f[2]);
         return;
     }
-    QCOMPARE(int(proxy.type()), type);
-    if (type == QNetworkProxy::NoProxy)
-        return;
-    QCOMPARE(proxy.hostName(), host);
-    QCOMPARE(int(proxy.port()), port);
-    QCOMPARE(proxy.user(), user);
-    QCOMPARE(proxy.password(), password);
+    QCOMPARE(QStringList({type, proxy.hostName(), QString::number(proxy.port()), proxy.user(),
+                          proxy.password()})
+                 .join(u' '),
+             f[2]);
     // Names go to the proxy unresolved: no lookups past Tor.
     QVERIFY(proxy.capabilities().testFlag(QNetworkProxy::HostNameLookupCapability));
 }

@@ -16,8 +16,6 @@
 
 namespace {
 
-const char AssertChild[] = "TST_NEWMIXKEYSWIN_ASSERT";
-
 // The shown cells of every row, the name first.
 QList<QStringList> shownRows(const TNewMixKeysWin& window) {
     QList<QStringList> rows;
@@ -47,7 +45,6 @@ private slots:
     void rows();
     void layoutAndTicks();
     void newestKeysOfTheOpenList();
-    void missingList();
 };
 
 void TestNewMixKeysWin::rows_data() {
@@ -159,15 +156,5 @@ void TestNewMixKeysWin::newestKeysOfTheOpenList() {
     CloseSuiteDataFile();
 }
 
-void TestNewMixKeysWin::missingList() {
-    ExpectStopAtCheck(AssertChildEnvironment(AssertChild, QStringLiteral("keys")),
-                      "Assertion failed: keys != NULL, file stats\\NewMixKeyWins");
-}
-
-int main(int argc, char** argv) {
-    QTEST_SET_MAIN_SOURCE_PATH
-    return DialogTestMain<TestNewMixKeysWin>(
-        argc, argv, AssertChild, [](const QString&) { ShowNewMixKeys(nullptr, nullptr); });
-}
-
+QTEST_MAIN(TestNewMixKeysWin)
 #include "tst_newmixkeyswin.moc"

@@ -3,6 +3,7 @@
 #include "Global2Widgets.h"
 #include "RearrangeDlgs.h"
 #include "TempEnvironment.h"
+#include "TestData.h"
 #include "TestFrontEnd.h"
 #include "TextFile.h"
 #include "UrlsCases.h"
@@ -17,8 +18,6 @@
 #include <memory>
 
 namespace {
-
-const char AssertChild[] = "TST_REORDERDLG_ASSERT";
 
 const QString SaveQuestion = QStringLiteral("The source order is changed. Save your changes?");
 
@@ -79,21 +78,13 @@ private slots:
     void init();
     void cleanup();
 
-    void captionsAndControls();
     void listsSources_data();
     void listsSources();
     void choosingRowEnablesArrows();
-    void arrows_data();
-    void arrows();
-    void closing_data();
-    void closing();
+    void cases_data() { AddTableRows(QStringLiteral("reorder.txt")); }
+    void cases();
     void cancelKeepsDialogOpen();
     void failedSaveKeepsDialogOpen();
-    void lookFromSettings_data();
-    void lookFromSettings();
-    void resizableAndCentredOnOwner();
-    void assertions_data();
-    void assertions();
 
 private:
     QString urlsPath() const { return m_env->programFolder() + "urls.txt"; }
@@ -129,41 +120,12 @@ bool TestReorderDlg::runModal(QWidget* owner, const std::function<void(TReorderD
                                  });
 }
 
-void TestReorderDlg::captionsAndControls() {
-    TReorderDlg dialog(nullptr, &m_ui, urlsPath());
-    QCOMPARE(dialog.windowTitle(), QStringLiteral("Reorder URL Sources"));
-    QCOMPARE(dialog.Label1->text(), QStringLiteral("&Sources"));
-    QCOMPARE(dialog.Label1->buddy(), static_cast<QWidget*>(dialog.SourceList));
-    QCOMPARE(
-        dialog.Label2->text(),
-        QStringLiteral("Changes made in this dialog remain in effect from session to session."));
-    QCOMPARE(dialog.OkBtn->text(), QStringLiteral("Ok"));
-    QCOMPARE(dialog.CancelBtn->text(), QStringLiteral("Cancel"));
-    QVERIFY(dialog.OkBtn->isDefault());
-    QVERIFY(!dialog.UpBtn->icon().isNull());
-    QVERIFY(!dialog.DownBtn->icon().isNull());
-    QVERIFY(!dialog.UpBtn->isEnabled());
-    QVERIFY(!dialog.DownBtn->isEnabled());
-    QVERIFY(!dialog.changed());
-    QCOMPARE(selectedRow(dialog), -1);
-    for (const char* name :
-         {"Label1", "Label2", "SourceList", "UpBtn", "DownBtn", "OkBtn", "CancelBtn"})
-        QVERIFY2(dialog.findChild<QWidget*>(QLatin1String(name)), name);
-}
-
 void TestReorderDlg::listsSources_data() {
     QTest::addColumn<QByteArray>("content");
     QTest::addColumn<QStringList>("listed");
     QTest::newRow("four and velkin") << Four << QStringList{"a", "b", "c", "d"};
     QTest::newRow("missing file") << MissingUrls << QStringList();
-    QTest::newRow("[VELKIN] and [Velkin] are sources here")
-        << QByteArray("[VELKIN]\n\n[velkin]\n\n[Velkin]\n") << QStringList{"VELKIN", "Velkin"};
-    QTest::newRow("blank after the bracket")
-        << QByteArray("[a] \nmlist.txt http://a/m\n\n[b]\n") << QStringList{"a]", "b"};
-    QTest::newRow("duplicates and text before")
-        << QByteArray("velkin urls\nnotes\n[a]\n\n[b]\n\n[a]\n") << QStringList{"a", "b", "a"};
-    QTest::newRow("CR LF") << QByteArray("velkin urls\r\n[a]\r\n\r\n[b]\r\n")
-                           << QStringList{"a", "b"};
+    // What is listed for odd files is the sourceorder table's work.
 }
 
 void TestReorderDlg::listsSources() {
@@ -199,116 +161,40 @@ void TestReorderDlg::choosingRowEnablesArrows() {
     }
 }
 
-void TestReorderDlg::arrows_data() {
-    QTest::addColumn<QStringList>("steps");
-    QTest::addColumn<QStringList>("after");
-    QTest::addColumn<int>("selected");
-    QTest::addColumn<bool>("changed");
-    QTest::addColumn<int>("beeps");
-
-    const QStringList abcd{"a", "b", "c", "d"};
-    QTest::newRow("Up in the middle")
-        << QStringList{"select 2", "Up"} << QStringList{"a", "c", "b", "d"} << 1 << true << 0;
-    QTest::newRow("Up at the top beeps, clears the selection, changes nothing")
-        << QStringList{"select 0", "Up"} << abcd << -1 << false << 1;
-    QTest::newRow("Down in the middle")
-        << QStringList{"select 1", "Down"} << QStringList{"a", "c", "b", "d"} << 2 << true << 0;
-    QTest::newRow("Down at the bottom beeps and counts as a change")
-        << QStringList{"select 3", "Down"} << abcd << -1 << true << 1;
-    QTest::newRow("bottom row to the top") << QStringList{"select 3", "Up", "Up", "Up"}
-                                           << QStringList{"d", "a", "b", "c"} << 0 << true << 0;
-    QTest::newRow("top row to the bottom") << QStringList{"select 0", "Down", "Down", "Down"}
-                                           << QStringList{"b", "c", "d", "a"} << 3 << true << 0;
-    QTest::newRow("up and down again")
-        << QStringList{"select 1", "Up", "Down"} << abcd << 1 << true << 0;
-    QTest::newRow("nothing selected: the buttons do nothing")
-        << QStringList{"select 0", "Up", "Up", "Down", "Down"} << abcd << -1 << false << 1;
-    QTest::newRow("through the top and on")
-        << QStringList{"select 1", "Up", "Up", "select 2", "Down"}
-        << QStringList{"b", "a", "d", "c"} << 3 << true << 1;
-}
-
-void TestReorderDlg::arrows() {
-    QFETCH(QStringList, steps);
-    QFETCH(QStringList, after);
-    QFETCH(int, selected);
-    QFETCH(bool, changed);
-    QFETCH(int, beeps);
-    TReorderDlg dialog(nullptr, &m_ui, urlsPath());
-    dialog.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&dialog));
-    play(&dialog, steps);
-    QCOMPARE(rows(dialog), after);
-    QCOMPARE(selectedRow(dialog), selected);
-    QCOMPARE(dialog.changed(), changed);
-    QCOMPARE(m_ui.beeps, beeps);
-    QVERIFY(m_ui.messages.isEmpty());
-    // Nothing is written while the dialog is open.
-    QCOMPARE(TempEnvironment::readFile(urlsPath()), Four);
-}
-
-void TestReorderDlg::closing_data() {
-    QTest::addColumn<QStringList>("steps");
-    QTest::addColumn<QString>("closeBy");
-    QTest::addColumn<int>("answer"); // 0: none queued
-    QTest::addColumn<bool>("asked");
-    QTest::addColumn<bool>("ok");
-    QTest::addColumn<QByteArray>("file");
-
-    const QStringList moved{"select 2", "Up"}; // a c b d
-    const QStringList upAtTop{"select 0", "Up"};
-    const QStringList downAtBottom{"select 3", "Down"};
-
-    QTest::newRow("unchanged, Ok: not rewritten")
-        << QStringList() << "OkBtn" << 0 << false << true << Four;
-    QTest::newRow("unchanged, Cancel")
-        << QStringList() << "CancelBtn" << 0 << false << false << Four;
-    QTest::newRow("Up at the top, Cancel: no question")
-        << upAtTop << "CancelBtn" << 0 << false << false << Four;
-    QTest::newRow("Up at the top, Ok: not rewritten")
-        << upAtTop << "OkBtn" << 0 << false << true << Four;
-    QTest::newRow("moved, Ok writes without asking")
-        << moved << "OkBtn" << 0 << false << true << fourIn("acbd");
-    QTest::newRow("moved, Cancel answered Yes writes")
-        << moved << "CancelBtn" << int(IdYes) << true << false << fourIn("acbd");
-    QTest::newRow("moved, Cancel answered No leaves the file")
-        << moved << "CancelBtn" << int(IdNo) << true << false << Four;
-    QTest::newRow("moved, close box answered No")
-        << moved << "close" << int(IdNo) << true << false << Four;
-    QTest::newRow("moved, Escape answered Yes")
-        << moved << "escape" << int(IdYes) << true << false << fourIn("acbd");
-    QTest::newRow("Down at the bottom, Cancel asks although nothing moved")
-        << downAtBottom << "CancelBtn" << int(IdNo) << true << false << Four;
-    // The order is the same, but the file is written in the program's form.
-    QTest::newRow("Down at the bottom, Ok rewrites")
-        << downAtBottom << "OkBtn" << 0 << false << true << fourIn("abcd");
-}
-
-void TestReorderDlg::closing() {
-    QFETCH(QStringList, steps);
-    QFETCH(QString, closeBy);
-    QFETCH(int, answer);
-    QFETCH(bool, asked);
-    QFETCH(bool, ok);
-    QFETCH(QByteArray, file);
-
+void TestReorderDlg::cases() {
+    QFETCH(QStringList, f);
+    const QStringList steps = f[1] == u'-' ? QStringList() : f[1].split(u'|');
+    if (f[0] == "arrows") {
+        TReorderDlg dialog(nullptr, &m_ui, urlsPath());
+        dialog.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&dialog));
+        play(&dialog, steps);
+        QCOMPARE(rows(dialog).join(u'|'), f[2]);
+        QCOMPARE(selectedRow(dialog), f[3].toInt());
+        QCOMPARE(dialog.changed(), f[4] == u'1');
+        QCOMPARE(m_ui.beeps, f[5].toInt());
+        QVERIFY(m_ui.messages.isEmpty());
+        // Nothing is written while the dialog is open.
+        QCOMPARE(TempEnvironment::readFile(urlsPath()), Four);
+        return;
+    }
     QWidget owner;
     QVERIFY(ShowOwner(owner));
-    if (answer)
-        m_ui.answers = {answer};
+    if (f[3] != u'-')
+        m_ui.answers = {f[3] == "yes" ? int(IdYes) : int(IdNo)};
     bool closedByAction = false;
     const bool result = runModal(&owner, [&](TReorderDlg* dialog) {
         play(dialog, steps);
-        CloseDialogBy(dialog, closeBy);
+        CloseDialogBy(dialog, f[2]);
         closedByAction = !dialog->isVisible();
     });
     QVERIFY(!m_guardFired);
     QVERIFY(closedByAction);
-    QCOMPARE(result, ok);
-    CheckSaveQuestion(m_ui, asked, SaveQuestion);
+    QCOMPARE(result, f[5] == u'1');
+    CheckSaveQuestion(m_ui, f[4] == u'1', SaveQuestion);
     if (QTest::currentTestFailed())
         return;
-    QCOMPARE(TempEnvironment::readFile(urlsPath()), file);
+    QCOMPARE(TempEnvironment::readFile(urlsPath()), f[6] == "as it was" ? Four : fourIn(f[6]));
 }
 
 // Cancel answered Cancel: the dialog stays, with the order as it was, and can
@@ -361,92 +247,5 @@ void TestReorderDlg::failedSaveKeepsDialogOpen() {
     QCOMPARE(TempEnvironment::readFile(urlsPath()), Four);
 }
 
-void TestReorderDlg::lookFromSettings_data() {
-    QTest::addColumn<QByteArray>("ini");
-    QTest::addColumn<QColor>("listColor");
-    QTest::addColumn<int>("pointSize");
-    QTest::addColumn<bool>("italic");
-    QTest::newRow("stored") << QByteArray(
-                                   "[stats]\nwindowcolor=255\n"
-                                   "dialogfont=Courier New,13,i,0\nwindowfont=Arial,20,b,0\n")
-                            << QColor(255, 0, 0) << 13 << true;
-    QTest::newRow("defaults") << QByteArray() << QApplication::palette().color(QPalette::Base) << 8
-                              << false;
-}
-
-void TestReorderDlg::lookFromSettings() {
-    QFETCH(QByteArray, ini);
-    QFETCH(QColor, listColor);
-    QFETCH(int, pointSize);
-    QFETCH(bool, italic);
-    if (!ini.isEmpty())
-        TempEnvironment::writeFile(iniPath(), ini);
-    TReorderDlg dialog(nullptr, &m_ui, urlsPath());
-    QCOMPARE(dialog.SourceList->palette().color(QPalette::Base), listColor);
-    QCOMPARE(dialog.font().pointSize(), pointSize);
-    QCOMPARE(dialog.font().italic(), italic);
-    QCOMPARE(dialog.SourceList->font().pointSize(), pointSize);
-    QCOMPARE(dialog.OkBtn->font().pointSize(), pointSize);
-}
-
-void TestReorderDlg::resizableAndCentredOnOwner() {
-    QWidget owner;
-    QVERIFY(ShowOwner(owner));
-    QPoint offset(1000, 1000);
-    bool resizable = false;
-    bool modalOverOwner = false;
-    const bool result = runModal(&owner, [&](TReorderDlg* dialog) {
-        QVERIFY(QTest::qWaitForWindowExposed(dialog));
-        offset = dialog->frameGeometry().center() - owner.frameGeometry().center();
-        resizable = dialog->minimumSize() != dialog->maximumSize();
-        modalOverOwner = dialog->isModal() && dialog->parentWidget() == &owner;
-        const QSize before = dialog->size();
-        dialog->resize(before + QSize(120, 90));
-        resizable = resizable && dialog->size() == before + QSize(120, 90);
-        dialog->reject();
-    });
-    QVERIFY(!m_guardFired);
-    QVERIFY(!result);
-    QVERIFY(resizable);
-    QVERIFY(modalOverOwner);
-    QVERIFY2(offset.manhattanLength() <= 2,
-             qPrintable(QStringLiteral("off by %1,%2").arg(offset.x()).arg(offset.y())));
-}
-
-void TestReorderDlg::assertions_data() {
-    QTest::addColumn<QString>("fault");
-    QTest::addColumn<QByteArray>("message");
-    QTest::newRow("no owner") << "owner"
-                              << QByteArray("Assertion failed: owner != nullptr, file "
-                                            "stats\\RearrangeDlgs");
-    QTest::newRow("no front end")
-        << "frontend"
-        << QByteArray("Assertion failed: frontEnd != nullptr, file stats\\RearrangeDlgs");
-    QTest::newRow("empty path")
-        << "path" << QByteArray("Assertion failed: !urlsPath.isEmpty(), file stats\\RearrangeDlgs");
-}
-
-void TestReorderDlg::assertions() {
-    QFETCH(QString, fault);
-    QFETCH(QByteArray, message);
-    ExpectStopAtCheck(AssertChildEnvironment(AssertChild, fault), message);
-    if (QTest::currentTestFailed())
-        return;
-    // It stopped before anything was written.
-    QCOMPARE(TempEnvironment::readFile(urlsPath()), Four);
-}
-
-int main(int argc, char** argv) {
-    QTEST_SET_MAIN_SOURCE_PATH
-    // The child of assertions() must stop at the check.
-    return DialogTestMain<TestReorderDlg>(argc, argv, AssertChild, [](const QString& fault) {
-        QWidget owner;
-        TestFrontEnd ui;
-        const QString path = ProgramFolder() + QStringLiteral("urls.txt");
-        ReorderSources(fault == QLatin1String("owner") ? nullptr : &owner,
-                       fault == QLatin1String("frontend") ? nullptr : &ui,
-                       fault == QLatin1String("path") ? QString() : path);
-    });
-}
-
+QTEST_MAIN(TestReorderDlg)
 #include "tst_reorderdlg.moc"

@@ -1,5 +1,6 @@
 #include "StatsSettings.h"
 #include "TempEnvironment.h"
+#include "TestData.h"
 
 #include <QTest>
 
@@ -10,18 +11,10 @@ class TestStatsSettings : public QObject {
 private slots:
     void init();
     void emptyFileGivesDefaults();
-    void pagesTicks_data();
-    void pagesTicks();
+    void readings_data() { AddTableRows(QStringLiteral("settings.txt")); }
+    void readings();
     void saveOrderOnEmptyFile();
-    void geometryLoad_data();
-    void geometryLoad();
-    void geometrySave_data();
-    void geometrySave();
-    void commaText_data();
-    void commaText();
     void optionsDefaults();
-    void optionsTimeout_data();
-    void optionsTimeout();
     void optionsSaveOrder();
     void garbageValuesGiveDefaults();
 
@@ -54,33 +47,38 @@ void TestStatsSettings::emptyFileGivesDefaults() {
     QCOMPARE(g.state, 0);
 }
 
-void TestStatsSettings::pagesTicks_data() {
-    QTest::addColumn<QString>("stored");
-    QTest::addColumn<QStringList>("ticked");
-    QTest::addColumn<QString>("saved");
-    QTest::newRow("two names") << "urls.txt,mlist.txt" << QStringList{"mlist.txt", "urls.txt"}
-                               << "mlist.txt,urls.txt";
-    QTest::newRow("substring test") << "xxmlist.txtyy" << QStringList{"mlist.txt"} << "mlist.txt";
-    QTest::newRow("all eight, any order")
-        << "urls.txt advisory.txt mail2news.txt nymserver.asc pubring.asc rlist.txt pubring.mix "
-           "mlist.txt"
-        << UpdatePageOrder() << UpdatePageOrder().join(u',');
-    QTest::newRow("capitals are not ticked") << "MLIST.TXT" << QStringList{} << "";
-    QTest::newRow("empty: none ticked") << "" << QStringList{} << "";
-}
-
-void TestStatsSettings::pagesTicks() {
-    QFETCH(QString, stored);
-    QFETCH(QStringList, ticked);
-    QFETCH(QString, saved);
+void TestStatsSettings::readings() {
+    QFETCH(QStringList, f);
     IniFile ini(path());
-    QVERIFY(ini.writeString("stats", "pages", stored));
-    const MainSettings loaded = LoadMainSettings(ini);
-    QCOMPARE(loaded.tickedPages, ticked);
-    MainSettingsToSave out;
-    out.tickedPages = loaded.tickedPages;
-    QVERIFY(SaveMainSettings(ini, out));
-    QCOMPARE(ini.readString("stats", "pages", "DEF"), saved);
+    const auto rect = [](const QRect& r) {
+        return QStringLiteral("%1,%2,%3,%4").arg(r.x()).arg(r.y()).arg(r.width()).arg(r.height());
+    };
+    if (f[0] == "pages") {
+        QVERIFY(ini.writeString("stats", "pages", f[1]));
+        const MainSettings loaded = LoadMainSettings(ini);
+        const QString all = UpdatePageOrder().join(u',');
+        QCOMPARE(loaded.tickedPages.join(u'|'),
+                 QString(f[2]).replace("@ALL@", UpdatePageOrder().join(u'|')));
+        MainSettingsToSave out;
+        out.tickedPages = loaded.tickedPages;
+        QVERIFY(SaveMainSettings(ini, out));
+        QCOMPARE(ini.readString("stats", "pages", "DEF"), QString(f[3]).replace("@ALL@", all));
+    } else if (f[0] == "geometry") {
+        const WindowGeometry g = ParseWindowRecord(f[1], QSize(686, 516));
+        QCOMPARE(g.state, f[2].toInt());
+        QCOMPARE(g.placement, 0);
+        QCOMPARE(rect(g.rect), f[3]);
+    } else if (f[0] == "record") {
+        QCOMPARE(MakeWindowRecord(f[1], f[2].toInt(), 0, QRect(50, 60, 700, 500)), f[3]);
+    } else if (f[0] == "comma") {
+        QCOMPARE(ToCommaText(f[1] == u'-' ? QStringList() : f[1].split(u'|')), f[2]);
+    } else if (f[0] == "timeout") {
+        QVERIFY(ini.writeString("stats", "timeoutseconds", f[1]));
+        QCOMPARE(LoadStatsOptions(ini).timeoutSeconds, f[2].toInt());
+        QCOMPARE(ReadTimeoutSeconds(ini), f[3].toInt());
+    } else {
+        QFAIL("unknown case kind");
+    }
 }
 
 void TestStatsSettings::saveOrderOnEmptyFile() {
@@ -102,62 +100,6 @@ void TestStatsSettings::saveOrderOnEmptyFile() {
                         "pages=mlist.txt,rlist.txt\nshowstatusbar=0\nshowtoolbar=1\n"));
 }
 
-void TestStatsSettings::geometryLoad_data() {
-    QTest::addColumn<QString>("record");
-    QTest::addColumn<int>("state");
-    QTest::addColumn<QRect>("rect");
-    QTest::newRow("full") << "2,5,10,20,640,480" << 2 << QRect(10, 20, 640, 480);
-    QTest::newRow("empty") << "" << 0 << QRect(0, 0, 686, 516);
-    QTest::newRow("missing size") << "0,0,7,8" << 0 << QRect(7, 8, 686, 516);
-    QTest::newRow("garbage") << "x,y,a,b,c,d" << 0 << QRect(0, 0, 686, 516);
-    QTest::newRow("negative edges") << "0,0,-8,-8,800,600" << 0 << QRect(-8, -8, 800, 600);
-}
-
-void TestStatsSettings::geometryLoad() {
-    QFETCH(QString, record);
-    QFETCH(int, state);
-    QFETCH(QRect, rect);
-    const WindowGeometry g = ParseWindowRecord(record, QSize(686, 516));
-    QCOMPARE(g.state, state);
-    QCOMPARE(g.placement, 0);
-    QCOMPARE(g.rect, rect);
-}
-
-void TestStatsSettings::geometrySave_data() {
-    QTest::addColumn<QString>("previous");
-    QTest::addColumn<int>("state");
-    QTest::addColumn<QString>("expected");
-    QTest::newRow("normal writes its rectangle") << "2,0,1,2,3,4" << 0 << "0,0,50,60,700,500";
-    QTest::newRow("maximised keeps earlier rectangle")
-        << "0,0,40,30,800,600" << 2 << "2,0,40,30,800,600";
-    QTest::newRow("minimised keeps earlier rectangle")
-        << "0,0,40,30,800,600" << 1 << "1,0,40,30,800,600";
-    QTest::newRow("maximised on first run") << "" << 2 << "2,0,,,,";
-}
-
-void TestStatsSettings::geometrySave() {
-    QFETCH(QString, previous);
-    QFETCH(int, state);
-    QFETCH(QString, expected);
-    QCOMPARE(MakeWindowRecord(previous, state, 0, QRect(50, 60, 700, 500)), expected);
-}
-
-void TestStatsSettings::commaText_data() {
-    QTest::addColumn<QStringList>("items");
-    QTest::addColumn<QString>("text");
-    QTest::newRow("plain") << QStringList{"a", "b"} << "a,b";
-    QTest::newRow("blank quoted") << QStringList{"a b", "c"} << "\"a b\",c";
-    QTest::newRow("quote doubled") << QStringList{"say \"hi\""} << "\"say \"\"hi\"\"\"";
-    QTest::newRow("empty item") << QStringList{"", "x"} << "\"\",x";
-    QTest::newRow("none") << QStringList{} << "";
-}
-
-void TestStatsSettings::commaText() {
-    QFETCH(QStringList, items);
-    QFETCH(QString, text);
-    QCOMPARE(ToCommaText(items), text);
-}
-
 void TestStatsSettings::optionsDefaults() {
     const StatsOptions o = LoadStatsOptions(IniFile(path()));
     QVERIFY(o.autoLoad);
@@ -172,26 +114,6 @@ void TestStatsSettings::optionsDefaults() {
     QCOMPARE(o.dialogFont, QStringLiteral("MS Sans Serif,8,,0"));
     QCOMPARE(o.editorFont, QStringLiteral("Courier New,9,,0"));
     QCOMPARE(o.timeoutSeconds, 30);
-}
-
-void TestStatsSettings::optionsTimeout_data() {
-    QTest::addColumn<QString>("stored");
-    QTest::addColumn<int>("shown");
-    QTest::addColumn<int>("engine");
-    QTest::newRow("zero shows 30") << "0" << 30 << 30;
-    QTest::newRow("negative shows 30") << "-5" << 30 << 30;
-    QTest::newRow("45") << "45" << 45 << 45;
-    QTest::newRow("garbage") << "soon" << 30 << 30;
-}
-
-void TestStatsSettings::optionsTimeout() {
-    QFETCH(QString, stored);
-    QFETCH(int, shown);
-    QFETCH(int, engine);
-    IniFile ini(path());
-    QVERIFY(ini.writeString("stats", "timeoutseconds", stored));
-    QCOMPARE(LoadStatsOptions(ini).timeoutSeconds, shown);
-    QCOMPARE(ReadTimeoutSeconds(ini), engine);
     QCOMPARE(TimeoutFromText("12"), 12);
     QCOMPARE(TimeoutFromText("12x"), 30);
     QCOMPARE(TimeoutFromText(""), 30);

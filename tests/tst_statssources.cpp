@@ -1,6 +1,7 @@
 #include "Global2.h"
 #include "StatsSources.h"
 #include "TempEnvironment.h"
+#include "TestData.h"
 #include "TestFrontEnd.h"
 #include "TextFile.h"
 #include "UrlsCases.h"
@@ -14,45 +15,16 @@
 
 #include <memory>
 
-namespace {
-
-const QStringList FourPages{"mlist.txt", "pubring.mix", "rlist.txt", "pubring.asc"};
-
-// A small list in the shape the program ships, used where a case only needs
-// "some ordinary file".
-const QByteArray Ordinary = "velkin urls\n"
-                            "[alpha]\n"
-                            "mlist.txt http://alpha.example/mlist.txt\n"
-                            "rlist.txt http://alpha.example/rlist.txt\n"
-                            "\n"
-                            "[beta]\n"
-                            "mlist.txt https://beta.example/Stats/MLIST.txt\n"
-                            "\n"
-                            "[velkin]\n"
-                            "advisory.txt http://velkin.example/advisory.txt\n";
-
-} // namespace
-
 class TestStatsSources : public QObject {
     Q_OBJECT
 private slots:
     void init();
 
-    void sourceNameByIndex_data();
-    void sourceNameByIndex();
-    void pageLines_data();
-    void pageLines();
-    void markedPages_data();
-    void markedPages();
-    void urlOfPage_data();
-    void urlOfPage();
-    void sourceBox_data();
-    void sourceBox();
+    void readings_data() { AddTableRows(QStringLiteral("urls.txt")); }
+    void readings();
     void twoReadersDiffer();
     void readsFileAfresh();
 
-    void moveSource_data();
-    void moveSource();
     void moveSourceSaveFails_data();
     void moveSourceSaveFails();
 
@@ -81,220 +53,38 @@ void TestStatsSources::init() {
     m_ui = TestFrontEnd();
 }
 
-// ------------------------------------------------- by index, and the default
-
-void TestStatsSources::sourceNameByIndex_data() {
-    QTest::addColumn<QByteArray>("content");
-    QTest::addColumn<int>("index");
-    QTest::addColumn<QString>("name");
-
-    const QByteArray three = "[a]\nmlist.txt http://a/\n\n[b]\n\n[c]\n";
-    QTest::newRow("first") << three << 0 << "a";
-    QTest::newRow("third") << three << 2 << "c";
-    QTest::newRow("past the end") << three << 3 << "";
-    QTest::newRow("negative") << three << -1 << "";
-    QTest::newRow("lines before the first header")
-        << QByteArray("velkin urls\n\nsome note\n  [first]\n[second]\n") << 0 << "first";
-    QTest::newRow("velkin counted") << QByteArray("[a]\n[velkin]\n[b]\n") << 1 << "velkin";
-    QTest::newRow("velkin first is the default")
-        << QByteArray("[velkin]\n\n[a]\n") << 0 << "velkin";
-    QTest::newRow("indented header counted") << QByteArray("[a]\n   [b]  \n") << 1 << "b";
-    QTest::newRow("header without bracket loses its last letter")
-        << QByteArray("[beta\n") << 0 << "bet";
-    QTest::newRow("lone bracket") << QByteArray("[\n[x]\n") << 0 << "";
-    QTest::newRow("lone bracket counted") << QByteArray("[\n[x]\n") << 1 << "x";
-    QTest::newRow("CR LF") << QByteArray("velkin urls\r\n[a]\r\n\r\n[b]\r\n") << 1 << "b";
-    QTest::newRow("no sections") << QByteArray("velkin urls\nmlist.txt http://a/\n") << 0 << "";
-    QTest::newRow("missing file") << MissingUrls << 0 << "";
-}
-
-// The default source is the name of the first header.
-void TestStatsSources::sourceNameByIndex() {
-    QFETCH(QByteArray, content);
-    QFETCH(int, index);
-    QFETCH(QString, name);
-    QVERIFY(PlaceUrls(urlsPath(), content));
-    QCOMPARE(list().sourceNameByIndex(index), name);
-    if (index == 0)
-        QCOMPARE(list().defaultSource(), name);
-    QVERIFY(m_ui.messages.isEmpty());
-}
-
-// ---------------------------------------------------------------- page lines
-
-void TestStatsSources::pageLines_data() {
-    QTest::addColumn<QByteArray>("content");
-    QTest::addColumn<QString>("source");
-    QTest::addColumn<QStringList>("lines");
-
-    const auto row = [](const char* tag, const QByteArray& content, const char* source,
-                        const QStringList& lines) {
-        QTest::newRow(tag) << content << source << lines;
-    };
-    row("ordinary", Ordinary, "alpha",
-        {"mlist.txt http://alpha.example/mlist.txt", "rlist.txt http://alpha.example/rlist.txt"});
-    row("line of blanks ends the section",
-        "[a]\nmlist.txt http://a/m\n  \t \nrlist.txt http://a/r\n", "a", {"mlist.txt http://a/m"});
-    row("entry without a space skipped, later lines read",
-        "[a]\nmlist.txt\nrlist.txt http://a/r\npubring.asc http://a/k\n", "a",
-        {"rlist.txt http://a/r", "pubring.asc http://a/k"});
-    row("tab is not a space", "[a]\nmlist.txt\thttp://a/m\nrlist.txt http://a/r\n", "a",
-        {"rlist.txt http://a/r"});
-    row("entries trimmed", "[a]\n   mlist.txt   http://a/m   \n", "a", {"mlist.txt   http://a/m"});
-    row("indented header ends the section",
-        "[a]\nmlist.txt http://a/m\n   [b]\nrlist.txt http://b/r\n", "a", {"mlist.txt http://a/m"});
-    row("indented header opens the section",
-        "[a]\nmlist.txt http://a/m\n   [b]  \nrlist.txt http://b/r\n", "b",
-        {"rlist.txt http://b/r"});
-    row("duplicate sections apart",
-        "[a]\nmlist.txt http://one/m\n\n[b]\nmlist.txt http://b/m\n\n"
-        "[a]\nmlist.txt http://two/m\nrlist.txt http://two/r\n",
-        "a", {"mlist.txt http://one/m", "mlist.txt http://two/m", "rlist.txt http://two/r"});
-    row("duplicate sections back to back",
-        "[a]\nmlist.txt http://one/m\n[a]\nrlist.txt http://two/r\n", "a",
-        {"mlist.txt http://one/m", "rlist.txt http://two/r"});
-    row("name compared with case", "[Alpha]\nmlist.txt http://a/m\n", "alpha", {});
-    row("longer name is another source", "[alphabet]\nmlist.txt http://a/m\n", "alpha", {});
-    row("unknown source", Ordinary, "gamma", {});
-}
-
-// pageNames, the same lines cut at their first blank, is checked through
-// markedPages and with the large file.
-void TestStatsSources::pageLines() {
-    QFETCH(QByteArray, content);
-    QFETCH(QString, source);
-    QFETCH(QStringList, lines);
-    writeUrls(content);
-    QCOMPARE(list().pageLines(source), lines);
-    QVERIFY(m_ui.messages.isEmpty());
-}
-
-// ---------------------------------------------------------------- marked
-
-void TestStatsSources::markedPages_data() {
-    QTest::addColumn<QByteArray>("content");
-    QTest::addColumn<QStringList>("checked");
-    QTest::addColumn<QStringList>("marked");
-
-    const QByteArray source = "[a]\n"
-                              "rlist.txt http://a/r\n"
-                              "mlist.txt http://a/m\n"
-                              "type2.list http://a/t\n"
-                              "pubring.mix http://a/k\n";
-    QTest::newRow("file order, not menu order")
-        << source << QStringList{"mlist.txt", "rlist.txt"} << QStringList{"rlist.txt", "mlist.txt"};
-    QTest::newRow("accelerator removed") << source << QStringList{"&mlist.txt", "type2.&list"}
-                                         << QStringList{"mlist.txt", "type2.list"};
-    QTest::newRow("caption case must match")
-        << source << QStringList{"MLIST.TXT", "pubring.mix"} << QStringList{"pubring.mix"};
-    QTest::newRow("page written in capitals is not the menu's page")
-        << QByteArray("[a]\nMLIST.TXT http://a/m\nrlist.txt http://a/r\n")
-        << QStringList{"mlist.txt", "rlist.txt"} << QStringList{"rlist.txt"};
-    QTest::newRow("missing section")
-        << QByteArray("[b]\nmlist.txt http://b/m\n") << QStringList{"mlist.txt"} << QStringList{};
-}
-
-void TestStatsSources::markedPages() {
-    QFETCH(QByteArray, content);
-    QFETCH(QStringList, checked);
-    QFETCH(QStringList, marked);
-    writeUrls(content);
-    QCOMPARE(list().markedPages("a", checked), marked);
-    QVERIFY(m_ui.messages.isEmpty());
-}
-
-// ---------------------------------------------------------------- URL
-
-void TestStatsSources::urlOfPage_data() {
-    QTest::addColumn<QByteArray>("content");
-    QTest::addColumn<QString>("source");
-    QTest::addColumn<QString>("page");
-    QTest::addColumn<QString>("url");
-    QTest::addColumn<QString>("message");
-
-    const auto row = [](const char* tag, const QByteArray& content, const char* source,
-                        const char* page, const char* url, const char* message = "") {
-        QTest::newRow(tag) << content << source << page << url << message;
-    };
-    row("URL keeps its case", Ordinary, "beta", "mlist.txt",
-        "https://beta.example/Stats/MLIST.txt");
-    row("page name in capitals found", "[a]\nMLIST.TXT HTTP://Example.COM/Stats/MList.TXT\n", "a",
-        "mlist.txt", "HTTP://Example.COM/Stats/MList.TXT");
-    row("page asked in capitals is not found", "[a]\nmlist.txt http://a/m\n", "a", "MLIST.TXT", "",
-        "I don't have a URL for MLIST.TXT at a!");
-    row("blanks around the URL trimmed", "[a]\n  mlist.txt     http://a/m   \n", "a", "mlist.txt",
-        "http://a/m");
-    row("longer page name does not match",
-        "[a]\nmlist.txt.old http://a/old\nmlist.txt http://a/m\n", "a", "mlist.txt", "http://a/m");
-    row("duplicate sections, first match wins",
-        "[a]\nrlist.txt http://one/r\n\n[b]\n\n[a]\nmlist.txt http://two/m\n"
-        "rlist.txt http://two/r\n",
-        "a", "rlist.txt", "http://one/r");
-    row("missing file", MissingUrls, "alpha", "pubring.asc", "",
-        "I don't have a URL for pubring.asc at alpha!");
-}
-
-void TestStatsSources::urlOfPage() {
-    QFETCH(QByteArray, content);
-    QFETCH(QString, source);
-    QFETCH(QString, page);
-    QFETCH(QString, url);
-    QFETCH(QString, message);
-    QVERIFY(PlaceUrls(urlsPath(), content));
-    QCOMPARE(list().urlOfPage(source, page), url);
-    if (message.isEmpty()) {
-        QVERIFY(m_ui.messages.isEmpty());
-        return;
+void TestStatsSources::readings() {
+    QFETCH(QStringList, f);
+    QVERIFY(PlaceUrls(urlsPath(), f[1] == u'-' ? MissingUrls : f[1].toLatin1()));
+    const StatsSourceList sources = list();
+    const QString& kind = f[0];
+    if (kind == "name") {
+        QCOMPARE(sources.sourceNameByIndex(f[2].toInt()), f[3]);
+        if (f[2] == u'0')
+            QCOMPARE(sources.defaultSource(), f[3]);
+    } else if (kind == "lines") {
+        QCOMPARE(sources.pageLines(f[2]).join(u'|'), f[3]);
+    } else if (kind == "marked") {
+        QCOMPARE(sources.markedPages("a", f[2].split(u'|')).join(u'|'), f[3]);
+    } else if (kind == "url") {
+        QCOMPARE(sources.urlOfPage(f[2], f[3]), f[4]);
+        if (!f[5].isEmpty()) {
+            QCOMPARE(m_ui.messageTexts(), QStringList{f[5]});
+            QCOMPARE(m_ui.messages.first().type, Warning);
+            QCOMPARE(m_ui.messages.first().buttons, int(MbOk));
+            QCOMPARE(m_ui.messages.first().style, MsgStyle::CentredDialog);
+            return;
+        }
+    } else if (kind == "box") {
+        const SourceBoxContent box = sources.sourceBoxContent(f[2]);
+        QCOMPARE(box.entries.join(u'|'), f[3]);
+        QCOMPARE(box.selected, f[4].toInt());
+    } else if (kind == "move") {
+        QVERIFY(sources.moveSource(f[2], f[3].toInt()));
+        QCOMPARE(TempEnvironment::readFile(urlsPath()), f[4].toLatin1());
+    } else {
+        QFAIL("unknown case kind");
     }
-    QCOMPARE(m_ui.messageTexts(), QStringList{message});
-    QCOMPARE(m_ui.messages.first().type, Warning);
-    QCOMPARE(m_ui.messages.first().buttons, int(MbOk));
-    QCOMPARE(m_ui.messages.first().style, MsgStyle::CentredDialog);
-}
-
-// ---------------------------------------------------------------- source box
-
-void TestStatsSources::sourceBox_data() {
-    QTest::addColumn<QByteArray>("content");
-    QTest::addColumn<QString>("select");
-    QTest::addColumn<QStringList>("entries");
-    QTest::addColumn<int>("selected");
-
-    QTest::newRow("velkin left out") << Ordinary << "beta" << QStringList{"alpha", "beta"} << 1;
-    QTest::newRow("lookup ignores case") << Ordinary << "BETA" << QStringList{"alpha", "beta"} << 1;
-    // Filled at start-up with a default of velkin, the box cannot show it.
-    QTest::newRow("velkin first selects the first entry")
-        << QByteArray("[velkin]\nurls.txt http://v/u\n\n[a]\n") << "velkin" << QStringList{"a"}
-        << 0;
-    QTest::newRow("name not in file selects the first")
-        << Ordinary << "gamma" << QStringList{"alpha", "beta"} << 0;
-    QTest::newRow("velkin in other case is offered")
-        << QByteArray("[a]\n[Velkin]\n[VELKIN]\n") << "velkin"
-        << QStringList{"a", "Velkin", "VELKIN"} << 1;
-    QTest::newRow("line beginning with [velkin] left out")
-        << QByteArray("[velkin] old\n[velkin]x\n[a]\n") << "a" << QStringList{"a"} << 0;
-    QTest::newRow("cut at the first bracket")
-        << QByteArray("[alpha] old]\n[b]]\n") << "b" << QStringList{"alpha", "b"} << 1;
-    QTest::newRow("header without bracket gives an empty entry")
-        << QByteArray("[a]\n[broken\n[c]\n") << "c" << QStringList{"a", "", "c"} << 2;
-    QTest::newRow("indented header not offered")
-        << QByteArray("  [a]\n[b]\n") << "a" << QStringList{"b"} << 0;
-    QTest::newRow("duplicates offered twice")
-        << QByteArray("[a]\n[b]\n[a]\n") << "a" << QStringList{"a", "b", "a"} << 0;
-    QTest::newRow("no sections") << QByteArray("velkin urls\nmlist.txt http://a/m\n") << "a"
-                                 << QStringList{} << -1;
-    QTest::newRow("only velkin") << QByteArray("[velkin]\n") << "velkin" << QStringList{} << -1;
-}
-
-void TestStatsSources::sourceBox() {
-    QFETCH(QByteArray, content);
-    QFETCH(QString, select);
-    QFETCH(QStringList, entries);
-    QFETCH(int, selected);
-    writeUrls(content);
-    const SourceBoxContent box = list().sourceBoxContent(select);
-    QCOMPARE(box.entries, entries);
-    QCOMPARE(box.selected, selected);
     QVERIFY(m_ui.messages.isEmpty());
 }
 
@@ -326,69 +116,6 @@ void TestStatsSources::readsFileAfresh() {
     QCOMPARE(sources.urlOfPage("a", "mlist.txt"), QStringLiteral("http://a/new"));
     QVERIFY(QFile::remove(urlsPath()));
     QCOMPARE(sources.sourceBoxContent("a").entries, QStringList{});
-}
-
-// ---------------------------------------------------------------- move
-
-void TestStatsSources::moveSource_data() {
-    QTest::addColumn<QByteArray>("content");
-    QTest::addColumn<QString>("source");
-    QTest::addColumn<int>("position");
-    QTest::addColumn<QByteArray>("result");
-
-    const QByteArray four = "velkin urls\n"
-                            "[a]\nmlist.txt http://a/m\n\n"
-                            "[b]\nmlist.txt http://b/m\n\n"
-                            "[c]\nmlist.txt http://c/m\nnote under c\n\n"
-                            "[velkin]\nurls.txt http://v/u\n";
-    QTest::newRow("last but one to the top")
-        << four << "c" << 0
-        << QByteArray("velkin urls\n"
-                      "[c]\nmlist.txt http://c/m\nnote under c\n\n"
-                      "[a]\nmlist.txt http://a/m\n\n"
-                      "[b]\nmlist.txt http://b/m\n\n"
-                      "[velkin]\nurls.txt http://v/u\n");
-    QTest::newRow("to the middle") << four << "velkin" << 1
-                                   << QByteArray("velkin urls\n"
-                                                 "[a]\nmlist.txt http://a/m\n\n"
-                                                 "[velkin]\nurls.txt http://v/u\n"
-                                                 "[b]\nmlist.txt http://b/m\n\n"
-                                                 "[c]\nmlist.txt http://c/m\nnote under c\n\n");
-    QTest::newRow("first to the top stays") << four << "a" << 0 << four;
-    const QByteArray withoutB = "velkin urls\n"
-                                "[a]\nmlist.txt http://a/m\n\n"
-                                "[c]\nmlist.txt http://c/m\nnote under c\n\n"
-                                "[velkin]\nurls.txt http://v/u\n";
-    QTest::newRow("position of the header count drops the section") << four << "b" << 3 << withoutB;
-    QTest::newRow("negative position drops the section") << four << "b" << -1 << withoutB;
-    QTest::newRow("unknown source saves unchanged") << four << "d" << 0 << four;
-    QTest::newRow("header must be the whole line")
-        << QByteArray("[a]\n[b] \nmlist.txt http://b/m\n") << "b" << 0
-        << QByteArray("[a]\n[b] \nmlist.txt http://b/m\n");
-    QTest::newRow("name compared with case")
-        << QByteArray("[a]\n[B]\n") << "b" << 0 << QByteArray("[a]\n[B]\n");
-    const QByteArray indented = "[b]\n  [y]\n[a]\nA\n  [x]\nX\n[c]\n";
-    QTest::newRow("indented header does not end the block")
-        << indented << "a" << 0 << QByteArray("[a]\nA\n  [x]\nX\n[b]\n  [y]\n[c]\n");
-    QTest::newRow("indented header is not counted")
-        << indented << "a" << 1 << QByteArray("[b]\n  [y]\n[a]\nA\n  [x]\nX\n[c]\n");
-    QTest::newRow("only the first of duplicates moves")
-        << QByteArray("[a]\nA1\n[b]\nB\n[a]\nA2\n") << "a" << 1
-        << QByteArray("[b]\nB\n[a]\nA1\n[a]\nA2\n");
-    QTest::newRow("CR LF read, written with the platform's line ends")
-        << QByteArray("[a]\r\nA\r\n\r\n[b]\r\nB\r\n") << "b" << 0
-        << QByteArray("[b]\nB\n[a]\nA\n\n");
-}
-
-void TestStatsSources::moveSource() {
-    QFETCH(QByteArray, content);
-    QFETCH(QString, source);
-    QFETCH(int, position);
-    QFETCH(QByteArray, result);
-    writeUrls(content);
-    QVERIFY(list().moveSource(source, position));
-    QCOMPARE(TempEnvironment::readFile(urlsPath()), result);
-    QVERIFY(m_ui.messages.isEmpty());
 }
 
 // The same obstacles as WriteSourceOrder meets in tst_sourceorder.
@@ -555,7 +282,7 @@ void TestStatsSources::defaultFileParses() {
     QCOMPARE(sources.defaultSource(), pingers.first());
     for (const QString& pinger : pingers) {
         const QStringList pages = sources.pageNames(pinger);
-        for (const QString& page : FourPages) {
+        for (const QString& page : StatsPages) {
             QVERIFY2(pages.count(page) == 1, qPrintable(pinger + ": " + page));
             const QUrl url(sources.urlOfPage(pinger, page), QUrl::StrictMode);
             QVERIFY2(url.isValid() && (url.scheme() == "http" || url.scheme() == "https") &&
@@ -563,7 +290,7 @@ void TestStatsSources::defaultFileParses() {
                      qPrintable(pinger + ": " + url.toString()));
         }
         for (const QString& page : pages)
-            QVERIFY2(FourPages.contains(page) || page == "type2.list",
+            QVERIFY2(StatsPages.contains(page) || page == "type2.list",
                      qPrintable(pinger + ": " + page));
     }
     QVERIFY(m_ui.messages.isEmpty());

@@ -1,6 +1,7 @@
 #include "DialogTestSupport.h"
 #include "Global2.h"
 #include "TempEnvironment.h"
+#include "TestData.h"
 #include "TestFrontEnd.h"
 #include "UpdateSelectDlgs.h"
 #include "UrlsCases.h"
@@ -18,8 +19,6 @@
 #include <memory>
 
 namespace {
-
-const char AssertChild[] = "TST_UPDATESELECTDLG_ASSERT";
 
 const QByteArray Ordinary = "velkin urls\n"
                             "[alpha]\n"
@@ -98,18 +97,13 @@ private slots:
     void init();
     void cleanup();
 
-    void captionsAndControls();
     void listsAtOpen_data();
     void listsAtOpen();
     void sourceBoxChangeRelists();
     void quickBoxChangeRelists();
     void changeReadsFileAfresh();
-    void selectUpdate_data();
+    void selectUpdate_data() { AddTableRows(QStringLiteral("updateselect.txt")); }
     void selectUpdate();
-    void lookFromSettings();
-    void fixedSizeCentredOnOwner();
-    void assertions_data();
-    void assertions();
 
 private:
     QString urlsPath() const { return m_env->programFolder() + "urls.txt"; }
@@ -148,24 +142,6 @@ bool TestUpdateSelectDlg::runModal(QWidget* owner,
         act, &m_guardFired);
 }
 
-void TestUpdateSelectDlg::captionsAndControls() {
-    TUpdateSelectDlg dialog(nullptr, &m_ui, urlsPath());
-    QCOMPARE(dialog.windowTitle(), QStringLiteral("Select Source and Tick Items for Update"));
-    QCOMPARE(dialog.Label1->text(),
-             QStringLiteral("Selections made in this dialog are temporary.  Use the 'Pages' menu "
-                            "to make selections persistent from session to session. Auto-update "
-                            "will always use the first source in the URL file."));
-    QVERIFY(dialog.Label1->wordWrap());
-    QCOMPARE(entries(dialog.QuickBox), QStringList{"velkin"});
-    QCOMPARE(dialog.OkBtn->text(), QStringLiteral("Update"));
-    QCOMPARE(dialog.CancelBtn->text(), QStringLiteral("Cancel"));
-    QVERIFY(dialog.OkBtn->isDefault());
-    QCOMPARE(dialog.mixmasterDir(), m_env->mixFolder());
-    for (const char* name :
-         {"Label1", "SourceBox", "PageListBox", "QuickBox", "QuickListBox", "OkBtn", "CancelBtn"})
-        QVERIFY2(dialog.findChild<QWidget*>(QLatin1String(name)), name);
-}
-
 void TestUpdateSelectDlg::listsAtOpen_data() {
     QTest::addColumn<QByteArray>("content");
     QTest::addColumn<QStringList>("sources");
@@ -176,26 +152,7 @@ void TestUpdateSelectDlg::listsAtOpen_data() {
                               << QStringList{"mlist.txt", "pubring.mix", "type2.list", "rlist.txt"}
                               << QStringList{"advisory.txt", "urls.txt", "nymserver.asc"};
     QTest::newRow("missing file") << MissingUrls << QStringList() << QStringList() << QStringList();
-    QTest::newRow("[VELKIN] and [Velkin] left out")
-        << QByteArray("[VELKIN]\nmlist.txt http://V/m\n\n[Velkin]\n\n[alpha]\n"
-                      "rlist.txt http://a/r\n")
-        << QStringList{"alpha"} << QStringList{"rlist.txt"} << QStringList();
-    // The trimmed header loses its blank, and its section is found.
-    QTest::newRow("blank after the bracket")
-        << QByteArray("[alpha] \nmlist.txt http://a/m\n\n[velkin]\nurls.txt http://v/u\n")
-        << QStringList{"alpha"} << QStringList{"mlist.txt"} << QStringList{"urls.txt"};
-    QTest::newRow("duplicate sections both listed")
-        << QByteArray("[alpha]\nmlist.txt http://a/1\n\n[beta]\nmlist.txt http://b/1\n\n"
-                      "[alpha]\nrlist.txt http://a/2\n")
-        << QStringList{"alpha", "beta", "alpha"} << QStringList{"mlist.txt", "rlist.txt"}
-        << QStringList();
-    QTest::newRow("lines without a blank skipped")
-        << QByteArray("[alpha]\nmlist.txt\npubring.mix http://a/p\nnote\n  rlist.txt  http://a/r\n")
-        << QStringList{"alpha"} << QStringList{"pubring.mix", "rlist.txt"} << QStringList();
-    QTest::newRow("text before the first section and CR LF")
-        << QByteArray("velkin urls\r\nmlist.txt http://stray/m\r\n\r\n[alpha]\r\n"
-                      "pubring.asc http://a/p\r\n\r\n[velkin]\r\nmail2news.txt http://v/m\r\n")
-        << QStringList{"alpha"} << QStringList{"pubring.asc"} << QStringList{"mail2news.txt"};
+    // What the lists hold for odd files is the sourceorder table's work.
 }
 
 void TestUpdateSelectDlg::listsAtOpen() {
@@ -268,65 +225,16 @@ void TestUpdateSelectDlg::changeReadsFileAfresh() {
     QCOMPARE(items(dialog.PageListBox), QStringList{"mail2news.txt"});
 }
 
-void TestUpdateSelectDlg::selectUpdate_data() {
-    QTest::addColumn<int>("sourceIndex");
-    QTest::addColumn<QStringList>("ticks");
-    QTest::addColumn<QStringList>("quickTicks");
-    QTest::addColumn<QString>("closeBy");
-    QTest::addColumn<bool>("ok");
-    QTest::addColumn<QString>("source");
-    QTest::addColumn<QStringList>("pages");
-    QTest::addColumn<QString>("quickSource");
-    QTest::addColumn<QStringList>("quickPages");
-
-    QTest::newRow("Update with nothing ticked")
-        << 0 << QStringList() << QStringList() << "OkBtn" << true << "alpha" << QStringList()
-        << "velkin" << QStringList();
-    QTest::newRow("ticks come back in list order")
-        << 0 << QStringList{"rlist.txt", "mlist.txt"}
-        << QStringList{"nymserver.asc", "advisory.txt"} << "OkBtn" << true << "alpha"
-        << QStringList{"mlist.txt", "rlist.txt"} << "velkin"
-        << QStringList{"advisory.txt", "nymserver.asc"};
-    QTest::newRow("type2.list ticked is never returned")
-        << 0 << QStringList{"type2.list", "pubring.mix"} << QStringList() << "OkBtn" << true
-        << "alpha" << QStringList{"pubring.mix"} << "velkin" << QStringList();
-    QTest::newRow("only type2.list ticked")
-        << 0 << QStringList{"type2.list"} << QStringList{"urls.txt"} << "OkBtn" << true << "alpha"
-        << QStringList() << "velkin" << QStringList{"urls.txt"};
-    QTest::newRow("second source")
-        << 1 << QStringList{"pubring.asc"} << QStringList() << "OkBtn" << true << "beta"
-        << QStringList{"pubring.asc"} << "velkin" << QStringList();
-    QTest::newRow("ticked twice is unticked")
-        << 0 << QStringList{"mlist.txt", "mlist.txt", "rlist.txt"} << QStringList() << "OkBtn"
-        << true << "alpha" << QStringList{"rlist.txt"} << "velkin" << QStringList();
-    QTest::newRow("Cancel leaves every output empty")
-        << 1 << QStringList{"rlist.txt"} << QStringList{"urls.txt"} << "CancelBtn" << false
-        << QString() << QStringList() << QString() << QStringList();
-    QTest::newRow("close box is Cancel")
-        << 0 << QStringList{"mlist.txt"} << QStringList() << "close" << false << QString()
-        << QStringList() << QString() << QStringList();
-    QTest::newRow("Escape is Cancel")
-        << 0 << QStringList{"mlist.txt"} << QStringList() << "escape" << false << QString()
-        << QStringList() << QString() << QStringList();
-    QTest::newRow("Enter is Update")
-        << 0 << QStringList{"mlist.txt"} << QStringList() << "enter" << true << "alpha"
-        << QStringList{"mlist.txt"} << "velkin" << QStringList();
-}
-
 void TestUpdateSelectDlg::selectUpdate() {
-    QFETCH(int, sourceIndex);
-    QFETCH(QStringList, ticks);
-    QFETCH(QStringList, quickTicks);
-    QFETCH(QString, closeBy);
-    QFETCH(bool, ok);
-    QFETCH(QString, source);
-    QFETCH(QStringList, pages);
-    QFETCH(QString, quickSource);
-    QFETCH(QStringList, quickPages);
-
+    QFETCH(QStringList, f);
+    const auto list = [](const QString& field) {
+        return field == u'-' ? QStringList() : field.split(u'|');
+    };
+    const auto text = [](const QString& field) {
+        return field == u'-' ? QString() : field;
+    };
     QWidget owner;
     QVERIFY(ShowOwner(owner));
-
     // Left over from an earlier run; cleared whatever the outcome.
     QString outSource = "old";
     QStringList outPages{"old.txt"};
@@ -336,109 +244,26 @@ void TestUpdateSelectDlg::selectUpdate() {
         &owner,
         [&](TUpdateSelectDlg* dialog) {
             dialog->SourceBox->setFocus();
-            for (int i = 0; i < sourceIndex; ++i)
+            for (int i = 0; i < f[1].toInt(); ++i)
                 QTest::keyClick(dialog->SourceBox, Qt::Key_Down);
-            tick(dialog->PageListBox, ticks);
-            tick(dialog->QuickListBox, quickTicks);
-            if (closeBy == "enter") {
+            tick(dialog->PageListBox, list(f[2]));
+            tick(dialog->QuickListBox, list(f[3]));
+            if (f[4] == "enter") {
                 dialog->PageListBox->clearFocus();
                 dialog->OkBtn->setFocus();
                 QTest::keyClick(dialog->OkBtn, Qt::Key_Return);
             } else {
-                CloseDialogBy(dialog, closeBy);
+                CloseDialogBy(dialog, f[4]);
             }
         },
         outSource, outPages, outQuickSource, outQuickPages);
     QVERIFY(!m_guardFired);
-    QCOMPARE(result, ok);
-    QCOMPARE(outSource, source);
-    QCOMPARE(outPages, pages);
-    QCOMPARE(outQuickSource, quickSource);
-    QCOMPARE(outQuickPages, quickPages);
+    QCOMPARE(result, f[5] == u'1');
+    QCOMPARE(outSource, text(f[6]));
+    QCOMPARE(outPages, list(f[7]));
+    QCOMPARE(outQuickSource, text(f[8]));
+    QCOMPARE(outQuickPages, list(f[9]));
 }
 
-void TestUpdateSelectDlg::lookFromSettings() {
-    TempEnvironment::writeFile(m_env->programFolder() + "vkstats.ini",
-                               "[stats]\nwindowcolor=16711680\ndialogfont=Courier New,15,b,0\n");
-    TUpdateSelectDlg dialog(nullptr, &m_ui, urlsPath());
-    QCOMPARE(dialog.PageListBox->palette().color(QPalette::Base), QColor(0, 0, 255));
-    QCOMPARE(dialog.QuickListBox->palette().color(QPalette::Base), QColor(0, 0, 255));
-    QCOMPARE(dialog.font().pointSize(), 15);
-    QVERIFY(dialog.font().bold());
-    QCOMPARE(dialog.PageListBox->font().pointSize(), 15);
-    QCOMPARE(dialog.OkBtn->font().pointSize(), 15);
-}
-
-void TestUpdateSelectDlg::fixedSizeCentredOnOwner() {
-    QWidget owner;
-    QVERIFY(ShowOwner(owner));
-    QPoint offset(1000, 1000);
-    bool fixed = false;
-    bool labelWhole = false;
-    bool modalOverOwner = false;
-    QString source;
-    QString quickSource;
-    QStringList pages;
-    QStringList quickPages;
-    const bool result = runModal(
-        &owner,
-        [&](TUpdateSelectDlg* dialog) {
-            offset = dialog->frameGeometry().center() - owner.frameGeometry().center();
-            fixed = dialog->minimumSize() == dialog->maximumSize() &&
-                    dialog->size() == dialog->minimumSize();
-            labelWhole =
-                dialog->Label1->height() >= dialog->Label1->heightForWidth(dialog->Label1->width());
-            modalOverOwner = dialog->isModal() && dialog->parentWidget() == &owner;
-            dialog->reject();
-        },
-        source, pages, quickSource, quickPages);
-    QVERIFY(!m_guardFired);
-    QVERIFY(!result);
-    QVERIFY(fixed);
-    QVERIFY(labelWhole);
-    QVERIFY(modalOverOwner);
-    QVERIFY2(offset.manhattanLength() <= 2,
-             qPrintable(QStringLiteral("off by %1,%2").arg(offset.x()).arg(offset.y())));
-}
-
-void TestUpdateSelectDlg::assertions_data() {
-    QTest::addColumn<QString>("fault");
-    QTest::addColumn<QByteArray>("message");
-    QTest::newRow("empty path")
-        << "path"
-        << QByteArray("Assertion failed: !m_urlsPath.isEmpty(), file stats\\UpdateSelectDlgs");
-    QTest::newRow("no Mixmaster folder")
-        << "mixmaster"
-        << QByteArray("Assertion failed: !m_mixDir.isEmpty(), file stats\\UpdateSelectDlgs");
-}
-
-void TestUpdateSelectDlg::assertions() {
-    QFETCH(QString, fault);
-    QFETCH(QByteArray, message);
-    QTemporaryDir home; // without a .Mix folder
-    QVERIFY(home.isValid());
-    QProcessEnvironment environment = AssertChildEnvironment(AssertChild, fault);
-    if (fault == "mixmaster") {
-        environment.remove(QStringLiteral("MIXPATH"));
-        environment.insert(QStringLiteral("HOME"), home.path());
-    }
-    ExpectStopAtCheck(environment, message);
-}
-
-int main(int argc, char** argv) {
-    QTEST_SET_MAIN_SOURCE_PATH
-    // The child of assertions() must stop at the check.
-    return DialogTestMain<TestUpdateSelectDlg>(argc, argv, AssertChild, [](const QString& fault) {
-        const bool emptyPath = fault == QLatin1String("path");
-        QWidget owner;
-        TestFrontEnd ui;
-        QString source = QStringLiteral("x");
-        QStringList pages{QStringLiteral("x")};
-        QString quickSource = QStringLiteral("x");
-        QStringList quickPages{QStringLiteral("x")};
-        SelectUpdate(&owner, &ui, emptyPath ? QString() : ProgramFolder() + "urls.txt", source,
-                     pages, quickSource, quickPages);
-    });
-}
-
+QTEST_MAIN(TestUpdateSelectDlg)
 #include "tst_updateselectdlg.moc"

@@ -31,8 +31,6 @@
 
 namespace {
 
-const char AssertChild[] = "TST_URLDLG_ASSERT";
-
 const QString SaveQuestion = QStringLiteral("Your URLs are modified. Save your changes?");
 const QString BadPage = QStringLiteral(
     "The new page doesn't look correct. The first line\nshould be 'Velkin URLS'. I'll put this "
@@ -100,15 +98,12 @@ private slots:
     void cleanup();
 
     void controls();
-    void lookFromSettings();
-    void closing_data();
-    void closing();
+    void cases_data() { AddTableRows(QStringLiteral("urldlg.txt")); }
+    void cases();
     void failedSaveKeepsDialogOpen();
     void refreshQuestion_data();
     void refreshQuestion();
     void refreshReplaces();
-    void firstLineCheck_data();
-    void firstLineCheck();
     void reviewedPageCanBeSaved();
     void refreshFails_data();
     void refreshFails();
@@ -119,10 +114,9 @@ private slots:
     void help_data();
     void help();
     void mainWindowMenu();
-    void assertions_data();
-    void assertions();
 
 private:
+    void firstLineCheck(const QByteArray& body, bool accepted);
     QString urlsPath() const { return m_env->programFolder() + "urls.txt"; }
     QString iniPath() const { return m_env->programFolder() + "vkstats.ini"; }
     QString listUrl() const { return m_pinger->url(QStringLiteral("/urls.txt")); }
@@ -172,17 +166,9 @@ bool TestURLDlg::runModal(const std::function<void(TURLDlg*)>& act, const QStrin
 
 void TestURLDlg::controls() {
     TURLDlg dialog(nullptr, &m_ui, urlsPath(), "<none>", {});
-    QCOMPARE(dialog.windowTitle(), QStringLiteral("URL Manager"));
     QCOMPARE(dialog.Editor->toPlainText(), shown(urlsFile(listUrl())));
     QVERIFY(!dialog.Editor->isReadOnly());
     QVERIFY(!dialog.isModified());
-    QCOMPARE(dialog.OkBtn->text(), QStringLiteral("OK"));
-    QCOMPARE(dialog.CancelBtn->text(), QStringLiteral("Cancel"));
-    QCOMPARE(dialog.RefreshBtn->text(), QStringLiteral("&Refresh"));
-    QCOMPARE(dialog.HelpBtn->text(), QStringLiteral("&Help"));
-    QVERIFY(dialog.OkBtn->isDefault());
-    QCOMPARE(dialog.ProgressBar->minimum(), 0);
-    QCOMPARE(dialog.ProgressBar->maximum(), 100);
     QVERIFY(m_ui.messages.isEmpty());
 
     // A missing file is an empty list to start from.
@@ -192,42 +178,15 @@ void TestURLDlg::controls() {
     QVERIFY(!empty.isModified());
 }
 
-void TestURLDlg::lookFromSettings() {
-    TempEnvironment::writeFile(iniPath(), "[stats]\nwindowcolor=255\n"
-                                          "dialogfont=Courier New,13,i,0\n"
-                                          "editorfont=Arial,17,b,0\n");
-    TURLDlg dialog(nullptr, &m_ui, urlsPath(), "<none>", {});
-    QCOMPARE(dialog.Editor->palette().color(QPalette::Base), QColor(255, 0, 0));
-    QCOMPARE(dialog.font().pointSize(), 13);
-    QVERIFY(dialog.font().italic());
-    QCOMPARE(dialog.OkBtn->font().pointSize(), 13);
-    QCOMPARE(dialog.Editor->font().pointSize(), 17);
-    QVERIFY(dialog.Editor->font().bold());
-}
-
-void TestURLDlg::closing_data() {
-    QTest::addColumn<bool>("edit");
-    QTest::addColumn<QString>("how");
-    QTest::addColumn<int>("answer"); // 0: none queued
-    QTest::addColumn<bool>("asked");
-    QTest::addColumn<bool>("saved");
-
-    QTest::newRow("unchanged, OK") << false << "OkBtn" << 0 << false << false;
-    QTest::newRow("unchanged, Cancel") << false << "CancelBtn" << 0 << false << false;
-    QTest::newRow("edited, OK answered Yes") << true << "OkBtn" << int(IdYes) << true << true;
-    QTest::newRow("edited, OK answered No") << true << "OkBtn" << int(IdNo) << true << false;
-    QTest::newRow("edited, Cancel answered Yes")
-        << true << "CancelBtn" << int(IdYes) << true << true;
-    QTest::newRow("edited, Escape answered Yes") << true << "escape" << int(IdYes) << true << true;
-    QTest::newRow("edited, close box answered No") << true << "close" << int(IdNo) << true << false;
-}
-
-void TestURLDlg::closing() {
-    QFETCH(bool, edit);
-    QFETCH(QString, how);
-    QFETCH(int, answer);
-    QFETCH(bool, asked);
-    QFETCH(bool, saved);
+void TestURLDlg::cases() {
+    QFETCH(QStringList, f);
+    if (f[0] == "firstline")
+        return firstLineCheck(f[1].toLatin1(), f[2] == u'1');
+    const bool edit = f[1] == u'1';
+    const QString& how = f[2];
+    const int answer = f[3] == "yes" ? int(IdYes) : f[3] == "no" ? int(IdNo) : 0;
+    const bool asked = f[4] == u'1';
+    const bool saved = f[5] == u'1';
     const QByteArray before = TempEnvironment::readFile(urlsPath());
     const QDateTime stamp = QFileInfo(urlsPath()).lastModified();
     if (answer)
@@ -362,23 +321,7 @@ void TestURLDlg::refreshReplaces() {
              QByteArray("Velkin URLS\n[b]\nmlist.txt http://b.example/mlist.txt\n\n[velkin]\n"));
 }
 
-void TestURLDlg::firstLineCheck_data() {
-    QTest::addColumn<QByteArray>("body");
-    QTest::addColumn<bool>("accepted");
-    QTest::newRow("as written") << QByteArray("velkin urls\n[b]\n") << true;
-    QTest::newRow("capitals and blanks around")
-        << QByteArray("  VELKIN URLS \t\r\n[b]\r\n") << true;
-    QTest::newRow("a word more") << QByteArray("velkin urls list\n[b]\n") << false;
-    QTest::newRow("a letter less") << QByteArray("velkin url\n[b]\n") << false;
-    QTest::newRow("blank line first") << QByteArray("\nvelkin urls\n[b]\n") << false;
-    QTest::newRow("blank inside") << QByteArray("velkin  urls\n[b]\n") << false;
-    QTest::newRow("a web page") << QByteArray("<html><body>moved</body></html>\n") << false;
-    QTest::newRow("empty page") << QByteArray() << false;
-}
-
-void TestURLDlg::firstLineCheck() {
-    QFETCH(QByteArray, body);
-    QFETCH(bool, accepted);
+void TestURLDlg::firstLineCheck(const QByteArray& body, bool accepted) {
     m_pinger->serve("/urls.txt", body);
     const QByteArray before = TempEnvironment::readFile(urlsPath());
     m_ui.answers = {IdYes};
@@ -682,21 +625,6 @@ void TestURLDlg::mainWindowMenu() {
     CloseSuiteDataFile();
 }
 
-void TestURLDlg::assertions_data() {
-    QTest::addColumn<QString>("fault");
-    QTest::addColumn<QByteArray>("message");
-    QTest::newRow("no front end")
-        << "frontend" << QByteArray("Assertion failed: frontEnd != nullptr, file stats\\URLDlgs");
-    QTest::newRow("empty path")
-        << "path" << QByteArray("Assertion failed: !urlsPath.isEmpty(), file stats\\URLDlgs");
-}
-
-void TestURLDlg::assertions() {
-    QFETCH(QString, fault);
-    QFETCH(QByteArray, message);
-    ExpectStopAtCheck(AssertChildEnvironment(AssertChild, fault), message);
-}
-
 // The community's pinger index becomes urls.txt sections, the suite's own
 // section kept: from a file with Import, and by Refresh from an address
 // when "[velkin]" names no list to fetch.
@@ -752,16 +680,5 @@ void TestURLDlg::importPingerIndex() {
     QCOMPARE(TempEnvironment::readFile(urlsPath()), before);
 }
 
-int main(int argc, char** argv) {
-    QTEST_SET_MAIN_SOURCE_PATH
-    // The child of assertions() must stop at the check.
-    return DialogTestMain<TestURLDlg>(argc, argv, AssertChild, [](const QString& fault) {
-        TestFrontEnd ui;
-        const QString path = ProgramFolder() + QStringLiteral("urls.txt");
-        ShowURLManager(nullptr, fault == QLatin1String("frontend") ? nullptr : &ui,
-                       fault == QLatin1String("path") ? QString() : path, QStringLiteral("<none>"),
-                       {});
-    });
-}
-
+QTEST_MAIN(TestURLDlg)
 #include "tst_urldlg.moc"

@@ -1,6 +1,7 @@
 #include "Global2.h"
 #include "SuiteDatabase.h"
 #include "TempEnvironment.h"
+#include "TestData.h"
 #include "TestFrontEnd.h"
 
 #include <QFile>
@@ -92,9 +93,6 @@ std::unique_ptr<TVKDB> openAs(int version, const QString& path) {
     return std::make_unique<TVKDB2>(path);
 }
 
-const QStringList CommandNames = {"create", "add-proxy", "list-proxies", "delete-proxy",
-                                  "set",    "get",       "list",         "delete"};
-
 } // namespace
 
 class TestVkdbTool : public QObject {
@@ -103,19 +101,16 @@ private slots:
     void init();
     void cleanup();
 
-    void help_data();
-    void help();
+    void commands_data() { AddTableRows(QStringLiteral("vkdbtool.txt")); }
+    void commands();
     void createFormats_data();
     void createFormats();
     void proxiesEndToEnd_data();
     void proxiesEndToEnd();
     void valuesEndToEnd();
-    void errors_data();
-    void errors();
-    void oddInputs_data();
-    void oddInputs();
 
 private:
+    void prepare(const QString& setup, const QString& file);
     QString dataFile() const { return m_env->programFolder() + QStringLiteral("vk.dbc"); }
     std::unique_ptr<TempEnvironment> m_env;
 };
@@ -128,58 +123,6 @@ void TestVkdbTool::init() {
 
 void TestVkdbTool::cleanup() {
     CloseSuiteDataFile();
-}
-
-void TestVkdbTool::help_data() {
-    QTest::addColumn<QStringList>("arguments");
-    QTest::addColumn<QStringList>("mentions");
-    const QStringList exitCodes = {"Exit codes:", "  2  FILE does not exist",
-                                   "  4  FILE is locked by another program"};
-    QTest::newRow("--help") << QStringList{"--help"}
-                            << QStringList{"Usage: vkdbtool COMMAND"} + CommandNames + exitCodes;
-    QTest::newRow("help") << QStringList{"help"}
-                          << QStringList{"Usage: vkdbtool COMMAND"} + CommandNames + exitCodes;
-    QTest::newRow("create --help")
-        << QStringList{"create", "--help"}
-        << QStringList{"Usage: vkdbtool create FILE [--format 1|2]", "--format", "FILE"};
-    QTest::newRow("add-proxy --help") << QStringList{"add-proxy", "--help"}
-                                      << QStringList{"Usage: vkdbtool add-proxy FILE NAME",
-                                                     "--kind",
-                                                     "--host",
-                                                     "--port",
-                                                     "--user",
-                                                     "--password-file",
-                                                     "--hidden",
-                                                     "9050"};
-    QTest::newRow("help add-proxy")
-        << QStringList{"help", "add-proxy"}
-        << QStringList{"Usage: vkdbtool add-proxy FILE NAME", "--kind", "--hidden"};
-    QTest::newRow("list-proxies -h")
-        << QStringList{"list-proxies", "-h"}
-        << QStringList{"Usage: vkdbtool list-proxies FILE", "name,kind,hidden,host,port,user,"
-                                                            "password"};
-    // Each command's own usage line.
-    const QList<std::pair<const char*, const char*>> usages = {{"delete-proxy", "FILE NAME"},
-                                                               {"set", "FILE NAME VALUE"},
-                                                               {"get", "FILE NAME"},
-                                                               {"list", "FILE"},
-                                                               {"delete", "FILE NAME"}};
-    for (const auto& [command, usage] : usages) {
-        QTest::addRow("%s --help", command)
-            << QStringList{command, "--help"}
-            << QStringList{QStringLiteral("Usage: vkdbtool %1 %2").arg(command, usage)};
-    }
-    QTest::newRow("--version") << QStringList{"--version"}
-                               << QStringList{QStringLiteral("vkdbtool " VKSTATS_VERSION)};
-}
-
-void TestVkdbTool::help() {
-    QFETCH(QStringList, arguments);
-    QFETCH(QStringList, mentions);
-    VKDBTOOL_EXPECT(run, arguments, 0);
-    QVERIFY2(run.err.isEmpty(), qPrintable(run.err));
-    for (const QString& text : mentions)
-        QVERIFY2(run.out.contains(text), qPrintable(text + " missing from:\n" + run.out));
 }
 
 void TestVkdbTool::createFormats_data() {
@@ -336,88 +279,20 @@ void TestVkdbTool::valuesEndToEnd() {
     QCOMPARE(TVKDB2(file).readValue("statslastsource", "gone"), QString("gone"));
 }
 
-void TestVkdbTool::errors_data() {
-    QTest::addColumn<QString>("setup");
-    QTest::addColumn<QStringList>("arguments"); // $FILE stands for the data file
-    QTest::addColumn<int>("code");
-    QTest::addColumn<QString>("message"); // $FILE stands for the data file
-
-    // Arguments are written as one line, split at the blanks.
-    const auto row = [](const char* tag, const char* setup, const QString& arguments, int code,
-                        const char* message) {
-        QTest::newRow(tag) << setup << arguments.split(u' ', Qt::SkipEmptyParts) << code << message;
-    };
-    const QString add = "add-proxy $FILE New --kind http --host h ";
-
-    row("missing file", "none", "list-proxies $FILE", 2, "vkdbtool: $FILE: no such file");
-    row("text file", "text", "list-proxies $FILE", 3,
-        "vkdbtool: $FILE: not a suite data file (not an SQLite database)");
-    row("another SQLite database", "foreign", "list $FILE", 3,
-        "vkdbtool: $FILE: not a suite data file (another application's database)");
-    row("truncated file", "truncated", "list-proxies $FILE", 3,
-        "vkdbtool: $FILE: not a suite data file (damaged");
-    row("locked", "locked", "list-proxies $FILE", 4, "vkdbtool: $FILE: the data file is locked");
-
-    row("port not a number", "data", add + "--port abc", 1, "vkdbtool add-proxy: bad port \"abc\"");
-    row("port 0", "data", add + "--port 0", 1, "bad port \"0\"");
-    row("port 65536", "data", add + "--port 65536", 1, "bad port \"65536\"");
-    row("port missing", "data", add, 1, "--port is required");
-    row("unknown kind", "data", "add-proxy $FILE New --kind ftp --host h --port 21", 1,
-        "vkdbtool add-proxy: unknown proxy kind \"ftp\" (use http or socks5)");
-    row("comma in name", "data", "add-proxy $FILE a,b --kind http --host h --port 1", 1,
-        "a proxy name cannot hold commas or line breaks");
-    row("password without user", "data", add + "--port 1 --password-file $FILE", 1,
-        "--password-file needs --user");
-    row("password on the command line", "data", add + "--port 1 --user u --password x", 1,
-        "vkdbtool add-proxy: --password is not accepted: other users can read the command line");
-    row("password file missing", "data", add + "--port 1 --user u --password-file /nonexistent", 7,
-        "vkdbtool: /nonexistent: No such file or directory");
-    row("duplicate name", "data", "add-proxy $FILE Tor --kind http --host h --port 1", 6,
-        "vkdbtool: $FILE: a proxy named \"Tor\" is stored already");
-    row("duplicate name in other case, format 1", "data1",
-        "add-proxy $FILE tor --kind http --host h --port 1", 6,
-        "vkdbtool: $FILE: a proxy named \"Tor\" is stored already");
-    row("delete a proxy that is not there", "data", "delete-proxy $FILE Nobody", 5,
-        "vkdbtool: $FILE: no proxy named \"Nobody\"");
-    row("get a value that is not there", "data", "get $FILE nothing", 5,
-        "vkdbtool: $FILE: no value named \"nothing\"");
-    row("delete a value that is not there", "data", "delete $FILE nothing", 5,
-        "vkdbtool: $FILE: no value named \"nothing\"");
-    row("create over a data file", "data", "create $FILE", 6, "vkdbtool: $FILE: exists already");
-    row("create where no folder can be made", "text", "create $FILE/inner/vk.dbc", 7,
-        "vkdbtool: $FILE/inner: cannot make the folder");
-    row("create format 3", "none", "create $FILE --format 3", 1,
-        "vkdbtool create: unknown format \"3\" (use 1 or 2)");
-    row("unknown command", "data", "frob $FILE", 1, "vkdbtool: unknown command \"frob\"");
-    row("no command", "data", "", 1, "vkdbtool: no command given");
-    row("too few arguments", "data", "get $FILE", 1,
-        "vkdbtool get: too few arguments; it takes FILE NAME");
-    row("too many arguments", "data", "list $FILE more", 1,
-        "vkdbtool list: too many arguments; it takes FILE");
-    row("unknown option", "data", "list $FILE --frob", 1, "vkdbtool list: Unknown option 'frob'");
-    QTest::newRow("empty value name") << "data" << QStringList{"set", "$FILE", "", "v"} << 1
-                                      << "vkdbtool set: a value needs a name";
-}
-
-void TestVkdbTool::errors() {
-    QFETCH(QString, setup);
-    QFETCH(QStringList, arguments);
-    QFETCH(int, code);
-    QFETCH(QString, message);
-    const QString file = dataFile();
+// The set-up a table row names: "data" and "data1" hold the proxy Tor and one
+// value, in format 2 or 1; "none" leaves no file.
+void TestVkdbTool::prepare(const QString& setup, const QString& file) {
     QString error;
     if (setup == "data" || setup == "data1" || setup == "locked") {
         const int version = setup == "data1" ? 1 : 2;
         QVERIFY(TVKDB::create(file, version, &error));
         auto db = openAs(version, file);
-        QVERIFY(db->addProxy([] {
-            ProxyEntry e;
-            e.name = "Tor";
-            e.kind = "socks5";
-            e.host = "127.0.0.1";
-            e.port = 9050;
-            return e;
-        }()));
+        ProxyEntry tor;
+        tor.name = "Tor";
+        tor.kind = "socks5";
+        tor.host = "127.0.0.1";
+        tor.port = 9050;
+        QVERIFY(db->addProxy(tor));
         QVERIFY(db->writeValue("statslastsource", "Pinger A"));
     } else if (setup == "text") {
         TempEnvironment::writeFile(file, "[main]\nnot=a database\n");
@@ -427,80 +302,61 @@ void TestVkdbTool::errors() {
             db.setDatabaseName(file);
             QVERIFY(db.open());
             QVERIFY(QSqlQuery(db).exec("CREATE TABLE vk_values (name TEXT, value TEXT)"));
-            db.close();
         }
         QSqlDatabase::removeDatabase("foreign");
     } else if (setup == "truncated") {
         QVERIFY(TVKDB::create(file, 2, &error));
-        QFile cut(file);
-        QVERIFY(cut.resize(1000));
+        QVERIFY(QFile(file).resize(1000));
+    } else if (setup == "odd") {
+        QVERIFY(TVKDB::create(file, 1, &error));
     }
+}
+
+void TestVkdbTool::commands() {
+    QFETCH(QStringList, f);
+    const QString file = dataFile();
+    const QString& kind = f[0];
+    prepare(kind == "odd" ? kind : kind == "error" ? f[1] : QStringLiteral("none"), file);
+    if (QTest::currentTestFailed())
+        return;
+    QStringList arguments = f[kind == "error" ? 2 : 1].split(u'|');
+    if (arguments == QStringList{QString()})
+        arguments.clear();
     for (QString& argument : arguments)
-        argument.replace("$FILE", file);
+        argument.replace("$FILE", file).replace("$FOLDER", m_env->programFolder());
     const bool existed = QFileInfo::exists(file);
     const QByteArray before = TempEnvironment::readFile(file);
-
     std::unique_ptr<LockHolder> lock;
-    if (setup == "locked") {
+    if (kind == "error" && f[1] == "locked") {
         lock = std::make_unique<LockHolder>(file);
         QVERIFY(lock->isLocked());
     }
+    const int code = kind == "help" ? 0 : f[kind == "error" ? 3 : 2].toInt();
     VKDBTOOL_EXPECT(run, arguments, code);
     lock.reset();
-
-    QVERIFY2(run.out.isEmpty(), qPrintable(run.out));
-    // One line, naming the tool, saying what is wrong.
-    QVERIFY2(run.err.endsWith('\n') && run.err.count('\n') == 1, qPrintable(run.err));
-    QVERIFY2(run.err.startsWith("vkdbtool"), qPrintable(run.err));
-    QVERIFY2(run.err.contains(message.replace("$FILE", file)), qPrintable(run.err));
-    // A refused command leaves the file as it was, or absent.
-    QCOMPARE(QFileInfo::exists(file), existed);
-    QCOMPARE(TempEnvironment::readFile(file), before);
-}
-
-void TestVkdbTool::oddInputs_data() {
-    QTest::addColumn<QStringList>("arguments"); // FILE stands for a fresh data file
-    QTest::addColumn<int>("code");
-    QTest::addColumn<QString>("stored"); // the record then stored, if any
-    const QStringList add = {"add-proxy", "FILE", "--kind", "http", "--host", "h"};
-    QTest::newRow("name after --") << QStringList{"add-proxy", "FILE",   "--kind", "http", "--host",
-                                                  "h",         "--port", "1",      "--",   "-dash"}
-                                   << 0 << "-dash,http,,h,1,,";
-    QTest::newRow("long name") << add + QStringList{"--port", "1", QString(5000, 'n')} << 0
-                               << QString(5000, 'n') + ",http,,h,1,,";
-    QTest::newRow("port with blanks")
-        << add + QStringList{"--port", " 80 ", "P"} << 0 << "P,http,,h,80,,";
-    QTest::newRow("hexadecimal port") << add + QStringList{"--port", "0x50", "P"} << 1 << "";
-    QTest::newRow("exponent port") << add + QStringList{"--port", "1e3", "P"} << 1 << "";
-    QTest::newRow("kind without value")
-        << QStringList{"add-proxy", "FILE", "P", "--kind"} << 1 << "";
-    QTest::newRow("empty file name") << QStringList{"list-proxies", ""} << 2 << "";
-    QTest::newRow("folder as file") << QStringList{"list-proxies", "FOLDER"} << 3 << "";
-    QTest::newRow("control characters in a value")
-        << QStringList{"set", "FILE", "k", QStringLiteral("\x01\x7f\t end")} << 0 << "";
-}
-
-void TestVkdbTool::oddInputs() {
-    QFETCH(QStringList, arguments);
-    QFETCH(int, code);
-    QFETCH(QString, stored);
-    const QString file = dataFile();
-    QString error;
-    QVERIFY(TVKDB::create(file, 1, &error));
-    for (QString& argument : arguments) {
-        if (argument == "FILE")
-            argument = file;
-        if (argument == "FOLDER")
-            argument = m_env->programFolder();
+    if (kind == "help") {
+        QVERIFY2(run.err.isEmpty(), qPrintable(run.err));
+        for (QString text : f[2].split(u'|'))
+            QVERIFY2(run.out.contains(text.replace("@VERSION@", VKSTATS_VERSION)),
+                     qPrintable(text + " missing from:\n" + run.out));
+    } else if (kind == "error") {
+        QVERIFY2(run.out.isEmpty(), qPrintable(run.out));
+        // One line, naming the tool, saying what is wrong.
+        QVERIFY2(run.err.endsWith('\n') && run.err.count('\n') == 1, qPrintable(run.err));
+        QVERIFY2(run.err.startsWith("vkdbtool"), qPrintable(run.err));
+        QVERIFY2(run.err.contains(QString(f[4]).replace("$FILE", file)), qPrintable(run.err));
+        // A refused command leaves the file as it was, or absent.
+        QCOMPARE(QFileInfo::exists(file), existed);
+        QCOMPARE(TempEnvironment::readFile(file), before);
+    } else {
+        QCOMPARE(run.err.isEmpty(), code == 0);
+        TVKDB1 db(file);
+        QStringList records;
+        QVERIFY(db.getProxyRecords(records));
+        QCOMPARE(records, f[3].isEmpty() ? QStringList{} : QStringList{f[3]});
+        if (code == 0 && arguments.first() == "set")
+            QCOMPARE(db.readValue(arguments.at(2)), arguments.at(3));
     }
-    VKDBTOOL_EXPECT(run, arguments, code);
-    QCOMPARE(run.err.isEmpty(), code == 0);
-    TVKDB1 db(file);
-    QStringList records;
-    QVERIFY(db.getProxyRecords(records));
-    QCOMPARE(records, stored.isEmpty() ? QStringList{} : QStringList{stored});
-    if (code == 0 && arguments.first() == "set")
-        QCOMPARE(db.readValue(arguments.at(2)), arguments.at(3));
 }
 
 QTEST_GUILESS_MAIN(TestVkdbTool)

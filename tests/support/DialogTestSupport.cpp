@@ -5,7 +5,6 @@
 
 #include <QAbstractButton>
 #include <QDialog>
-#include <QProcess>
 #include <QPushButton>
 #include <QTimer>
 
@@ -71,25 +70,4 @@ void AnswerNextMessage(QMessageBox::StandardButton button, QString* text) {
         *text = box->text();
         box->button(button)->click();
     });
-}
-
-QProcessEnvironment AssertChildEnvironment(const char* variable, const QString& fault) {
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QString::fromLatin1(variable), fault);
-    environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
-    return environment;
-}
-
-void ExpectStopAtCheck(const QProcessEnvironment& environment, const QByteArray& message) {
-    QProcess child;
-    child.setProcessEnvironment(environment);
-    child.start(QCoreApplication::applicationFilePath(), {});
-    if (!child.waitForFinished(30000)) {
-        child.kill();
-        child.waitForFinished();
-        QFAIL("the child did not stop at the check");
-    }
-    QCOMPARE(child.exitStatus(), QProcess::CrashExit);
-    const QByteArray stderrText = child.readAllStandardError();
-    QVERIFY2(stderrText.contains(message), stderrText.constData());
 }

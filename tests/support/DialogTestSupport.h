@@ -3,7 +3,6 @@
 #include <QApplication>
 #include <QByteArray>
 #include <QMessageBox>
-#include <QProcessEnvironment>
 #include <QRect>
 #include <QString>
 #include <QTest>
@@ -80,27 +79,3 @@ void CheckSaveQuestion(const TestFrontEnd& ui, bool asked, const QString& questi
 // Answers the next message box with button, 50 ms from now, and records its
 // text; it fails the test when no box is up by then.
 void AnswerNextMessage(QMessageBox::StandardButton button, QString* text);
-
-// This test program's environment for a run of itself as a child that is to
-// stop at a failed check: variable set to fault, and offscreen, as the child
-// makes widgets.
-QProcessEnvironment AssertChildEnvironment(const char* variable, const QString& fault);
-
-// Runs this test program again in environment and checks that it crashed
-// at the failed check that wrote message.
-void ExpectStopAtCheck(const QProcessEnvironment& environment, const QByteArray& message);
-
-// The main of a dialog test whose assertions run the program again: with
-// variable set, only child(fault) runs, which is to stop at a check;
-// otherwise the tests of Test run.
-template <typename Test>
-int DialogTestMain(int argc, char** argv, const char* variable,
-                   const std::function<void(const QString& fault)>& child) {
-    QApplication app(argc, argv);
-    if (qEnvironmentVariableIsSet(variable)) {
-        child(qEnvironmentVariable(variable));
-        return 0;
-    }
-    Test test;
-    return QTest::qExec(&test, argc, argv);
-}

@@ -4,6 +4,8 @@
 #include "TempEnvironment.h"
 #include "TextFile.h"
 
+#include <QTest>
+
 const QStringList StatsPages = {"mlist.txt", "pubring.mix", "rlist.txt", "pubring.asc"};
 
 QByteArray RealPage(const char* day, const QString& name) {
@@ -23,4 +25,40 @@ QString CreateDataFile(const QString& programFolder) {
     if (TVKDB::create(programFolder + QStringLiteral("vk.dbc"), 2, &error))
         return {};
     return error.isEmpty() ? QStringLiteral("cannot make the data file") : error;
+}
+
+static QString Unescape(const QString& field) {
+    QString out;
+    for (qsizetype i = 0; i < field.size(); ++i) {
+        const QChar c = field.at(i);
+        if (c != u'\\' || i + 1 == field.size()) {
+            out += c;
+            continue;
+        }
+        const QChar e = field.at(++i);
+        if (e == u'x' && i + 2 < field.size()) {
+            out += QChar(field.mid(i + 1, 2).toUShort(nullptr, 16));
+            i += 2;
+        } else {
+            out += e == u'n' ? u'\n' : e == u'r' ? u'\r' : e == u't' ? u'\t' : e;
+        }
+    }
+    return out;
+}
+
+void AddTableRows(const QString& name) {
+    QTest::addColumn<QStringList>("f");
+    const QByteArray bytes = TempEnvironment::readFile(QStringLiteral(VK_TABLES "/") + name);
+    if (bytes.isEmpty())
+        qFatal("missing case table %s", qPrintable(name));
+    const QStringList lines = QString::fromUtf8(bytes).split(u'\n');
+    for (qsizetype n = 0; n < lines.size(); ++n) {
+        if (lines[n].trimmed().isEmpty() || lines[n].startsWith(u'#'))
+            continue;
+        QStringList fields = lines[n].split(u'\t');
+        for (QString& field : fields)
+            field = Unescape(field);
+        const QByteArray tag = QStringLiteral("%1:%2").arg(n + 1).arg(fields[0]).toUtf8();
+        QTest::newRow(tag.constData()) << fields;
+    }
 }

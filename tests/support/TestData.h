@@ -16,3 +16,9 @@ QStringList RealPageLines(const char* day, const QString& name);
 // Makes a new suite data file, vk.dbc, in programFolder. Returns why it
 // could not, or nothing when it is made.
 QString CreateDataFile(const QString& programFolder);
+
+// Adds the rows of the case table tests/tables/<name> to the running _data()
+// function as one QStringList column "f". A row is one line of fields split
+// at tabs, with \n \r \t \\ and \xHH undone; blank lines and lines starting
+// with '#' are skipped. Rows are tagged with their line number and first field.
+void AddTableRows(const QString& name);
