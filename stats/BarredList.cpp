@@ -15,6 +15,7 @@ const QString Mlist = QStringLiteral("mlist.txt");
 const QString Rlist = QStringLiteral("rlist.txt");
 const QString PubringMix = QStringLiteral("pubring.mix");
 const QString Type2List = QStringLiteral("type2.list");
+const QString CapabilityLine = QStringLiteral("$remailer{");
 
 // Names compare without regard to case; folded once, they can be hashed.
 QString key(const QString& name) {
@@ -106,8 +107,15 @@ bool ApplyBarredList(QStringList& lines, const QString& pageName, const BarredLi
     // One pass, the kept lines closing up behind (removeIf), never a line
     // deleted on its own, which would move the rest of a long page each
     // time. A page with nothing to delete is not copied at all.
-    bool changed = lines.removeIf([&list](const QString& line) {
-        return line.contains(u'%') && list.isFullyBarred(firstWord(line));
+    // On the Cypherpunk page a fully barred remailer also loses its
+    // capability line: Mixmaster takes its type-I remailers from those lines,
+    // with or without statistics.
+    const bool cypherpunk = pageName == Rlist;
+    bool changed = lines.removeIf([&list, cypherpunk](const QString& line) {
+        if (line.contains(u'%') && list.isFullyBarred(firstWord(line)))
+            return true;
+        return cypherpunk && line.startsWith(CapabilityLine) &&
+               list.isFullyBarred(field(line, u'"', 1));
     }) > 0;
 
     if (pageName == Rlist)
@@ -122,13 +130,12 @@ void RemoveBarredRemailers(QStringList& lines, const QString& pageName) {
 }
 
 bool MarkLastOnlyCypherpunk(QStringList& lines, const BarredList& list) {
-    static const QString capabilityLine = QStringLiteral("$remailer{");
     static const QString middle = QStringLiteral(" middle");
     if (list.lastOnly().isEmpty())
         return false;
     bool changed = false;
     for (QString& line : lines) {
-        if (!line.startsWith(capabilityLine))
+        if (!line.startsWith(CapabilityLine))
             continue;
         // The name stands between the first two double quotes.
         if (!list.isLastOnly(field(line, u'"', 1)) || line.contains(middle))

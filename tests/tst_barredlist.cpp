@@ -41,6 +41,12 @@ QStringList lines(std::initializer_list<const char*> texts) {
 // Lines of real pages used below.
 const QString MlistDizum = QStringLiteral("dizum          ..-#*#**+#--  9:36:04 100.00%");
 const QString MlistLcs = QStringLiteral("lcs            +++*+++-+---  3:19:32 100.00%");
+// A fully barred remailer loses its capability line too, and so does lcs.
+const QString RlistDizumCaps =
+    QStringLiteral("$remailer{\"dizum\"} = \"<remailer@dizum.com> cpunk mix pgp pgponly remix "
+                   "latent hash cut test ek ekx esub inflt50 rhop20 reord post klen64\";");
+const QString RlistLcsCaps =
+    QStringLiteral("$remailer{\"lcs\"} = \"<mix@anon.lcs.mit.edu> mix klen1000\";");
 const QString RlistDizumRow =
     QStringLiteral("dizum    remailer@dizum.com               #    ###+#--  2:14:12  50.00%");
 const QString RlistAargCaps =
@@ -165,11 +171,12 @@ void TestBarredList::storedFiles_data() {
         << removed(mlist, {MlistDizum, MlistLcs})
         << replaced(replaced(pubring, PubAarg, aargM), PubCitrus, citrusM)
         << replaced(replaced(type2, PubAarg, aargM), PubCitrus, citrusM)
-        << replaced(removed(rlist, {RlistDizumRow}), RlistAargCaps, RlistAargCapsMiddle);
+        << replaced(removed(rlist, {RlistDizumRow, RlistDizumCaps, RlistLcsCaps}), RlistAargCaps,
+                    RlistAargCapsMiddle);
     QTest::newRow("keyring untouched: type2.list not rewritten")
         << lines({"dizum", "cracker,last"}) << all << marker
         << removed(mlist, {MlistDizum, MlistLcs}) << pubring << marker
-        << removed(rlist, {RlistDizumRow});
+        << removed(rlist, {RlistDizumRow, RlistDizumCaps, RlistLcsCaps});
     QTest::newRow("keyring changed: type2.list made from its address lines")
         << lines({"aarg,last"}) << lines({"pubring.mix"}) << QStringList() << QStringList()
         << replaced(pubring, PubAarg, aargM) << replaced(type2, PubAarg, aargM) << QStringList();
@@ -239,7 +246,8 @@ void TestBarredList::storedFilesWriteFailures_data() {
     const QStringList mlistDone = removed(mlist, {MlistDizum, MlistLcs});
     const QStringList pubringDone = replaced(pubring, PubAarg, PubAarg + u'M');
     const QStringList rlistDone =
-        replaced(removed(rlist, {RlistDizumRow}), RlistAargCaps, RlistAargCapsMiddle);
+        replaced(removed(rlist, {RlistDizumRow, RlistDizumCaps, RlistLcsCaps}), RlistAargCaps,
+                 RlistAargCapsMiddle);
 
     // A folder in a file's place: it cannot be read as a page, nor replaced
     // by one, whoever runs the test.

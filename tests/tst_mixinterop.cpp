@@ -225,7 +225,8 @@ void TestMixInterop::barredRemailersAreRoutedAround() {
     copyPagesPlainly(plain);
 
     // Plainly, both are reliable final hops; saved, the fully barred one
-    // has no statistics left and the other is a middleman.
+    // has no statistics (and no type-I entry) left and the other is a
+    // middleman.
     const QStringList plainEntries = mixLists(plain).split(u'\n');
     const QStringList savedEntries = mixLists(saved).split(u'\n');
     for (const QString& address : {FullyBarredAddress, LastBarredAddress}) {
@@ -234,6 +235,9 @@ void TestMixInterop::barredRemailersAreRoutedAround() {
                  qPrintable(entry));
     }
     QCOMPARE(reliabilityOf(entryOf(savedEntries, QStringLiteral("type2"), FullyBarredAddress)), 0);
+    // Type I has no statistics to lose: the fully barred one is gone.
+    QVERIFY(!entryOf(plainEntries, QStringLiteral("type1"), FullyBarredAddress).isEmpty());
+    QCOMPARE(entryOf(savedEntries, QStringLiteral("type1"), FullyBarredAddress), QString());
     for (const QString& type : {QStringLiteral("type1"), QStringLiteral("type2")}) {
         const QString entry = entryOf(savedEntries, type, LastBarredAddress);
         QVERIFY2(entry.contains(QStringLiteral(" middle")), qPrintable(type + u':' + entry));
