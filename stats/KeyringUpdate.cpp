@@ -105,7 +105,12 @@ KeyringMenuState KeyringsMenuState() {
     const auto present = [](const char* name) {
         return QFileInfo(PagePath(QLatin1String(name))).isFile();
     };
-    return {present("pubring.mix"), present("pubring.asc"), present("nymserver.asc")};
+    const auto tool = [](const char* name) {
+        return QFileInfo::exists(ProgramFolder() + QLatin1String(name));
+    };
+    const bool pgpTool = tool(PgpKeysTool);
+    return {present("pubring.mix") && tool(MixKeysTool), present("pubring.asc") && pgpTool,
+            present("nymserver.asc") && pgpTool};
 }
 
 QString ChkAddKeysCaption(const QString& lastSource, const QString& currentSource) {

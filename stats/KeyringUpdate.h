@@ -51,7 +51,8 @@ QString CypherpunkKeyringCommand(const QString& programFolder, const QString& mi
 QString NymserverKeysCommand(const QString& programFolder, const QString& mixmasterDir,
                              const QString& nymserverPath);
 
-// Which items of the Keyrings menu can be used: each needs its keyring file.
+// Which items of the Keyrings menu can be used: each needs its keyring file
+// and the suite's key tool for it in the program folder.
 struct KeyringMenuState {
     bool mixmaster = false;
     bool cypherpunk = false;

@@ -300,8 +300,9 @@ void TVKStatsWin4::createMenus() {
     connect(addItem(KeyringsMenu, QStringLiteral("New Mixmaster &Keys..."), "KeyringsNewKeysItem"),
             &QAction::triggered, this, &TVKStatsWin4::SpeedButton1Click);
     connect(KeyringsMenu, &QMenu::aboutToShow, this, &TVKStatsWin4::KeyringsMenuClick);
-    // The key tools are not part of this release's menus.
-    KeyringsMenu->menuAction()->setVisible(false);
+    // The menu offers the New Mixmaster Keys window; the key tools in it
+    // are usable only where the suite installed them. The tool-bar button
+    // stays hidden.
     KeyringSep->setVisible(false);
     KeyringBtnAction->setVisible(false);
 
