@@ -18,7 +18,6 @@
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTest>
-#include <QTimeZone>
 #include <QTimer>
 
 #include <algorithm>
@@ -59,19 +58,6 @@ QByteArray highBytes() {
     return bytes;
 }
 
-// size bytes of 64-byte lines ("...\n"), so that a body cut at a multiple of
-// 64 still ends in a line end.
-QByteArray linesOfSize(qint64 size) {
-    QByteArray line(63, 'v');
-    line.append('\n');
-    QByteArray body;
-    body.reserve(size);
-    while (body.size() < size)
-        body.append(line);
-    body.truncate(size);
-    return body;
-}
-
 // A port on which nothing listens.
 quint16 closedPort() {
     QTcpServer probe;
@@ -86,19 +72,48 @@ QStringList settingsFor(const QString& kind, quint16 port) {
             QStringLiteral("password=")};
 }
 
+// A route from table words apart by '|' (see TestPinger::applyRouteWords).
+TestPinger::Route routeOf(const QString& words, const QByteArray& body = {}) {
+    TestPinger::Route route;
+    route.body = body;
+    const QString problem =
+        TestPinger::applyRouteWords(route, words.split(u'|', Qt::SkipEmptyParts));
+    if (!problem.isEmpty())
+        qFatal("%s", qPrintable(problem));
+    return route;
+}
+
+int codeNamed(const QString& name) {
+    static const QHash<QString, int> codes = {{"ok", HttpCode::Ok},
+                                              {"notmodified", HttpCode::NotModified},
+                                              {"httperror", HttpCode::HttpError},
+                                              {"transfer", HttpCode::TransferError},
+                                              {"timedout", HttpCode::TimedOut},
+                                              {"library", HttpCode::LibraryError}};
+    if (!codes.contains(name))
+        qFatal("unknown code %s", qPrintable(name));
+    return codes.value(name);
+}
+
+// "-": no lines; "=a|b": exactly these lines; "~text": the lines hold text;
+// "#N": the lines make N bytes.
+void checkLines(const QStringList& lines, const QString& expected) {
+    const QString all = lines.join(u'\n');
+    const QString rest = expected.mid(1);
+    if (expected == u'-')
+        QVERIFY2(lines.isEmpty(), qPrintable(all.left(200)));
+    else if (expected.startsWith(u'='))
+        QCOMPARE(lines, rest.split(u'|'));
+    else if (expected.startsWith(u'~'))
+        QVERIFY2(all.contains(rest), qPrintable(all.left(500)));
+    else
+        QCOMPARE(lines.isEmpty() ? 0 : LinesToBytes(lines).size(), rest.toLongLong());
+}
+
 int requestsFor(const TestPinger& pinger, const QByteArray& path) {
     const QList<TestPinger::Request> requests = pinger.requests();
     return int(std::count_if(requests.cbegin(), requests.cend(),
                              [&](const TestPinger::Request& r) { return r.path == path; }));
-}
-
-TestPinger::Route dripRoute(const QByteArray& body, int bytes, int intervalMs) {
-    TestPinger::Route route;
-    route.mode = TestPinger::Mode::Drip;
-    route.body = body;
-    route.dripBytes = bytes;
-    route.dripIntervalMs = intervalMs;
-    return route;
 }
 
 const QString OnionUrl = QStringLiteral(
@@ -190,31 +205,17 @@ private:
 
 } // namespace
 
-Q_DECLARE_METATYPE(TestPinger::Route)
-
 class TestHttpGet : public QObject {
     Q_OBJECT
 private slots:
     void initTestCase();
-    void keepsBytesAndLines_data();
-    void keepsBytesAndLines();
+    void cases_data() { AddTableRows(QStringLiteral("httpget.txt")); }
+    void cases();
     void unpacksCompressedPage();
-    void lastModifiedOut_data();
-    void lastModifiedOut();
-    void ifModifiedSince_data();
-    void ifModifiedSince();
-    void failures_data();
-    void failures();
-    void sizeCap_data();
-    void sizeCap();
-    void hostileThenHealthy_data();
-    void hostileThenHealthy();
     void requestsSayNothingAboutTheUser();
     void cancel();
     void reportsProgress();
     void oneSessionOneConnection();
-    void proxySettings_data() { AddTableRows(QStringLiteral("httpget.txt")); }
-    void proxySettings();
     void https_data();
     void https();
     void throughTinyproxy();
@@ -226,6 +227,10 @@ private slots:
     void applicationQuitEndsFetch();
 
 private:
+    void fetchCase(const QStringList& f);
+    void hostileCase(const QStringList& f);
+    void proxyCase(const QStringList& f);
+    QString urlFor(const QString& field) const;
     TestPinger m_pinger;
     TestPinger m_tlsPinger;
     QSslCertificate m_certificate;
@@ -234,6 +239,13 @@ private:
 
 void TestHttpGet::initTestCase() {
     QVERIFY(m_pinger.listen());
+    // Redirects: up to five are followed, relative or absolute.
+    m_pinger.serve(QStringLiteral("/r0"), "arrived\n");
+    for (int i = 1; i <= 6; ++i) {
+        const QString next = QStringLiteral("/r%1").arg(i - 1);
+        m_pinger.redirect(QStringLiteral("/r%1").arg(i), i % 2 ? next : m_pinger.url(next),
+                          i % 3 ? 302 : 301);
+    }
 
     if (!QSslSocket::supportsSsl()) {
         m_tlsProblem = QStringLiteral("no TLS backend");
@@ -255,52 +267,121 @@ void TestHttpGet::initTestCase() {
         m_tlsProblem = QStringLiteral("the https pinger could not listen");
 }
 
-void TestHttpGet::keepsBytesAndLines_data() {
-    QTest::addColumn<QByteArray>("body");
-    QTest::addColumn<QByteArray>("contentType");
-    QTest::addColumn<QByteArrayList>("expected");
-
-    QTest::newRow("LF") << QByteArray("one\ntwo\nthree\n") << QByteArray()
-                        << QByteArrayList{"one", "two", "three"};
-    QTest::newRow("CR LF") << QByteArray("one\r\ntwo\r\n") << QByteArray()
-                           << QByteArrayList{"one", "two"};
-    QTest::newRow("CR alone") << QByteArray("one\rtwo") << QByteArray()
-                              << QByteArrayList{"one", "two"};
-    QTest::newRow("blank lines kept")
-        << QByteArray("a\r\n\r\nb\n\nc") << QByteArray() << QByteArrayList{"a", "", "b", "", "c"};
-    QTest::newRow("bytes 0x80-0xFF") << highBytes() + "\r\n\xff\x80 end\r\n"
-                                     << QByteArray() << QByteArrayList{highBytes(), "\xff\x80 end"};
-    QTest::newRow("Latin-1 bytes under a UTF-8 label")
-        << QByteArray("\xe4\xf6\xfc\r\n") << QByteArray("text/plain; charset=utf-8")
-        << QByteArrayList{"\xe4\xf6\xfc"};
-    QTest::newRow("NUL byte") << QByteArray("a\0b\n", 4) << QByteArray()
-                              << QByteArrayList{QByteArray("a\0b", 3)};
-    QTest::newRow("empty body") << QByteArray() << QByteArray() << QByteArrayList{};
+void TestHttpGet::cases() {
+    QFETCH(QStringList, f);
+    if (f[0] == "fetch")
+        fetchCase(f);
+    else if (f[0] == "hostile")
+        hostileCase(f);
+    else
+        proxyCase(f);
 }
 
-void TestHttpGet::keepsBytesAndLines() {
-    QFETCH(QByteArray, body);
-    QFETCH(QByteArray, contentType);
-    QFETCH(QByteArrayList, expected);
+QString TestHttpGet::urlFor(const QString& field) const {
+    if (field.startsWith(u'/'))
+        return m_pinger.url(field);
+    if (field.startsWith(QLatin1String("closed/")))
+        return QStringLiteral("http://127.0.0.1:%1/").arg(closedPort()) + field.mid(7);
+    return field == "onion" ? OnionUrl : field;
+}
 
-    TestPinger::Route route;
-    route.body = body;
-    if (!contentType.isEmpty())
-        route.headers.append(TestPinger::Header{"Content-Type", contentType});
-    m_pinger.setRoute(QStringLiteral("/bytes"), route);
-
+// One fetch: url, route, body, proxy, since, time-out, cap, code, lines,
+// Last-Modified out, If-Modified-Since sent, requests the pinger saw.
+void TestHttpGet::fetchCase(const QStringList& f) {
+    const QString high = QString::fromLatin1(highBytes());
+    if (f[2] != u'-')
+        m_pinger.setRoute(f[1], routeOf(f[2], QString(f[3]).replace("@high", high).toLatin1()));
+    QStringList proxy;
+    if (f[4] != u'-') {
+        const quint16 port = f[4].endsWith("closed") ? closedPort() : m_pinger.port();
+        proxy = settingsFor(f[4].section(u':', 0, 0), port);
+    }
+    const QDateTime since = QDateTime::fromString(f[5], Qt::ISODate);
+    const int timeout = f[6].toInt();
+    const int expected = codeNamed(f[8]);
+    m_pinger.clearLog();
     HttpSession session;
-    const Fetch got = fetch(session, m_pinger.url(QStringLiteral("/bytes")));
-    QCOMPARE(got.code, HttpCode::Ok);
-    // One character per byte, each the byte's own value.
-    QStringList lines;
-    for (const QByteArray& line : expected)
-        lines.append(QString::fromLatin1(line));
-    QCOMPARE(got.lines, lines);
+    if (f[7].toLongLong() > 0)
+        session.setMaxBytes(f[7].toLongLong());
+
+    const Fetch got = fetch(session, urlFor(f[1]), proxy, timeout, since);
+    QVERIFY2(got.code == expected,
+             qPrintable(QStringLiteral("got %1 (%2)").arg(got.code).arg(session.lastErrorText())));
+    QVERIFY2(got.elapsedMs < timeout * 1000 + SlackMs,
+             qPrintable(QStringLiteral("took %1 ms").arg(got.elapsedMs)));
+    checkLines(got.lines, QString(f[9]).replace("@high", high));
+    if (expected == HttpCode::Ok)
+        QVERIFY(session.lastErrorText().isEmpty());
+    else if (expected != HttpCode::NotModified)
+        QVERIFY(!session.lastErrorText().isEmpty() && !got.lastModified.isValid());
+    if (f[10] != u'*')
+        QCOMPARE(got.lastModified.toUTC(), QDateTime::fromString(f[10], Qt::ISODate).toUTC());
+
+    const QList<TestPinger::Request> requests = m_pinger.requests();
+    if (f[12] == u'+')
+        QVERIFY(!requests.isEmpty());
+    else
+        QCOMPARE(requests.size(), f[12].toInt());
+    if (f[11] != u'*') {
+        QCOMPARE(requests.value(0).hasHeader("If-Modified-Since"), f[11] != u'-');
+        QCOMPARE(requests.value(0).header("If-Modified-Since"),
+                 f[11] == u'-' ? QByteArray() : f[11].toLatin1());
+    }
+    for (const TestPinger::Request& request : requests)
+        QCOMPARE(request.header("Host"),
+                 QByteArray("127.0.0.1:") + QByteArray::number(m_pinger.port()));
+}
+
+// A pinger that misbehaves costs its own page and nothing more: the answer
+// comes within the time-out, and the next page, from the same pinger or
+// another, comes as if nothing had happened. Route, time-out, code, within ms.
+void TestHttpGet::hostileCase(const QStringList& f) {
+    TestPinger other;
+    QVERIFY(other.listen());
+    other.serve(QStringLiteral("/next"), "next page\n");
+    m_pinger.serve(QStringLiteral("/next"), "next page\n");
+    m_pinger.setRoute(QStringLiteral("/hostile"), routeOf(f[1]));
+    HttpSession session;
+    Fetch got = fetch(session, m_pinger.url(QStringLiteral("/hostile")), {}, f[2].toInt());
+    QVERIFY2(got.code == codeNamed(f[3]),
+             qPrintable(QStringLiteral("got %1 (%2)").arg(got.code).arg(session.lastErrorText())));
+    QVERIFY2(got.elapsedMs < f[4].toLongLong(),
+             qPrintable(QStringLiteral("took %1 ms").arg(got.elapsedMs)));
+    for (TestPinger* pinger : {&m_pinger, &other}) {
+        got = fetch(session, pinger->url(QStringLiteral("/next")), {}, 2);
+        QVERIFY2(got.code == HttpCode::Ok,
+                 qPrintable(QStringLiteral("%1 (%2)").arg(got.code).arg(session.lastErrorText())));
+        QCOMPARE(got.lines, QStringList{QStringLiteral("next page")});
+    }
+}
+
+void TestHttpGet::proxyCase(const QStringList& f) {
+    QNetworkProxy proxy(QNetworkProxy::DefaultProxy);
+    QString error;
+    const bool ok = HttpSession::proxyFromSettings(f[1] == u'-' ? QStringList() : f[1].split(u'|'),
+                                                   proxy, &error);
+    QCOMPARE(ok, f[2] != "refused");
+    QCOMPARE(error.isEmpty(), ok);
+    if (!ok)
+        return;
+    const QString type = proxy.type() == QNetworkProxy::NoProxy       ? QStringLiteral("none")
+                         : proxy.type() == QNetworkProxy::HttpProxy   ? QStringLiteral("http")
+                         : proxy.type() == QNetworkProxy::Socks5Proxy ? QStringLiteral("socks5")
+                                                                      : QStringLiteral("other");
+    if (type == "none") {
+        QCOMPARE(type, f[2]);
+        return;
+    }
+    QCOMPARE(QStringList({type, proxy.hostName(), QString::number(proxy.port()), proxy.user(),
+                          proxy.password()})
+                 .join(u' '),
+             f[2]);
+    // Names go to the proxy unresolved: no lookups past Tor.
+    QVERIFY(proxy.capabilities().testFlag(QNetworkProxy::HostNameLookupCapability));
 }
 
 void TestHttpGet::unpacksCompressedPage() {
-    const QByteArray page = highBytes() + "\r\n" + linesOfSize(64 * 1024);
+    const QByteArray page = highBytes() + "\r\n" + TestPinger::linesOfSize(64 * 1024);
     TestPinger::Route route;
     // An HTTP "deflate" body is a zlib stream: qCompress without its length prefix.
     route.body = qCompress(page).mid(4);
@@ -313,252 +394,7 @@ void TestHttpGet::unpacksCompressedPage() {
     QCOMPARE(got.code, HttpCode::Ok);
     QVERIFY(m_pinger.requests().constFirst().header("Accept-Encoding").contains("deflate"));
     QCOMPARE(got.lines.constFirst().toLatin1(), highBytes());
-    QCOMPARE(LinesToBytes(got.lines), highBytes() + "\n" + linesOfSize(64 * 1024));
-}
-
-void TestHttpGet::lastModifiedOut_data() {
-    QTest::addColumn<QByteArray>("header");
-    QTest::addColumn<QDateTime>("expected");
-
-    const QDateTime date(QDate(1994, 11, 6), QTime(8, 49, 37), Qt::UTC);
-    QTest::newRow("RFC 1123") << QByteArray("Sun, 06 Nov 1994 08:49:37 GMT") << date;
-    QTest::newRow("asctime") << QByteArray("Sun Nov  6 08:49:37 1994") << date;
-    QTest::newRow("none") << QByteArray() << QDateTime();
-    QTest::newRow("unparsable") << QByteArray("yesterday at noon") << QDateTime();
-}
-
-void TestHttpGet::lastModifiedOut() {
-    QFETCH(QByteArray, header);
-    QFETCH(QDateTime, expected);
-
-    TestPinger::Route route;
-    route.body = "page\n";
-    if (!header.isEmpty())
-        route.headers.append(TestPinger::Header{"Last-Modified", header});
-    m_pinger.setRoute(QStringLiteral("/dated"), route);
-
-    HttpSession session;
-    // The date going in must not survive a page that has none.
-    const QDateTime sent(QDate(1990, 1, 1), QTime(0, 0), Qt::UTC);
-    const Fetch got = fetch(session, m_pinger.url(QStringLiteral("/dated")), {}, 2, sent);
-    QCOMPARE(got.code, HttpCode::Ok);
-    QCOMPARE(got.lastModified.isValid(), expected.isValid());
-    if (expected.isValid())
-        QCOMPARE(got.lastModified.toUTC(), expected);
-}
-
-void TestHttpGet::ifModifiedSince_data() {
-    QTest::addColumn<QDateTime>("since");
-    QTest::addColumn<QByteArray>("header"); // expected If-Modified-Since; empty: none sent
-    QTest::addColumn<int>("expected");
-
-    QTest::newRow("no date: no header, page") << QDateTime() << QByteArray() << HttpCode::Ok;
-    QTest::newRow("page's own date: 304") << PageDate << PageDateText << HttpCode::NotModified;
-    QTest::newRow("earlier date: page")
-        << PageDate.addSecs(-1) << QByteArray("Sun, 01 Mar 2026 11:59:59 GMT") << HttpCode::Ok;
-    QTest::newRow("date in another zone is sent as GMT")
-        << QDateTime(QDate(2026, 3, 1), QTime(14, 0, 0), QTimeZone(2 * 3600)) << PageDateText
-        << HttpCode::NotModified;
-}
-
-void TestHttpGet::ifModifiedSince() {
-    QFETCH(QDateTime, since);
-    QFETCH(QByteArray, header);
-    QFETCH(int, expected);
-
-    m_pinger.serve(QStringLiteral("/ims"), "mlist body\n", PageDate);
-    m_pinger.clearLog();
-    HttpSession session;
-    const Fetch got = fetch(session, m_pinger.url(QStringLiteral("/ims")), {}, 2, since);
-    QCOMPARE(got.code, expected);
-
-    QCOMPARE(m_pinger.requests().size(), 1);
-    const TestPinger::Request request = m_pinger.requests().constFirst();
-    QCOMPARE(request.hasHeader("If-Modified-Since"), !header.isEmpty());
-    QCOMPARE(request.header("If-Modified-Since"), header);
-    QCOMPARE(request.header("Host"),
-             QByteArray("127.0.0.1:") + QByteArray::number(m_pinger.port()));
-
-    QCOMPARE(got.lastModified.toUTC(), PageDate);
-    if (expected == HttpCode::Ok)
-        QCOMPARE(got.lines, QStringList{QStringLiteral("mlist body")});
-    else
-        QVERIFY(got.lines.isEmpty());
-}
-
-void TestHttpGet::failures_data() {
-    QTest::addColumn<QString>("url");
-    QTest::addColumn<QStringList>("proxy");
-    QTest::addColumn<int>("timeout");
-    QTest::addColumn<qint64>("maxBytes"); // 0: the session's default
-    QTest::addColumn<int>("expected");
-    QTest::addColumn<QString>("inLines"); // empty: no lines may come back
-    QTest::addColumn<bool>("reachesPinger");
-
-    using Mode = TestPinger::Mode;
-    const auto url = [this](const char* path) {
-        return m_pinger.url(QString::fromLatin1(path));
-    };
-    const auto row = [](const char* tag, const QString& target, int timeout, int expected,
-                        const QString& inLines = {}, bool reaches = true,
-                        const QStringList& proxy = {}, qint64 maxBytes = 0) {
-        QTest::newRow(tag) << target << proxy << timeout << maxBytes << expected << inLines
-                           << reaches;
-    };
-    const auto route = [this](const char* path, Mode mode) {
-        TestPinger::Route r;
-        r.mode = mode;
-        m_pinger.setRoute(QString::fromLatin1(path), r);
-    };
-
-    m_pinger.fail(
-        QStringLiteral("/e500"), 500,
-        "<html><body><h1>Internal Server Error</h1>mixmaster stats broke</body></html>\n");
-    row("500 with an HTML page", url("/e500"), 2, HttpCode::HttpError, "mixmaster stats broke");
-    row("404 for an unknown page", url("/no-such-page"), 2, HttpCode::HttpError, "Not Found");
-    m_pinger.serve(QStringLiteral("/e200"),
-                   "<html><body>Database error, try later</body></html>\n");
-    row("200 with an HTML error page is a page", url("/e200"), 2, HttpCode::Ok, "Database error");
-
-    TestPinger::Route delayed;
-    delayed.body = "late but fine\n";
-    delayed.delayMs = 300;
-    m_pinger.setRoute(QStringLiteral("/delay-short"), delayed);
-    row("answer delayed within the time-out", url("/delay-short"), 2, HttpCode::Ok,
-        "late but fine");
-    // Bytes keep coming, but the whole page would take a minute.
-    m_pinger.setRoute(QStringLiteral("/drip"), dripRoute(linesOfSize(6400), 16, 150));
-    row("slow drip", url("/drip"), 1, HttpCode::TimedOut);
-    route("/silent", Mode::Silent);
-    row("never answers", url("/silent"), 1, HttpCode::TimedOut);
-    route("/endless", Mode::Endless);
-    row("endless body", url("/endless"), 10, HttpCode::TransferError, {}, true, {}, 1024 * 1024);
-
-    TestPinger::Route reset;
-    reset.mode = Mode::ResetMidway;
-    reset.body = linesOfSize(64 * 1024);
-    m_pinger.setRoute(QStringLiteral("/reset"), reset);
-    row("connection reset in the body", url("/reset"), 2, HttpCode::TransferError);
-    // Qt's HTTP client drops a connection that does not answer in HTTP and
-    // reports it as closed.
-    route("/garbage", Mode::Garbage);
-    row("garbage instead of HTTP", url("/garbage"), 2, HttpCode::TransferError);
-    TestPinger::Route noise;
-    noise.mode = Mode::Garbage;
-    noise.keepOpen = true;
-    m_pinger.setRoute(QStringLiteral("/garbage-open"), noise);
-    row("garbage, connection left open", url("/garbage-open"), 1, HttpCode::TransferError);
-
-    const quint16 closed = closedPort();
-    row("connection refused", QStringLiteral("http://127.0.0.1:%1/page").arg(closed), 2,
-        HttpCode::TransferError, {}, false);
-
-    // Redirects: up to five are followed, relative or absolute.
-    m_pinger.serve(QStringLiteral("/r0"), "arrived\n");
-    for (int i = 1; i <= 6; ++i) {
-        const QString next = QStringLiteral("/r%1").arg(i - 1);
-        m_pinger.redirect(QStringLiteral("/r%1").arg(i), i % 2 ? next : m_pinger.url(next),
-                          i % 3 ? 302 : 301);
-    }
-    row("five redirects followed", url("/r5"), 2, HttpCode::Ok, "arrived");
-    row("six redirects refused", url("/r6"), 2, HttpCode::TransferError);
-
-    // Misuse: nothing is sent anywhere.
-    m_pinger.serve(QStringLiteral("/page"), "page\n");
-    const auto misuse = [&](const char* tag, const QString& target, const QStringList& proxy) {
-        row(tag, target, 2, HttpCode::LibraryError, {}, false, proxy);
-    };
-    misuse("no host", QStringLiteral("http:///page"), {});
-    misuse("not a URL", QStringLiteral("::not a url::"), {});
-    misuse("file scheme", QStringLiteral("file:///etc/hostname"), {});
-    misuse("unusable proxy settings", url("/page"),
-           settingsFor(QStringLiteral("gopher"), m_pinger.port()));
-    // An onion name must never reach the local resolver.
-    misuse("onion address without a proxy", OnionUrl, {});
-    misuse("onion address through an HTTP proxy", OnionUrl,
-           settingsFor(QStringLiteral("http"), m_pinger.port()));
-
-    row("HTTP proxy unreachable", url("/page"), 2, HttpCode::TransferError, {}, false,
-        settingsFor(QStringLiteral("http"), closed));
-    row("SOCKS5 proxy unreachable", url("/page"), 2, HttpCode::TimedOut, {}, false,
-        settingsFor(QStringLiteral("socks5"), closed));
-}
-
-void TestHttpGet::failures() {
-    QFETCH(QString, url);
-    QFETCH(QStringList, proxy);
-    QFETCH(int, timeout);
-    QFETCH(qint64, maxBytes);
-    QFETCH(int, expected);
-    QFETCH(QString, inLines);
-    QFETCH(bool, reachesPinger);
-
-    m_pinger.clearLog();
-    HttpSession session;
-    if (maxBytes > 0)
-        session.setMaxBytes(maxBytes);
-    const Fetch got = fetch(session, url, proxy, timeout);
-    QVERIFY2(got.code == expected,
-             qPrintable(QStringLiteral("got %1 (%2)").arg(got.code).arg(session.lastErrorText())));
-    QVERIFY2(got.elapsedMs < timeout * 1000 + SlackMs,
-             qPrintable(QStringLiteral("took %1 ms").arg(got.elapsedMs)));
-    if (inLines.isEmpty())
-        QVERIFY2(got.lines.isEmpty(), qPrintable(got.lines.join(u'\n').left(200)));
-    else
-        QVERIFY2(got.lines.join(u'\n').contains(inLines), qPrintable(got.lines.join(u'\n')));
-    QCOMPARE(!m_pinger.requests().isEmpty(), reachesPinger);
-    if (expected != HttpCode::Ok)
-        QVERIFY(!session.lastErrorText().isEmpty());
-    else
-        QVERIFY(session.lastErrorText().isEmpty());
-    if (expected != HttpCode::Ok && expected != HttpCode::NotModified)
-        QVERIFY(!got.lastModified.isValid());
-}
-
-// A pinger that misbehaves costs its own page and nothing more: the answer
-// comes within the time-out, and the next page, from the same pinger or
-// another, comes as if nothing had happened.
-void TestHttpGet::hostileThenHealthy_data() {
-    QTest::addColumn<TestPinger::Route>("route");
-    QTest::addColumn<int>("timeout");
-    QTest::addColumn<int>("expected");
-    QTest::addColumn<qint64>("withinMs");
-
-    using Mode = TestPinger::Mode;
-    const auto row = [](const char* tag, Mode mode, int timeout, int expected, qint64 withinMs) {
-        TestPinger::Route route;
-        route.mode = mode;
-        route.body = linesOfSize(64 * 1024);
-        QTest::newRow(tag) << route << timeout << expected << withinMs;
-    };
-    row("header flood", Mode::HeaderFlood, 3, HttpCode::TimedOut, 3000 + SlackMs);
-    row("endless header line", Mode::EndlessHeaderLine, 3, HttpCode::TimedOut, 3000 + SlackMs);
-    row("never answers", Mode::Silent, 1, HttpCode::TimedOut, 1000 + SlackMs);
-    row("connection reset in the body", Mode::ResetMidway, 30, HttpCode::TransferError, 2000);
-}
-
-void TestHttpGet::hostileThenHealthy() {
-    QFETCH(TestPinger::Route, route);
-    QFETCH(int, timeout);
-    QFETCH(int, expected);
-    QFETCH(qint64, withinMs);
-
-    TestPinger other;
-    QVERIFY(other.listen());
-    other.serve(QStringLiteral("/next"), "next page\n");
-    m_pinger.serve(QStringLiteral("/next"), "next page\n");
-    m_pinger.setRoute(QStringLiteral("/hostile"), route);
-    HttpSession session;
-    Fetch got = fetch(session, m_pinger.url(QStringLiteral("/hostile")), {}, timeout);
-    QVERIFY2(got.code == expected,
-             qPrintable(QStringLiteral("got %1 (%2)").arg(got.code).arg(session.lastErrorText())));
-    QVERIFY2(got.elapsedMs < withinMs, qPrintable(QStringLiteral("took %1 ms").arg(got.elapsedMs)));
-    for (TestPinger* pinger : {&m_pinger, &other}) {
-        got = fetch(session, pinger->url(QStringLiteral("/next")), {}, 2);
-        QVERIFY2(got.code == HttpCode::Ok,
-                 qPrintable(QStringLiteral("%1 (%2)").arg(got.code).arg(session.lastErrorText())));
-        QCOMPARE(got.lines, QStringList{QStringLiteral("next page")});
-    }
+    QCOMPARE(LinesToBytes(got.lines), highBytes() + "\n" + TestPinger::linesOfSize(64 * 1024));
 }
 
 // Every request carries the same fixed headers, whatever the desktop's
@@ -589,53 +425,6 @@ void TestHttpGet::requestsSayNothingAboutTheUser() {
     }
 }
 
-void TestHttpGet::sizeCap_data() {
-    QTest::addColumn<int>("status");
-    QTest::addColumn<qint64>("size");
-    QTest::addColumn<bool>("announced");
-    QTest::addColumn<qint64>("cap"); // 0: the default
-    QTest::addColumn<int>("expected");
-    QTest::addColumn<qint64>("returned"); // bytes of the lines that came back
-
-    const qint64 cap = 1024;
-    QTest::newRow("exactly the cap, announced") << 200 << cap << true << cap << 200 << cap;
-    QTest::newRow("exactly the cap, unannounced") << 200 << cap << false << cap << 200 << cap;
-    QTest::newRow("one byte over, announced")
-        << 200 << cap + 1 << true << cap << HttpCode::TransferError << qint64(0);
-    QTest::newRow("one byte over, unannounced")
-        << 200 << cap + 1 << false << cap << HttpCode::TransferError << qint64(0);
-    QTest::newRow("error page shortened") << 500 << qint64(200 * 1024) << true << qint64(0)
-                                          << HttpCode::HttpError << HttpSession::ErrorPageMaxBytes;
-    QTest::newRow("error page never beyond the cap")
-        << 503 << qint64(4096) << true << cap << HttpCode::HttpError << cap;
-    const qint64 sixteen = 16 * 1024 * 1024;
-    QTest::newRow("default cap, at it") << 200 << sixteen << true << qint64(0) << 200 << sixteen;
-    QTest::newRow("default cap, past it")
-        << 200 << sixteen + 64 << false << qint64(0) << HttpCode::TransferError << qint64(0);
-}
-
-void TestHttpGet::sizeCap() {
-    QFETCH(int, status);
-    QFETCH(qint64, size);
-    QFETCH(bool, announced);
-    QFETCH(qint64, cap);
-    QFETCH(int, expected);
-    QFETCH(qint64, returned);
-
-    TestPinger::Route route;
-    route.status = status;
-    route.body = linesOfSize(size);
-    route.sendLength = announced;
-    m_pinger.setRoute(QStringLiteral("/sized"), route);
-
-    HttpSession session;
-    if (cap > 0)
-        session.setMaxBytes(cap);
-    const Fetch got = fetch(session, m_pinger.url(QStringLiteral("/sized")), {}, 10);
-    QCOMPARE(got.code, expected);
-    QCOMPARE(got.lines.isEmpty() ? 0 : LinesToBytes(got.lines).size(), returned);
-}
-
 void TestHttpGet::cancel() {
     // Cancelled before the start: nothing is sent.
     m_pinger.serve(QStringLiteral("/page"), "page\n");
@@ -647,7 +436,7 @@ void TestHttpGet::cancel() {
     QVERIFY(m_pinger.requests().isEmpty());
 
     // A minute's worth of dripping; only the cancel can end it early.
-    m_pinger.setRoute(QStringLiteral("/slow"), dripRoute(linesOfSize(6400), 16, 150));
+    m_pinger.setRoute(QStringLiteral("/slow"), routeOf(QStringLiteral("lines=6400|drip=16/150")));
     stop = false;
     QTimer::singleShot(300, [&stop] { stop = true; });
     TestFrontEnd ui;
@@ -659,8 +448,8 @@ void TestHttpGet::cancel() {
 }
 
 void TestHttpGet::reportsProgress() {
-    const QByteArray body = linesOfSize(64 * 1024);
-    m_pinger.setRoute(QStringLiteral("/progress"), dripRoute(body, 4096, 15));
+    const QByteArray body = TestPinger::linesOfSize(64 * 1024);
+    m_pinger.setRoute(QStringLiteral("/progress"), routeOf(QStringLiteral("drip=4096/15"), body));
     HttpSession session;
     TestFrontEnd ui;
     const Fetch got = fetch(session, m_pinger.url(QStringLiteral("/progress")), {}, 10, {}, &ui);
@@ -704,32 +493,6 @@ void TestHttpGet::oneSessionOneConnection() {
             HttpCode::Ok);
     }
     QCOMPARE(m_pinger.connectionCount() - before, 2);
-}
-
-void TestHttpGet::proxySettings() {
-    QFETCH(QStringList, f);
-    QNetworkProxy proxy(QNetworkProxy::DefaultProxy);
-    QString error;
-    const bool ok = HttpSession::proxyFromSettings(f[1] == u'-' ? QStringList() : f[1].split(u'|'),
-                                                   proxy, &error);
-    QCOMPARE(ok, f[2] != "refused");
-    QCOMPARE(error.isEmpty(), ok);
-    if (!ok)
-        return;
-    const QString type = proxy.type() == QNetworkProxy::NoProxy       ? QStringLiteral("none")
-                         : proxy.type() == QNetworkProxy::HttpProxy   ? QStringLiteral("http")
-                         : proxy.type() == QNetworkProxy::Socks5Proxy ? QStringLiteral("socks5")
-                                                                      : QStringLiteral("other");
-    if (type == "none") {
-        QCOMPARE(type, f[2]);
-        return;
-    }
-    QCOMPARE(QStringList({type, proxy.hostName(), QString::number(proxy.port()), proxy.user(),
-                          proxy.password()})
-                 .join(u' '),
-             f[2]);
-    // Names go to the proxy unresolved: no lookups past Tor.
-    QVERIFY(proxy.capabilities().testFlag(QNetworkProxy::HostNameLookupCapability));
 }
 
 void TestHttpGet::https_data() {
@@ -931,7 +694,7 @@ void TestHttpGet::socksGetsNamesAndRunCredentials() {
 
 void TestHttpGet::prefetchedPagesTakenOver() {
     m_pinger.serve(QStringLiteral("/early"), "early page\n", PageDate);
-    m_pinger.serve(QStringLiteral("/too-big"), linesOfSize(4096));
+    m_pinger.serve(QStringLiteral("/too-big"), TestPinger::linesOfSize(4096));
     m_pinger.clearLog();
     HttpSession session;
     session.setMaxBytes(1024);
@@ -958,7 +721,7 @@ void TestHttpGet::prefetchedPagesTakenOver() {
 void TestHttpGet::applicationQuitEndsFetch() {
     // The window closing during an update quits every event loop, the
     // fetch's own too: half a page must not come back as a page.
-    m_pinger.setRoute(QStringLiteral("/quit"), dripRoute(linesOfSize(6400), 16, 150));
+    m_pinger.setRoute(QStringLiteral("/quit"), routeOf(QStringLiteral("lines=6400|drip=16/150")));
     QTimer::singleShot(300, [] { QCoreApplication::exit(0); });
     HttpSession session;
     const Fetch got = fetch(session, m_pinger.url(QStringLiteral("/quit")), {}, 30);

@@ -74,45 +74,6 @@ QByteArray normalised(QByteArray bytes, const QByteArray& pinger) {
     return QString::fromUtf8(bytes).replace(startTime, QStringLiteral("<start time>\\2")).toUtf8();
 }
 
-QDateTime isoTime(const QString& text) {
-    return QDateTime::fromString(text, Qt::ISODate);
-}
-
-TestPinger::Mode modeNamed(const QString& name) {
-    static const QHash<QString, TestPinger::Mode> modes = {
-        {"normal", TestPinger::Mode::Normal},
-        {"drip", TestPinger::Mode::Drip},
-        {"endless", TestPinger::Mode::Endless},
-        {"reset", TestPinger::Mode::ResetMidway},
-        {"garbage", TestPinger::Mode::Garbage},
-        {"silent", TestPinger::Mode::Silent},
-        {"headerflood", TestPinger::Mode::HeaderFlood},
-        {"endlessheader", TestPinger::Mode::EndlessHeaderLine}};
-    return modes.value(name, TestPinger::Mode::Normal);
-}
-
-// One line of pinger.txt: "<path> key=value ..." on top of the served file.
-QString applyRouteLine(TestPinger::Route& route, const QStringList& words) {
-    for (const QString& word : words.mid(1)) {
-        const QString key = word.section(u'=', 0, 0);
-        const QString value = word.section(u'=', 1);
-        if (key == QLatin1String("status"))
-            route.status = value.toInt();
-        else if (key == QLatin1String("mode"))
-            route.mode = modeNamed(value);
-        else if (key == QLatin1String("delay"))
-            route.delayMs = value.toInt();
-        else if (key == QLatin1String("lastmodified"))
-            route.lastModified = isoTime(value);
-        else if (key == QLatin1String("header"))
-            route.headers.append(
-                {value.section(u':', 0, 0).toUtf8(), value.section(u':', 1).toUtf8()});
-        else
-            return QStringLiteral("unknown pinger.txt key \"%1\"").arg(key);
-    }
-    return {};
-}
-
 QString setUpPinger(TestPinger& pinger, const QString& folder) {
     QHash<QString, TestPinger::Route> routes;
     const QString served = folder + QStringLiteral("/served");
@@ -120,7 +81,8 @@ QString setUpPinger(TestPinger& pinger, const QString& folder) {
         routes[u'/' + name].body = readBytes(served + u'/' + name);
     for (const QString& line : dataLines(folder + QStringLiteral("/pinger.txt"))) {
         const QStringList words = line.split(u' ', Qt::SkipEmptyParts);
-        const QString problem = applyRouteLine(routes[u'/' + words.first()], words);
+        const QString problem =
+            TestPinger::applyRouteWords(routes[u'/' + words.first()], words.mid(1));
         if (!problem.isEmpty())
             return problem;
     }

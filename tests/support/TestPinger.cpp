@@ -154,8 +154,6 @@ private:
             request.method = parts.at(0);
             request.target = parts.at(1);
             request.version = parts.at(2);
-            request.peer = m_socket->peerAddress();
-            request.peerPort = m_socket->peerPort();
             for (const QByteArray& line : std::as_const(lines)) {
                 const qsizetype colon = line.indexOf(':');
                 if (colon > 0)
@@ -420,6 +418,57 @@ void TestPinger::dropConnections() {
     for (QObject* child : children)
         if (auto* client = dynamic_cast<Client*>(child))
             client->drop();
+}
+
+static void setDrip(TestPinger::Route& route, int bytes, int intervalMs) {
+    route.mode = TestPinger::Mode::Drip;
+    route.dripBytes = bytes;
+    route.dripIntervalMs = intervalMs;
+}
+
+QString TestPinger::applyRouteWords(Route& route, const QStringList& words) {
+    static const QHash<QString, Mode> modes = {
+        {"normal", Mode::Normal},           {"drip", Mode::Drip},
+        {"endless", Mode::Endless},         {"reset", Mode::ResetMidway},
+        {"garbage", Mode::Garbage},         {"silent", Mode::Silent},
+        {"headerflood", Mode::HeaderFlood}, {"endlessheader", Mode::EndlessHeaderLine}};
+    for (const QString& word : words) {
+        const QString key = word.section(u'=', 0, 0);
+        const QString value = word.section(u'=', 1);
+        if (key == QLatin1String("status"))
+            route.status = value.toInt();
+        else if (key == QLatin1String("mode") && modes.contains(value))
+            route.mode = modes.value(value);
+        else if (key == QLatin1String("delay"))
+            route.delayMs = value.toInt();
+        else if (key == QLatin1String("lastmodified"))
+            route.lastModified = QDateTime::fromString(value, Qt::ISODate);
+        else if (key == QLatin1String("header"))
+            route.headers.append(
+                {value.section(u':', 0, 0).toUtf8(), value.section(u':', 1).toUtf8()});
+        else if (key == QLatin1String("drip"))
+            setDrip(route, value.section(u'/', 0, 0).toInt(), value.section(u'/', 1).toInt());
+        else if (key == QLatin1String("lines"))
+            route.body = linesOfSize(value.toLongLong());
+        else if (key == QLatin1String("length"))
+            route.sendLength = value != u'0';
+        else if (key == QLatin1String("keepopen"))
+            route.keepOpen = true;
+        else
+            return QStringLiteral("unknown route word \"%1\"").arg(word);
+    }
+    return {};
+}
+
+QByteArray TestPinger::linesOfSize(qint64 size) {
+    QByteArray line(63, 'v');
+    line.append('\n');
+    QByteArray body;
+    body.reserve(size);
+    while (body.size() < size)
+        body.append(line);
+    body.truncate(size);
+    return body;
 }
 
 QByteArray TestPinger::httpDate(const QDateTime& time) {

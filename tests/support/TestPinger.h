@@ -7,6 +7,7 @@
 #include <QList>
 #include <QObject>
 #include <QString>
+#include <QStringList>
 
 #include <utility>
 
@@ -57,8 +58,6 @@ public:
         QByteArray path;
         QByteArray version;
         QList<Header> headers;
-        QHostAddress peer;
-        quint16 peerPort = 0;
         // Empty when missing; names ignore case.
         QByteArray header(const QByteArray& name) const;
         bool hasHeader(const QByteArray& name) const;
@@ -85,6 +84,16 @@ public:
     void clearLog();
     // Drops every open connection, as a restarted server would.
     void dropConnections();
+
+    // Sets route from "key=value" words: status, mode (normal, drip, endless,
+    // reset, garbage, silent, headerflood, endlessheader), delay (ms),
+    // lastmodified (ISO), header (Name:Value), drip (BYTES/MS), lines (the
+    // body: that many bytes of 64-byte lines), length=0 (no Content-Length),
+    // keepopen. Returns what was wrong with a word, or nothing.
+    static QString applyRouteWords(Route& route, const QStringList& words);
+    // size bytes of 64-byte lines, so that a body cut at a multiple of 64
+    // still ends in a line end.
+    static QByteArray linesOfSize(qint64 size);
 
     static QByteArray httpDate(const QDateTime& time);
     static QDateTime parseHttpDate(const QByteArray& text);
