@@ -107,10 +107,22 @@ void SaveSet::drop(int group) {
     }
 }
 
-// Then the files are put in place one after another; a date is recorded
-// only once its file is there.
-void SaveSet::commit(SaveResult& result) {
+void recordDates(const QList<std::pair<QString, QString>>& dates, SaveResult& result) {
     SuiteDataFile* data = TheSuiteDataFile();
+    if (dates.isEmpty() || !data || !data->database || data->database->writeValues(dates))
+        return;
+    for (const auto& date : dates)
+        result.errors.append(
+            QStringLiteral("Cannot record the date of %1 in %2: %3")
+                .arg(date.first, data->database->path(), data->database->errorText()));
+}
+
+// Then the files are put in place one after another; a date is recorded
+// only once its file is there. The dates go into the data file together, in
+// one transaction: a crash before it leaves dates older than their files,
+// which costs a new download, never a missed one.
+void SaveSet::commit(SaveResult& result) {
+    QList<std::pair<QString, QString>> dates;
     for (SetFile& file : m_files) {
         if (!file.staged)
             continue; // its group lost a file: it keeps its old files and dates
@@ -124,12 +136,10 @@ void SaveSet::commit(SaveResult& result) {
             ++result.written;
             file.view->setModified(false);
         }
-        if (!file.dateKey.isEmpty() && data && data->database &&
-            !data->database->writeValue(file.dateKey, file.date))
-            result.errors.append(
-                QStringLiteral("Cannot record the date of %1 in %2: %3")
-                    .arg(file.dateKey, data->database->path(), data->database->errorText()));
+        if (!file.dateKey.isEmpty())
+            dates.append({file.dateKey, file.date});
     }
+    recordDates(dates, result);
 }
 
 QStringList readIfThere(const QString& path, SaveResult& result) {
