@@ -2,15 +2,11 @@
 #include "Global2.h"
 #include "KeyringUpdate.h"
 #include "PagePaths.h"
-#include "SuiteDatabase.h"
 #include "TempEnvironment.h"
 #include "TestData.h"
 #include "TestFrontEnd.h"
-#include "TextFile.h"
 
 #include <QDir>
-#include <QSqlDatabase>
-#include <QSqlQuery>
 #include <QTest>
 
 #include <memory>
@@ -39,35 +35,21 @@ public:
     int showMessage(const QString&, MsgDlgType, int, MsgStyle) override { return IdOk; }
 };
 
-const QString Header29 =
-    QStringLiteral("aarg remailer@aarg.net 475f3f9fe8da22896c10082695a92c2d 2.9b33 C");
-
 } // namespace
 
 class TestKeyringUpdate : public QObject {
     Q_OBJECT
 private slots:
     void init();
-    void cleanup();
 
     void cases_data() { AddTableRows(QStringLiteral("keyring.txt")); }
     void cases();
-    void encryptedDataFileWritesNothing();
-    void withoutDataFileListStillWritten();
-    void dateNotRecordedIsReported();
-    void writeFailureNamesFile_data();
-    void writeFailureNamesFile();
-
-    void mergeTakesNymserverFromProgramFolder();
 
     void commandLines();
 
     void chkAddKeysDefaultFrontEndCancels();
 
 private:
-    QString mix(const QString& name) const { return m_env->mixFolder() + name; }
-    QString program(const QString& name) const { return m_env->programFolder() + name; }
-
     std::unique_ptr<TempEnvironment> m_env;
 };
 
@@ -75,10 +57,6 @@ void TestKeyringUpdate::init() {
     m_env.reset(); // the old one restores the environment it found
     m_env = std::make_unique<TempEnvironment>();
     QVERIFY(m_env->isValid());
-}
-
-void TestKeyringUpdate::cleanup() {
-    CloseSuiteDataFile();
 }
 
 QStringList list(const QString& field) {
@@ -90,26 +68,8 @@ void TestKeyringUpdate::cases() {
     TestFrontEnd ui;
     if (f[0] == "type2") {
         QCOMPARE(Type2ListLines(list(f[1])), list(f[2]));
-        // The file is replaced whole, an empty result by an empty file.
-        TempEnvironment::writeFile(mix("type2.list"), "stale line\n");
-        QCOMPARE(MakeType2List(&ui, list(f[1]), QStringLiteral("t")).status,
-                 KeyringResult::Written);
-        QCOMPARE(TempEnvironment::readFile(mix("type2.list")), LinesToBytes(list(f[2])));
     } else if (f[0] == "merge") {
-        if (f[1] != "<none>")
-            TempEnvironment::writeFile(mix("pubring.asc"), f[1].toLatin1());
-        if (f[2] != "<none>")
-            TempEnvironment::writeFile(program("nymserver.asc"), f[2].toLatin1());
-        for (int run = 0; run < f[3].toInt(); ++run) {
-            const KeyringResult result = MergeNymserverKeys();
-            QVERIFY2(!result.failed(), qPrintable(result.error));
-            QCOMPARE(result.status, KeyringResult::Written);
-        }
-        QVERIFY(QFileInfo::exists(mix("pubring.asc")));
-        QCOMPARE(TempEnvironment::readFile(mix("pubring.asc")), f[4].toLatin1());
-        // nymserver.asc itself is left alone.
-        if (f[2] != "<none>")
-            QCOMPARE(TempEnvironment::readFile(program("nymserver.asc")), f[2].toLatin1());
+        QCOMPARE(MergedNymserverKeys(list(f[1]), list(f[2])), list(f[3]));
     } else if (f[0] == "menu") {
         for (const QString& folder : {m_env->mixFolder(), m_env->programFolder()}) {
             for (const QString& name : list(f[folder == m_env->mixFolder() ? 1 : 2])) {
@@ -142,85 +102,6 @@ void TestKeyringUpdate::cases() {
         QFAIL("unknown case kind");
     }
     QVERIFY(ui.messages.isEmpty());
-}
-
-void TestKeyringUpdate::encryptedDataFileWritesNothing() {
-    TempEnvironment::writeFile(program("VK.pgp"), "-----BEGIN PGP MESSAGE-----\n");
-    TempEnvironment::writeFile(mix("type2.list"), "old list\r\n");
-
-    TestFrontEnd ui;
-    const KeyringResult result = MakeType2List(&ui, {Header29}, QStringLiteral("t"));
-    QCOMPARE(result.status, KeyringResult::Encrypted);
-    QCOMPARE(ui.messages.size(), 1);
-    QCOMPARE(ui.messages.first().type, Information);
-    QVERIFY(ui.messages.first().text.contains(QStringLiteral("is encrypted")));
-    QCOMPARE(TempEnvironment::readFile(mix("type2.list")), QByteArray("old list\r\n"));
-}
-
-void TestKeyringUpdate::withoutDataFileListStillWritten() {
-    CloseSuiteDataFile();
-    QCOMPARE(TheSuiteDataFile(), nullptr);
-    TestFrontEnd ui;
-    const KeyringResult result = MakeType2List(&ui, {Header29}, QStringLiteral("t"));
-    QCOMPARE(result.status, KeyringResult::Written);
-    QVERIFY(result.error.isEmpty());
-    QCOMPARE(TempEnvironment::readFile(mix("type2.list")), LinesToBytes({Header29}));
-}
-
-void TestKeyringUpdate::dateNotRecordedIsReported() {
-    const QString path = program("vk.dbc");
-    QString error;
-    QVERIFY2(TVKDB::create(path, 2, &error), qPrintable(error));
-    TestFrontEnd ui;
-    QVERIFY(OpenSuiteDataFile(&ui));
-    {
-        // Another program spoils the file under us: the named values'
-        // table goes away, so the date has nowhere to go.
-        QSqlDatabase other =
-            QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("spoiler"));
-        other.setDatabaseName(path);
-        QVERIFY(other.open());
-        QSqlQuery query(other);
-        QVERIFY(query.exec(QStringLiteral("DROP TABLE vk_values")));
-        other.close();
-    }
-    QSqlDatabase::removeDatabase(QStringLiteral("spoiler"));
-
-    const KeyringResult result = MakeType2List(&ui, {Header29}, QStringLiteral("t"));
-    QCOMPARE(result.status, KeyringResult::Failed);
-    QVERIFY2(result.error.contains(path), qPrintable(result.error));
-    QVERIFY(result.error.contains(QStringLiteral("type2.list")));
-    // The list itself is still written.
-    QCOMPARE(TempEnvironment::readFile(mix("type2.list")), LinesToBytes({Header29}));
-}
-
-void TestKeyringUpdate::writeFailureNamesFile_data() {
-    QTest::addColumn<bool>("merge");
-    QTest::newRow("type2.list") << false;
-    QTest::newRow("pubring.asc") << true;
-}
-
-// The Mixmaster folder is gone, so neither keyring file can be written.
-void TestKeyringUpdate::writeFailureNamesFile() {
-    QFETCH(bool, merge);
-    TempEnvironment::writeFile(program("nymserver.asc"), "-----BEGIN PGP PUBLIC\n");
-    QVERIFY(QDir(m_env->mixFolder()).removeRecursively());
-    TestFrontEnd ui;
-    const KeyringResult result =
-        merge ? MergeNymserverKeys() : MakeType2List(&ui, {Header29}, QStringLiteral("t"));
-    QCOMPARE(result.status, KeyringResult::Failed);
-    QVERIFY(result.failed());
-    const QString file = mix(merge ? "pubring.asc" : "type2.list");
-    QVERIFY2(result.error.contains(file), qPrintable(result.error));
-}
-
-void TestKeyringUpdate::mergeTakesNymserverFromProgramFolder() {
-    TempEnvironment::writeFile(mix("pubring.asc"), "ring\n");
-    TempEnvironment::writeFile(mix("nymserver.asc"), "-----BEGIN PGP PUBLIC wrong folder\n");
-    TempEnvironment::writeFile(program("nymserver.asc"), "-----BEGIN PGP PUBLIC right folder\n");
-    QVERIFY(!MergeNymserverKeys().failed());
-    QCOMPARE(TempEnvironment::readFile(mix("pubring.asc")),
-             QByteArray("ring\n-----BEGIN PGP PUBLIC right folder\n"));
 }
 
 void TestKeyringUpdate::commandLines() {
