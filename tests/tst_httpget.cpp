@@ -192,7 +192,6 @@ private slots:
 
 private:
     void fetchCase(const QStringList& f);
-    void hostileCase(const QStringList& f);
     void proxyCase(const QStringList& f);
     TestPinger m_pinger;
 };
@@ -212,8 +211,6 @@ void TestHttpGet::cases() {
     QFETCH(QStringList, f);
     if (f[0] == "fetch")
         fetchCase(f);
-    else if (f[0] == "hostile")
-        hostileCase(f);
     else
         proxyCase(f);
 }
@@ -265,28 +262,6 @@ void TestHttpGet::fetchCase(const QStringList& f) {
                  f[11] == u'-' ? QByteArray() : f[11].toLatin1());
     for (const TestPinger::Request& request : requests)
         QCOMPARE(request.header("Host"), "127.0.0.1:" + QByteArray::number(m_pinger.port()));
-}
-
-// A pinger that misbehaves costs its own page and nothing more: the answer
-// comes within the time-out, and the next page, from the same pinger or
-// another, comes as if nothing had happened. Route, time-out, code, within ms.
-void TestHttpGet::hostileCase(const QStringList& f) {
-    TestPinger other;
-    QVERIFY(other.listen());
-    other.serve(QStringLiteral("/next"), "next page\n");
-    m_pinger.serve(QStringLiteral("/next"), "next page\n");
-    m_pinger.setRoute(QStringLiteral("/hostile"), routeOf(f[1]));
-    HttpSession session;
-    Fetch got = fetch(session, m_pinger.url(QStringLiteral("/hostile")), {}, f[2].toInt());
-    QVERIFY2(got.code == codeNamed(f[3]),
-             qPrintable(QStringLiteral("got %1 (%2)").arg(got.code).arg(session.lastErrorText())));
-    QVERIFY2(got.elapsedMs < f[4].toLongLong(),
-             qPrintable(QStringLiteral("took %1 ms").arg(got.elapsedMs)));
-    for (TestPinger* pinger : {&m_pinger, &other}) {
-        got = fetch(session, pinger->url(QStringLiteral("/next")), {}, 2);
-        QCOMPARE(got.code, HttpCode::Ok);
-        QCOMPARE(got.lines, QStringList{QStringLiteral("next page")});
-    }
 }
 
 void TestHttpGet::proxyCase(const QStringList& f) {

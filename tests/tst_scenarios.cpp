@@ -1,4 +1,5 @@
 #include "ProgramRun.h"
+#include "TempEnvironment.h"
 #include "TestData.h"
 #include "TestPinger.h"
 
@@ -20,8 +21,7 @@ const QString Root = QStringLiteral(VK_SCENARIOS);
 const QString PingerMark = QStringLiteral("@PINGER@");
 
 QByteArray readBytes(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    return TempEnvironment::readFile(path);
 }
 
 // A link in expect/ (to a page under data/real) is replaced, never written through.
