@@ -466,6 +466,8 @@ void TestController::keyToolCommandLines() {
                                   PagePath(QStringLiteral("nymserver.asc"))),
              p + "vkpgpkeys \"" + p + "nymserver.asc\"" + m_env->mixFolder() + p +
                  "nymserver.asc\"");
+    // The proxy manager lies beside the key tools.
+    QCOMPARE(ProxySelection::proxyManagerPath(), p + "vkproxy");
 }
 
 // With nobody to ask, the question counts as cancelled: the update stops and
