@@ -450,6 +450,9 @@ void TestHttpGet::socksStreamsKeptApartByCredentials() {
         QVERIFY(got.lines.isEmpty());
     }
     QCOMPARE(m_pinger.requests().size(), 2);
+    // Through the proxy to a port where nothing listens: refused, said at once.
+    const QString closed = QStringLiteral("http://127.0.0.1:%1/x").arg(closedPort());
+    QCOMPARE(fetch(session, closed, proxy.settings(), 2).code, HttpCode::TransferError);
 }
 
 void TestHttpGet::socksGetsNamesAndRunCredentials() {
