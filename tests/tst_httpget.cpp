@@ -183,6 +183,7 @@ private slots:
     void oneSessionOneConnection();
     void https_data();
     void https();
+    void httpProxyErrorPageShown();
     void socksStreamsKeptApartByCredentials();
     void socksGetsNamesAndRunCredentials();
     void prefetchedPagesTakenOver();
@@ -423,6 +424,19 @@ void TestHttpGet::https() {
     QCOMPARE(got.lines, expected == HttpCode::Ok ? QStringList{"secure page"} : QStringList());
     QCOMPARE(requestsFor(m_pinger, "/page"), 0);
     QCOMPARE(tlsPinger.requests().size(), tls && trusted ? 1 : 0);
+}
+
+// An HTTP proxy that cannot reach the pinger says so with an error page of
+// its own, which comes back as the answer.
+void TestHttpGet::httpProxyErrorPageShown() {
+    ProxyProcess proxy(ProxyProcess::Kind::Tinyproxy);
+    if (!proxy.start())
+        QSKIP(qPrintable("tinyproxy could not be started: " + proxy.errorString()));
+    HttpSession session;
+    const Fetch got = fetch(session, QStringLiteral("http://127.0.0.1:%1/x").arg(closedPort()),
+                            proxy.settings(), 5);
+    QCOMPARE(got.code, HttpCode::HttpError);
+    QVERIFY2(got.lines.join(u'\n').contains("tinyproxy"), qPrintable(got.lines.join(u'\n')));
 }
 
 // A real SOCKS5 proxy that wants a password: one stream for a session's
