@@ -3,28 +3,8 @@
 #include "FrontEnd.h"
 #include "Global2.h"
 #include "PagePaths.h"
-#include "SuiteDatabase.h"
-#include "TextFile.h"
 
 #include <QFileInfo>
-
-namespace {
-
-const QString Type2ListName = QStringLiteral("type2.list");
-
-// Reads a file that may be missing. A file that is there but cannot be read
-// is an error: treating it as empty would overwrite a keyring with less.
-bool readOptional(const QString& path, QStringList& lines, QString& error) {
-    bool ok = false;
-    lines = ReadLines(path, &ok);
-    if (!ok && QFileInfo::exists(path)) {
-        error = QStringLiteral("Cannot read %1").arg(path);
-        return false;
-    }
-    return true;
-}
-
-} // namespace
 
 QStringList Type2ListLines(const QStringList& pubringLines) {
     QStringList kept;
@@ -35,43 +15,6 @@ QStringList Type2ListLines(const QStringList& pubringLines) {
             kept.append(line);
     }
     return kept;
-}
-
-KeyringResult MakeType2List(FrontEnd* frontEnd, const QStringList& pubringLines,
-                            const QString& updateTime) {
-    if (IsDataFileEncrypted(frontEnd))
-        return {KeyringResult::Encrypted, {}};
-    const QStringList kept = Type2ListLines(pubringLines);
-
-    KeyringResult result;
-    SuiteDataFile* data = TheSuiteDataFile();
-    if (data && !data->failed && data->database &&
-        !data->database->writeValue(Type2ListName, updateTime)) {
-        // The list itself matters more than its date: still write it, then
-        // say what went wrong.
-        result = {KeyringResult::Failed,
-                  QStringLiteral("Cannot record the date of %1 in %2: %3")
-                      .arg(Type2ListName, data->database->path(), data->database->errorText())};
-    }
-
-    QString error;
-    if (!WriteLines(GetMixmasterDir() + Type2ListName, kept, &error))
-        return {KeyringResult::Failed, error};
-    return result;
-}
-
-KeyringResult MergeNymserverKeys() {
-    const QString ringPath = GetMixmasterDir() + QStringLiteral("pubring.asc");
-    QStringList ring;
-    QStringList nym;
-    QString error;
-    if (!readOptional(ringPath, ring, error) ||
-        !readOptional(PagePath(QStringLiteral("nymserver.asc")), nym, error))
-        return {KeyringResult::Failed, error};
-
-    if (!WriteLines(ringPath, MergedNymserverKeys(ring, nym), &error))
-        return {KeyringResult::Failed, error};
-    return {};
 }
 
 QStringList MergedNymserverKeys(const QStringList& ring, const QStringList& nym) {

@@ -13,32 +13,13 @@ class FrontEnd;
 // the command lines of the suite's key tools, the Keyrings menu rule and the
 // question asked before an update from a new stats source.
 
-// What a keyring write came to. Encrypted means nothing was written because
-// the suite data file is encrypted; the encryption check has told the user.
-struct KeyringResult {
-    enum Status { Written, Encrypted, Failed };
-    Status status = Written;
-    QString error; // names the file, for Failed
-
-    bool failed() const { return status == Failed; }
-};
-
-// Writes the Mixmaster folder's type2.list: the lines of pubringLines whose
-// field 1 holds "@" and whose field 3 holds "." (the key header lines), and
-// records updateTime under "type2.list" in the open suite data file. An empty
-// result still replaces the file with an empty one.
-KeyringResult MakeType2List(FrontEnd* frontEnd, const QStringList& pubringLines,
-                            const QString& updateTime);
-
-// The filter on its own: the lines MakeType2List keeps.
+// The lines of pubring.mix that go into the Mixmaster folder's type2.list:
+// those whose field 1 holds "@" and whose field 3 holds "." (the key header
+// lines). The save writes the file and records its date.
 QStringList Type2ListLines(const QStringList& pubringLines);
 
-// Appends the keys of nymserver.asc (from its first "-----BEGIN PGP PUBLIC"
-// line on) to the Mixmaster folder's pubring.asc and rewrites it. A missing
-// file reads as empty. Every call appends again: the caller runs it only
-// after pubring.asc or nymserver.asc was freshly written.
-KeyringResult MergeNymserverKeys();
-// The merge on its own: ring followed by the keys of nym.
+// pubring.asc as the save writes it: ring followed by the keys of nym (from
+// its first "-----BEGIN PGP PUBLIC" line on).
 QStringList MergedNymserverKeys(const QStringList& ring, const QStringList& nym);
 
 // The key tools, started with the program folder before their names. The

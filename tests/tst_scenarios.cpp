@@ -1,4 +1,5 @@
 #include "ProgramRun.h"
+#include "TempEnvironment.h"
 #include "TestData.h"
 #include "TestPinger.h"
 
@@ -20,8 +21,7 @@ const QString Root = QStringLiteral(VK_SCENARIOS);
 const QString PingerMark = QStringLiteral("@PINGER@");
 
 QByteArray readBytes(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    return TempEnvironment::readFile(path);
 }
 
 // A link in expect/ (to a page under data/real) is replaced, never written through.
@@ -100,6 +100,7 @@ private slots:
     void run();
 
 private:
+    void readByMixmaster(const QString& expect, const QString& mix, const QString& day);
     void check(const QString& what, const QString& expectPath, QByteArray actual,
                bool required = true);
     bool m_update = qEnvironmentVariableIntValue("VK_SCENARIO_UPDATE") == 1;
@@ -238,6 +239,34 @@ void TestScenarios::run() {
     QVERIFY2(m_mismatches.isEmpty(),
              qPrintable(m_mismatches.join(QStringLiteral("\n\n")) + QStringLiteral("\n\n") +
                         QString::fromUtf8(ran.describe(command, arguments))));
+    readByMixmaster(expect, mix.path(), today.value(0));
+}
+
+// expect/mixlists and expect/mixkeys: what the real Mixmaster client takes
+// from the Mixmaster folder after the run (its remailer lists, the keys it
+// offers), on the run's day. Built Mixmaster is named by VK_MIXMASTER_BIN.
+void TestScenarios::readByMixmaster(const QString& expect, const QString& mix, const QString& day) {
+    const QList<std::pair<QString, QStringList>> tools = {{"mixlists", {"mixlists"}},
+                                                          {"mixkeys", {"mixmaster", "-T"}}};
+    if (!QFileInfo::exists(expect + tools[0].first) && !QFileInfo::exists(expect + tools[1].first))
+        return;
+    const QString bin = qEnvironmentVariable("VK_MIXMASTER_BIN");
+    if (bin.isEmpty())
+        QSKIP("Mixmaster's reading is checked where VK_MIXMASTER_BIN names the built client");
+    if (!QFileInfo::exists(bin + QStringLiteral("/mixlists")) &&
+        !QFileInfo::exists(QStringLiteral(MIXMASTER_SOURCE "/build-mixmaster.sh")))
+        QSKIP("no Mixmaster source beside the repository, so no client to read the folder");
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("MIXPATH"), mix + u'/');
+    for (const auto& [file, tool] : tools) {
+        const QStringList arguments =
+            QStringList{"-f", u'@' + day + QStringLiteral(" 12:00:00"), bin + u'/' + tool[0]} +
+            tool.mid(1);
+        const ProgramRun run = RunToEnd(QStringLiteral("faketime"), arguments, environment, 60000);
+        QVERIFY2(run.endedWith(0), run.describe(QStringLiteral("faketime"), arguments).constData());
+        check(file, expect + file, run.out.toUtf8());
+    }
+    QVERIFY2(m_mismatches.isEmpty(), qPrintable(m_mismatches.join(QStringLiteral("\n\n"))));
 }
 
 QTEST_GUILESS_MAIN(TestScenarios)

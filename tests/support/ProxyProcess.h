@@ -9,30 +9,24 @@
 
 // A real proxy from the system's packages, run on a free loopback port for
 // the length of a test: tinyproxy for HTTP, microsocks for SOCKS5. It is
-// stopped when this object goes. QtCore and QtNetwork only.
+// stopped when this object goes.
 class ProxyProcess {
 public:
     enum class Kind { Tinyproxy, Microsocks };
 
-    explicit ProxyProcess(Kind kind);
-    ~ProxyProcess();
+    explicit ProxyProcess(Kind kind) : m_kind(kind) {}
+    ~ProxyProcess() { stop(); }
     ProxyProcess(const ProxyProcess&) = delete;
     ProxyProcess& operator=(const ProxyProcess&) = delete;
-
-    // The proxy's program, or empty when it is not installed.
-    static QString executable(Kind kind);
 
     // Starts the proxy on 127.0.0.1 and waits until it accepts connections.
     // Microsocks demands user and password when they are given; tinyproxy
     // takes none. False with errorString() when it did not come up.
     bool start(const QString& user = {}, const QString& password = {});
     void stop();
-    bool isRunning() const;
 
-    Kind kind() const { return m_kind; }
     quint16 port() const { return m_port; }
     QString errorString() const { return m_error; }
-
     // What the proxy has logged: tinyproxy's log file, microsocks' output.
     QString log() const;
 
@@ -43,8 +37,6 @@ public:
 
 private:
     bool startOnce(const QString& program, quint16 port);
-    QString logPath() const;
-    QString outputPath() const;
 
     Kind m_kind;
     QTemporaryDir m_dir;

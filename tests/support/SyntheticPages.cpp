@@ -107,12 +107,8 @@ QStringList mlist(int lineCount) {
     return lines;
 }
 
-int pubringMixKeys(int lineCount) {
-    return qMax(1, lineCount / LinesPerMixKey);
-}
-
 QStringList pubringMix(int lineCount) {
-    const int keys = pubringMixKeys(lineCount);
+    const int keys = qMax(1, lineCount / LinesPerMixKey);
     QStringList lines;
     lines.reserve(qsizetype(keys) * LinesPerMixKey);
     const QString begin = QStringLiteral("-----Begin Mix Key-----");

@@ -23,9 +23,6 @@ QStringList mlist(int lineCount);
 // capabilities "CNm", dates), a blank line, the key block, a blank line.
 QStringList pubringMix(int lineCount);
 
-// The number of keys pubringMix(lineCount) holds.
-int pubringMixKeys(int lineCount);
-
 // A PGP keyring text with keyCount public key blocks, each with a "Version"
 // line and base64 lines.
 QStringList pgpKeys(int keyCount, const QString& comment = QString());

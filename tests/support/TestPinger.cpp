@@ -22,34 +22,25 @@ constexpr qsizetype MaxHeadBytes = 64 * 1024;
 constexpr qsizetype EndlessBlock = 64 * 1024;
 
 QByteArray reasonPhrase(int status) {
-    switch (status) {
-    case 200:
-        return "OK";
-    case 301:
-        return "Moved Permanently";
-    case 302:
-        return "Found";
-    case 303:
-        return "See Other";
-    case 304:
-        return "Not Modified";
-    case 307:
-        return "Temporary Redirect";
-    case 400:
-        return "Bad Request";
-    case 403:
-        return "Forbidden";
-    case 404:
-        return "Not Found";
-    case 500:
-        return "Internal Server Error";
-    case 502:
-        return "Bad Gateway";
-    case 503:
-        return "Service Unavailable";
-    default:
-        return "Status";
-    }
+    static const QHash<int, QByteArray> phrases = {
+        {200, "OK"},           {301, "Moved Permanently"},
+        {302, "Found"},        {303, "See Other"},
+        {304, "Not Modified"}, {307, "Temporary Redirect"},
+        {400, "Bad Request"},  {403, "Forbidden"},
+        {404, "Not Found"},    {500, "Internal Server Error"},
+        {502, "Bad Gateway"},  {503, "Service Unavailable"}};
+    return phrases.value(status, "Status");
+}
+
+const QString DateFormat = QStringLiteral("ddd, dd MMM yyyy hh:mm:ss 'GMT'");
+
+QByteArray httpDate(const QDateTime& time) {
+    return QLocale::c().toString(time.toUTC(), DateFormat).toLatin1();
+}
+
+QDateTime parseHttpDate(const QByteArray& text) {
+    const QDateTime time = QLocale::c().toDateTime(QString::fromLatin1(text.trimmed()), DateFormat);
+    return time.isValid() ? QDateTime(time.date(), time.time(), Qt::UTC) : QDateTime();
 }
 
 // Bytes that no HTTP client can take for a status line, with a few line
@@ -86,13 +77,6 @@ QByteArray TestPinger::Request::header(const QByteArray& name) const {
     return {};
 }
 
-bool TestPinger::Request::hasHeader(const QByteArray& name) const {
-    for (const Header& h : headers)
-        if (h.first.compare(name, Qt::CaseInsensitive) == 0)
-            return true;
-    return false;
-}
-
 // One accepted connection: reads requests one after another (HTTP/1.1 keep
 // alive) and answers each as its route says.
 class TestPinger::Client : public QObject {
@@ -110,8 +94,6 @@ public:
         connect(&m_drip, &QTimer::timeout, this, &Client::dripMore);
         onReadyRead();
     }
-
-    void drop() { m_socket->abort(); }
 
 private:
     enum class Writing { Nothing, Endless, ThenReset, HeaderLines };
@@ -317,9 +299,7 @@ private:
 
 TestPinger::TestPinger(QObject* parent) : QObject(parent) {}
 
-TestPinger::~TestPinger() {
-    dropConnections();
-}
+TestPinger::~TestPinger() = default;
 
 bool TestPinger::listen() {
     close();
@@ -413,13 +393,6 @@ void TestPinger::clearLog() {
     m_requests.clear();
 }
 
-void TestPinger::dropConnections() {
-    const QObjectList children = this->children();
-    for (QObject* child : children)
-        if (auto* client = dynamic_cast<Client*>(child))
-            client->drop();
-}
-
 static void setDrip(TestPinger::Route& route, int bytes, int intervalMs) {
     route.mode = TestPinger::Mode::Drip;
     route.dripBytes = bytes;
@@ -469,18 +442,4 @@ QByteArray TestPinger::linesOfSize(qint64 size) {
         body.append(line);
     body.truncate(size);
     return body;
-}
-
-QByteArray TestPinger::httpDate(const QDateTime& time) {
-    return QLocale::c()
-        .toString(time.toUTC(), QStringLiteral("ddd, dd MMM yyyy hh:mm:ss 'GMT'"))
-        .toLatin1();
-}
-
-QDateTime TestPinger::parseHttpDate(const QByteArray& text) {
-    const QDateTime time = QLocale::c().toDateTime(
-        QString::fromLatin1(text.trimmed()), QStringLiteral("ddd, dd MMM yyyy hh:mm:ss 'GMT'"));
-    if (!time.isValid())
-        return {};
-    return QDateTime(time.date(), time.time(), Qt::UTC);
 }

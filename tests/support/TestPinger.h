@@ -60,7 +60,6 @@ public:
         QList<Header> headers;
         // Empty when missing; names ignore case.
         QByteArray header(const QByteArray& name) const;
-        bool hasHeader(const QByteArray& name) const;
     };
 
     explicit TestPinger(QObject* parent = nullptr);
@@ -82,8 +81,6 @@ public:
     int connectionCount() const { return m_connections; }
     QList<Request> requests() const { return m_requests; }
     void clearLog();
-    // Drops every open connection, as a restarted server would.
-    void dropConnections();
 
     // Sets route from "key=value" words: status, mode (normal, drip, endless,
     // reset, garbage, silent, headerflood, endlessheader), delay (ms),
@@ -94,9 +91,6 @@ public:
     // size bytes of 64-byte lines, so that a body cut at a multiple of 64
     // still ends in a line end.
     static QByteArray linesOfSize(qint64 size);
-
-    static QByteArray httpDate(const QDateTime& time);
-    static QDateTime parseHttpDate(const QByteArray& text);
 
 signals:
     void requestReceived(const TestPinger::Request& request);
