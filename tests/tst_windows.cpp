@@ -121,12 +121,6 @@ void answerNextBox(QMessageBox::StandardButton button, QString* text) {
     });
 }
 
-void typeLine(TURLDlg* dialog, const QString& line) {
-    dialog->Editor->moveCursor(QTextCursor::End);
-    QTest::keyClick(dialog->Editor, Qt::Key_Return);
-    QTest::keyClicks(dialog->Editor, line);
-}
-
 // Steps "name|caption": a right click on the row, then the menu entry chosen
 // with the keyboard. Returns the captions of the last menu shown.
 QStringList playBars(TBarRemsDlg2* dialog, const QStringList& steps) {
@@ -349,8 +343,11 @@ void TestWindows::urls(const QStringList& f) {
         m_ui.answers = {f[3] == "yes" ? int(IdYes) : int(IdNo)};
     bool closed = false;
     const bool result = urlManager([&](TURLDlg* dialog) {
-        if (f[1] == u'1')
-            typeLine(dialog, QStringLiteral("[c]"));
+        if (f[1] == u'1') { // a new last line typed
+            dialog->Editor->moveCursor(QTextCursor::End);
+            QTest::keyClick(dialog->Editor, Qt::Key_Return);
+            QTest::keyClicks(dialog->Editor, "[c]");
+        }
         closeBy(dialog, f[2]);
         closed = !dialog->isVisible();
     });
@@ -506,8 +503,7 @@ void TestWindows::arrows(const QStringList& f) {
     dialog.show();
     QVERIFY(QTest::qWaitForWindowExposed(&dialog));
     playOrder(&dialog, listOf(f[1]));
-    QCOMPARE(rowsOf(dialog.SourceList).join(u'|'), f[2]);
-    QCOMPARE(dialog.order().join(u'|'), f[2]);
+    QCOMPARE(rowsOf(dialog.SourceList) + dialog.order(), listOf(f[2]) + listOf(f[2]));
     const auto selected = dialog.SourceList->selectedItems();
     QCOMPARE(selected.isEmpty() ? -1 : dialog.SourceList->row(selected.first()), f[3].toInt());
     QCOMPARE(dialog.changed(), f[4] == u'1');
@@ -576,13 +572,16 @@ void TestWindows::clicks(const QStringList& f) {
     const bool result = modal<TChkAddKeysDlg>(
         [&] { return ShowChkAddKeysDlg(&owner, "c", ticks); },
         [&](TChkAddKeysDlg* dialog) {
+            // The boxes as handed over, then whether OK has the focus (Enter is OK).
             shown = bits({dialog->MListBox->isChecked(), dialog->PubringMixBox->isChecked(),
-                          dialog->RListBox->isChecked(), dialog->PubringAscBox->isChecked()});
+                          dialog->RListBox->isChecked(), dialog->PubringAscBox->isChecked(),
+                          QTest::qWaitForWindowActive(dialog) &&
+                              QApplication::focusWidget() == dialog->OkBtn});
             for (const QString& name : listOf(f[2])) {
                 auto* box = dialog->findChild<QCheckBox*>(name);
                 QTest::mouseClick(box, Qt::LeftButton, {}, QPoint(6, box->height() / 2));
             }
-            if (f[3] == "OkBtn") // Ok has the focus: Enter is Ok
+            if (f[3] == "OkBtn")
                 QTest::keyClick(dialog, Qt::Key_Return);
             else
                 closeBy(dialog, f[3]);
@@ -590,7 +589,7 @@ void TestWindows::clicks(const QStringList& f) {
     QVERIFY(m_acted);
     QCOMPARE(QStringList(
                  {shown, QString::number(result), bits({ticks[0], ticks[1], ticks[2], ticks[3]})}),
-             QStringList({f[1], f[4], f[5]}));
+             QStringList({f[1] + '1', f[4], f[5]}));
 }
 
 void TestWindows::start(const QStringList& f) {
