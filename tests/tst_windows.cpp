@@ -1,0 +1,1063 @@
+// The windows and dialogs, each driven with real files for what only a widget
+// test shows; the many small cases are rows of tables/windows.txt.
+#include "AboutDlgs2.h"
+#include "BarRemsDlgs2.h"
+#include "ChkAddKeysDlgs.h"
+#include "FileSizeLimit.h"
+#include "Global2.h"
+#include "HistoryWins.h"
+#include "IniFile.h"
+#include "NewMixKeyWins.h"
+#include "PagePaths.h"
+#include "PrntSelPagesDlgs.h"
+#include "RearrangeDlgs.h"
+#include "StatsOptionsDlgs.h"
+#include "StatsWins4.h"
+#include "SuiteDatabase.h"
+#include "TempEnvironment.h"
+#include "TestData.h"
+#include "TestFrontEnd.h"
+#include "TestPinger.h"
+#include "TextFile.h"
+#include "URLDlgs.h"
+#include "UpdateSelectDlgs.h"
+#include "UrlsCases.h"
+
+#include <QPrinter>
+#include <QtTest>
+#include <QtWidgets>
+
+#include <functional>
+#include <memory>
+
+namespace {
+
+const QString UrlsQuestion = QStringLiteral("Your URLs are modified. Save your changes?");
+const QString OrderQuestion = QStringLiteral("The source order is changed. Save your changes?");
+const QString BadPage = QStringLiteral(
+    "The new page doesn't look correct. The first line\nshould be 'Velkin URLS'. I'll put this "
+    "page in the    \neditor window for your viewing. Click Cancel to\nreturn to original page.");
+const QString BarredTold =
+    "Newly barred remailers will have their entries removed from the corresponding stats    \n"
+    "page when the Stats Window closes. This will occur even if you have downloaded    \n"
+    "pages and choose not to save them. Keys are not removed. Stats entries are    \n"
+    "sufficient to bar remailers.";
+// In CR LF, which the program never writes: these bytes were not rewritten.
+const QByteArray Barred = "dizum\r\nparanoia,last\r\ngone\r\n";
+
+// An input or expected result of tests/data/windows (its README.md says which).
+QByteArray data(const char* name) {
+    return TempEnvironment::readFile(QStringLiteral(VK_TESTDATA "/windows/") + name);
+}
+
+QString fetchQuestion(const QString& proxy) {
+    return "Shall I go online and fetch urls.txt?     \nProxy: " + proxy;
+}
+
+QStringList listOf(const QString& field) {
+    return field == u'-' ? QStringList() : field.split(u'|');
+}
+
+// Flags as 0 and 1, to compare them all at once.
+QString bits(std::initializer_list<bool> flags) {
+    QString text;
+    for (const bool flag : flags)
+        text += flag ? u'1' : u'0';
+    return text;
+}
+
+// What the editor shows of a file: its lines, without the last line end.
+QString shown(const QByteArray& file) {
+    return BytesToLines(file).join(u'\n');
+}
+
+QStringList rowsOf(const QListWidget* list, Qt::CheckState only = Qt::PartiallyChecked) {
+    QStringList rows;
+    for (int i = 0; i < list->count(); ++i) {
+        if (only == Qt::PartiallyChecked || list->item(i)->checkState() == only)
+            rows << list->item(i)->text();
+    }
+    return rows;
+}
+
+// Each row's cells joined by '|'.
+QStringList rowsOf(const QTreeWidget* tree) {
+    QStringList rows;
+    for (int i = 0; i < tree->topLevelItemCount(); ++i) {
+        QStringList cells;
+        for (int column = 0; column < tree->columnCount(); ++column)
+            cells << tree->topLevelItem(i)->text(column);
+        rows << cells.join(u'|');
+    }
+    return rows;
+}
+
+// "close" by the close box, "escape" by the key, "enter" by Return on OK,
+// otherwise a click on the named button.
+void closeBy(QDialog* dialog, const QString& how) {
+    if (how == QLatin1String("enter"))
+        QTest::keyClick(dialog->findChild<QPushButton*>("OkBtn"), Qt::Key_Return);
+    else if (how == QLatin1String("close"))
+        dialog->close();
+    else if (how == QLatin1String("escape"))
+        QTest::keyClick(dialog, Qt::Key_Escape);
+    else
+        QTest::mouseClick(dialog->findChild<QPushButton*>(how), Qt::LeftButton);
+}
+
+// Clicks while the disk refuses any file past 16 bytes.
+void clickUnderLimit(QAbstractButton* button) {
+    const FileSizeLimit limit(16);
+    QTest::mouseClick(button, Qt::LeftButton);
+}
+
+// Answers the next real message box with button and records its text.
+void answerNextBox(QMessageBox::StandardButton button, QString* text) {
+    QTimer::singleShot(50, [button, text] {
+        if (auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) {
+            *text = box->text();
+            box->button(button)->click();
+        }
+    });
+}
+
+// Steps "name|caption": a right click on the row, then the menu entry chosen
+// with the keyboard. Returns the captions of the last menu shown.
+QStringList playBars(TBarRemsDlg2* dialog, const QStringList& steps) {
+    QStringList captions;
+    for (const QString& step : steps) {
+        QTreeWidget* list = dialog->RemailerList;
+        const auto found = list->findItems(step.section(u'|', 0, 0), Qt::MatchExactly);
+        if (found.size() != 1)
+            return {"no row " + step};
+        list->scrollToItem(found.first());
+        const QPoint at = list->visualItemRect(found.first()).center();
+        QContextMenuEvent event(QContextMenuEvent::Mouse, at, list->viewport()->mapToGlobal(at));
+        QApplication::sendEvent(list->viewport(), &event);
+        QMenu* menu = dialog->PopupMenu;
+        if (!menu || !menu->isVisible())
+            return {"no menu " + step};
+        captions.clear();
+        for (QAction* action : menu->actions()) {
+            captions << action->text() + (action->isEnabled() ? "" : " (off)");
+            if (action->text() == step.section(u'|', 1) && action->isEnabled()) {
+                menu->setActiveAction(action);
+                QTest::keyClick(menu, Qt::Key_Return);
+            }
+        }
+        menu->hide();
+    }
+    return captions;
+}
+
+// Steps "select N" clicks row N; "Up" and "Down" the arrow buttons.
+void playOrder(TReorderDlg* dialog, const QStringList& steps) {
+    for (const QString& step : steps) {
+        if (step.startsWith(QLatin1String("select "))) {
+            const QRect rect =
+                dialog->SourceList->visualItemRect(dialog->SourceList->item(step.mid(7).toInt()));
+            QTest::mouseClick(dialog->SourceList->viewport(), Qt::LeftButton, {}, rect.center());
+        } else {
+            QTest::mouseClick(step == "Up" ? dialog->UpBtn : dialog->DownBtn, Qt::LeftButton);
+        }
+    }
+}
+
+// Ticks entries with the keyboard: to the row, then Space.
+void tick(QListWidget* list, const QStringList& names) {
+    list->setFocus();
+    for (const QString& name : names) {
+        list->setCurrentItem(list->findItems(name, Qt::MatchExactly).value(0));
+        QTest::keyClick(list, Qt::Key_Space);
+    }
+}
+
+} // namespace
+
+class TestWindows : public QObject {
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup();
+    void cases_data() { AddTableRows(QStringLiteral("windows.txt")); }
+    void cases();
+    void urlManagerFetches();
+    void failedSavesKeepDialogsOpen();
+    void barredRemailers();
+    void updateSelectRelists();
+    void statsWindowRun();
+    void statsWindowTools();
+    void printPages();
+    void statsOptions();
+    void history();
+
+private:
+    void urls(const QStringList& f);
+    void firstline(const QStringList& f);
+    void fetchfail(const QStringList& f);
+    void import(const QStringList& f);
+    void barred(const QStringList& f);
+    void arrows(const QStringList& f);
+    void reorder(const QStringList& f);
+    void select(const QStringList& f);
+    void clicks(const QStringList& f);
+    void start(const QStringList& f);
+    void keyrow(const QStringList& f);
+    void notice(const QStringList& f);
+
+    // Runs open, which shows a modal D, and act on it inside its loop; after 20 s a
+    // guard answers No and closes every dialog. m_acted: act had the dialog.
+    template <typename D>
+    bool modal(const std::function<bool()>& open, const std::function<void(D*)>& act);
+    bool urlManager(const std::function<void(TURLDlg*)>& act, const QString& proxy = "<none>",
+                    const QStringList& proxySettings = {});
+    bool barManager(const std::function<void(TBarRemsDlg2*)>& act);
+    void checkAsked(bool asked, const QString& question);
+    QString path(const QString& name) const { return m_env->programFolder() + name; }
+    QByteArray file(const QString& name) const;
+    QByteArray placeUrls();
+    void placeBarred(const QByteArray& bytes);
+    void startWindow(const QStringList& arguments, const QByteArray& urls);
+
+    std::unique_ptr<TempEnvironment> m_env;
+    std::unique_ptr<TestPinger> m_pinger;
+    std::unique_ptr<TVKStatsWin4> m_window;
+    TestFrontEnd m_ui;
+    bool m_acted = false;
+};
+
+void TestWindows::init() {
+    m_env.reset(); // the old one restores the environment it found
+    m_env = std::make_unique<TempEnvironment>();
+    QVERIFY(m_env->isValid());
+    m_pinger = std::make_unique<TestPinger>();
+    QVERIFY(m_pinger->listen());
+    m_ui = TestFrontEnd();
+}
+
+// Every modal dialog is gone: the entry functions free theirs.
+void TestWindows::cleanup() {
+    m_window.reset();
+    CloseSuiteDataFile();
+    for (QWidget* widget : QApplication::topLevelWidgets())
+        QVERIFY2(!qobject_cast<QDialog*>(widget) || !widget->isVisible(),
+                 widget->metaObject()->className());
+}
+
+template <typename D>
+bool TestWindows::modal(const std::function<bool()>& open, const std::function<void(D*)>& act) {
+    m_acted = false;
+    QObject context; // drops the timers should open return at once
+    QTimer::singleShot(0, &context, [&] {
+        if (auto* dialog = qobject_cast<D*>(QApplication::activeModalWidget())) {
+            m_acted = true;
+            act(dialog);
+        }
+    });
+    QTimer::singleShot(20000, &context, [this] {
+        m_acted = false;
+        for (int i = 0; i < 3; ++i) {
+            m_ui.answers = {IdNo, IdNo, IdNo};
+            for (QWidget* widget : QApplication::topLevelWidgets()) {
+                if (auto* dialog = qobject_cast<QDialog*>(widget); dialog && dialog->isVisible())
+                    dialog->reject();
+            }
+        }
+    });
+    return open();
+}
+
+bool TestWindows::urlManager(const std::function<void(TURLDlg*)>& act, const QString& proxy,
+                             const QStringList& proxySettings) {
+    return modal<TURLDlg>(
+        [&] { return ShowURLManager(nullptr, &m_ui, path("urls.txt"), proxy, proxySettings); },
+        act);
+}
+
+bool TestWindows::barManager(const std::function<void(TBarRemsDlg2*)>& act) {
+    QWidget owner;
+    owner.setGeometry(20, 30, 740, 520);
+    owner.show();
+    return modal<TBarRemsDlg2>([&] { return ShowBarRemailers(&owner, &m_ui, path("barred.txt")); },
+                               act);
+}
+
+// The save question alone, centred Yes/No/Cancel, or nothing said.
+void TestWindows::checkAsked(bool asked, const QString& question) {
+    QCOMPARE(m_ui.messageTexts(), asked ? QStringList{question} : QStringList());
+    if (asked) {
+        QCOMPARE(m_ui.messages.first().type, Confirm);
+        QCOMPARE(m_ui.messages.first().buttons, int(MbYesNoCancel));
+        QCOMPARE(m_ui.messages.first().style, MsgStyle::CentredDialog);
+    }
+}
+
+QByteArray TestWindows::file(const QString& name) const {
+    return QFileInfo::exists(path(name)) ? TempEnvironment::readFile(path(name)) : "<missing>";
+}
+
+// A list whose "[velkin]" section says where a fresh list lives.
+QByteArray TestWindows::placeUrls() {
+    return TempEnvironment::readFile(TempEnvironment::writeFile(
+        path("urls.txt"), "velkin urls\n[a]\nmlist.txt http://127.0.0.1:9/mlist.txt\n\n"
+                          "[velkin]\nurls.txt " +
+                              m_pinger->url("/urls.txt").toLatin1() + "\n"));
+}
+
+// The mlist pages as a save leaves them: dizum, barred entirely, only in the
+// unfiltered copy.
+void TestWindows::placeBarred(const QByteArray& bytes) {
+    for (const char* name : {"mlist.txt", "mlist.org.txt"})
+        TempEnvironment::writeFile(PagePath(name), data(name));
+    QFile::remove(path("barred.txt"));
+    if (bytes != "<missing>")
+        TempEnvironment::writeFile(path("barred.txt"), bytes);
+}
+
+void TestWindows::startWindow(const QStringList& arguments, const QByteArray& urls) {
+    QCOMPARE(CreateDataFile(m_env->programFolder()), QString());
+    TempEnvironment::writeFile(path("urls.txt"), urls);
+    m_window = std::make_unique<TVKStatsWin4>();
+    QCOMPARE(m_window->start(arguments), StartResult::Ready);
+    if (m_window->showAtStart())
+        m_window->show();
+}
+
+void TestWindows::cases() {
+    QFETCH(QStringList, f);
+    static const QHash<QString, void (TestWindows::*)(const QStringList&)> kinds = {
+        {"urls", &TestWindows::urls},       {"firstline", &TestWindows::firstline},
+        {"import", &TestWindows::import},   {"fetchfail", &TestWindows::fetchfail},
+        {"barred", &TestWindows::barred},   {"arrows", &TestWindows::arrows},
+        {"reorder", &TestWindows::reorder}, {"select", &TestWindows::select},
+        {"clicks", &TestWindows::clicks},   {"start", &TestWindows::start},
+        {"keyrow", &TestWindows::keyrow},   {"notice", &TestWindows::notice}};
+    QVERIFY2(kinds.contains(f[0]), qPrintable(f[0]));
+    (this->*kinds.value(f[0]))(f);
+}
+
+void TestWindows::urls(const QStringList& f) {
+    const QByteArray before = placeUrls();
+    const QDateTime stamp = QFileInfo(path("urls.txt")).lastModified();
+    if (f[3] != u'-')
+        m_ui.answers = {f[3] == "yes" ? int(IdYes) : int(IdNo)};
+    bool closed = false;
+    const bool result = urlManager([&](TURLDlg* dialog) {
+        if (f[1] == u'1') { // a new last line typed
+            dialog->Editor->moveCursor(QTextCursor::End);
+            QTest::keyClick(dialog->Editor, Qt::Key_Return);
+            QTest::keyClicks(dialog->Editor, "[c]");
+        }
+        closeBy(dialog, f[2]);
+        closed = !dialog->isVisible();
+    });
+    QVERIFY(m_acted && closed);
+    QCOMPARE(result, f[5] == u'1');
+    checkAsked(f[4] == u'1', UrlsQuestion);
+    QCOMPARE(file("urls.txt"), f[5] == u'1' ? before + "[c]\n" : before);
+    if (f[5] != u'1') // not even rewritten with the same bytes
+        QCOMPARE(QFileInfo(path("urls.txt")).lastModified(), stamp);
+}
+
+// A fetched list is shown either way; one without the first line is only
+// for review: Cancel goes back to the file's text.
+void TestWindows::firstline(const QStringList& f) {
+    const QByteArray before = placeUrls();
+    const bool accepted = f[2] == u'1';
+    m_pinger->serve("/urls.txt", f[1].toLatin1());
+    m_ui.answers = {IdYes};
+    QStringList seen;
+    const bool result = urlManager([&](TURLDlg* dialog) {
+        QTest::mouseClick(dialog->RefreshBtn, Qt::LeftButton);
+        seen << dialog->Editor->toPlainText()
+             << QStringLiteral("%1%2").arg(dialog->isModified()).arg(dialog->isReviewing());
+        m_ui.answers = {IdNo};
+        QTest::mouseClick(dialog->CancelBtn, Qt::LeftButton);
+        seen << QStringLiteral("%1%2").arg(dialog->isVisible()).arg(dialog->isModified())
+             << dialog->Editor->toPlainText();
+        if (dialog->isVisible())
+            QTest::mouseClick(dialog->CancelBtn, Qt::LeftButton);
+    });
+    QVERIFY(m_acted && !result);
+    QCOMPARE(seen[0], shown(f[1].toLatin1()));
+    QCOMPARE(seen[1], accepted ? "10" : "11");
+    QCOMPARE(m_ui.messageTexts(),
+             QStringList({fetchQuestion("none"), accepted ? UrlsQuestion : BadPage}));
+    if (!accepted) {
+        QCOMPARE(m_ui.messages.at(1).type, Warning);
+        QCOMPARE(seen[2], "10");
+        QCOMPARE(seen[3], shown(before));
+    }
+    QCOMPARE(file("urls.txt"), before);
+}
+
+// The user is told; the editor and the file stay as they were.
+void TestWindows::fetchfail(const QStringList& f) {
+    const QByteArray before = placeUrls();
+    const QString url = m_pinger->url("/urls.txt"); // forgotten once closed
+    TestPinger::Route silent;
+    silent.mode = TestPinger::Mode::Silent;
+    if (f[1] == "closed")
+        m_pinger->close();
+    if (f[1] == "timeout") {
+        TempEnvironment::writeFile(path("vkstats.ini"), "[stats]\ntimeoutseconds=1\n");
+        m_pinger->setRoute("/urls.txt", silent);
+    }
+    m_ui.answers = {IdYes};
+    QString textAfter;
+    QElapsedTimer clock;
+    qint64 elapsed = -1;
+    const bool result = urlManager(
+        [&](TURLDlg* dialog) {
+            clock.start();
+            QTest::mouseClick(dialog->RefreshBtn, Qt::LeftButton);
+            elapsed = clock.elapsed();
+            textAfter = dialog->Editor->toPlainText() + QString::number(dialog->isModified());
+            QTest::mouseClick(dialog->CancelBtn, Qt::LeftButton); // no question
+        },
+        "proxy",
+        f[1] == "proxy" ? QStringList{"kind=carrier-pigeon", "host=127.0.0.1", "port=1"}
+                        : QStringList());
+    QVERIFY(m_acted && !result);
+    QCOMPARE(m_ui.messageTexts().value(0), fetchQuestion("proxy"));
+    QCOMPARE(m_ui.messages.value(1).type, Error);
+    // Qt words the reason for a refused connection or a bad setting.
+    const QString message = m_ui.messages.at(1).text;
+    const QString expected =
+        "I was unable to fetch urls.txt from\n" + url + u'\n' + f[2] + "\nYour URLs are unchanged.";
+    if (f[2].endsWith(u' '))
+        QVERIFY2(message.startsWith(expected.section(u'\n', 0, 2)) &&
+                     message.endsWith("\nYour URLs are unchanged.") &&
+                     message.size() > expected.size(),
+                 qPrintable(message));
+    else
+        QCOMPARE(message, expected);
+    if (f[1] == "timeout")
+        QVERIFY2(elapsed >= 900 && elapsed < 10000, qPrintable(QString::number(elapsed)));
+    if (f[1] == "proxy")
+        QVERIFY(m_pinger->requests().isEmpty());
+    QCOMPARE(textAfter, shown(before) + "0");
+    QCOMPARE(file("urls.txt"), before);
+}
+
+// The community's pinger index becomes sections; nothing is written.
+void TestWindows::import(const QStringList& f) {
+    m_pinger->serve("/allpingers.txt", data("allpingers.txt"));
+    const QString index = TempEnvironment::writeFile(
+        path("index.txt"), data(f[1] == "useless" ? "useless-index.txt" : "allpingers.txt"));
+    QByteArray velkin = "[velkin]\nurls.txt " + m_pinger->url("/urls.txt").toLatin1();
+    if (f[1] == "refresh") {
+        velkin = "[velkin]\nadvisory.txt http://x/a";
+        TempEnvironment::writeFile(path("urls.txt"),
+                                   "velkin urls\n[a]\nmlist.txt http://x/m\n\n" + velkin + "\n");
+    } else {
+        placeUrls();
+    }
+    const QByteArray before = file("urls.txt");
+    QString textAfter;
+    urlManager([&](TURLDlg* dialog) {
+        QTimer::singleShot(0, dialog, [&] {
+            if (auto* ask = qobject_cast<QInputDialog*>(QApplication::activeModalWidget())) {
+                ask->setTextValue(f[1] == "refresh" ? m_pinger->url("/allpingers.txt") : index);
+                ask->accept();
+            }
+        });
+        QTest::mouseClick(f[1] == "refresh" ? dialog->RefreshBtn : dialog->ImportBtn,
+                          Qt::LeftButton);
+        textAfter = dialog->Editor->toPlainText() + QString::number(dialog->isModified());
+        m_ui.answers = {IdNo};
+        QTest::mouseClick(dialog->CancelBtn, Qt::LeftButton);
+    });
+    QVERIFY(m_acted);
+    QCOMPARE(textAfter, f[2] == u'1' ? QString::fromLatin1(data("imported.txt")) +
+                                           QString::fromLatin1(velkin) + "1"
+                                     : shown(before) + "0");
+    QCOMPARE(m_pinger->requests().size(), f[1] == "refresh" ? 1 : 0);
+    QCOMPARE(file("urls.txt"), before);
+}
+
+void TestWindows::barred(const QStringList& f) {
+    const QByteArray before = f[1] == "barred" ? Barred : "<missing>";
+    placeBarred(before);
+    m_ui.answers = {IdOk};
+    QStringList menu;
+    bool closed = false;
+    const bool result = barManager([&](TBarRemsDlg2* dialog) {
+        menu = playBars(dialog, f[2] == u'-' ? QStringList() : f[2].split(" ; "));
+        closeBy(dialog, f[3]);
+        closed = !dialog->isVisible();
+    });
+    QVERIFY(m_acted && closed);
+    QVERIFY2(!menu.value(0).startsWith("no "), qPrintable(menu.value(0)));
+    QCOMPARE(result, f[4] == u'1');
+    QCOMPARE(m_ui.messageTexts(), f[5] == u'1' ? QStringList{BarredTold} : QStringList());
+    if (f[5] == u'1') // an OK/Cancel system box
+        QVERIFY(m_ui.messages[0].buttons == MbOkCancel &&
+                m_ui.messages[0].style == MsgStyle::SystemBox);
+    QCOMPARE(file("barred.txt"), f[6] == "as it was" ? before : f[6].toLatin1());
+}
+
+void TestWindows::arrows(const QStringList& f) {
+    TempEnvironment::writeFile(path("urls.txt"), data("four-sources.txt"));
+    TReorderDlg dialog(nullptr, &m_ui, path("urls.txt"));
+    dialog.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&dialog));
+    playOrder(&dialog, listOf(f[1]));
+    QCOMPARE(rowsOf(dialog.SourceList) + dialog.order(), listOf(f[2]) + listOf(f[2]));
+    const auto selected = dialog.SourceList->selectedItems();
+    QCOMPARE(selected.isEmpty() ? -1 : dialog.SourceList->row(selected.first()), f[3].toInt());
+    QCOMPARE(dialog.changed(), f[4] == u'1');
+    QCOMPARE(m_ui.beeps, f[5].toInt());
+    QCOMPARE(file("urls.txt"), data("four-sources.txt"));
+}
+
+void TestWindows::reorder(const QStringList& f) {
+    TempEnvironment::writeFile(path("urls.txt"), data("four-sources.txt"));
+    QWidget owner;
+    owner.show();
+    if (f[3] != u'-')
+        m_ui.answers = {f[3] == "yes" ? int(IdYes) : int(IdNo)};
+    bool closed = false;
+    const bool result =
+        modal<TReorderDlg>([&] { return ReorderSources(&owner, &m_ui, path("urls.txt")); },
+                           [&](TReorderDlg* dialog) {
+                               playOrder(dialog, listOf(f[1]));
+                               closeBy(dialog, f[2]);
+                               closed = !dialog->isVisible();
+                           });
+    QVERIFY(m_acted && closed);
+    QCOMPARE(result, f[5] == u'1');
+    checkAsked(f[4] == u'1', OrderQuestion);
+    QByteArray after; // the sources in the order written
+    for (const QChar name : f[6])
+        after += "[" + QByteArray(1, name.toLatin1()) + "]\nmlist.txt http://" + name.toLatin1() +
+                 "/m\n\n";
+    QCOMPARE(file("urls.txt"), f[6] == "as it was" ? data("four-sources.txt")
+                                                   : after + "[velkin]\nurls.txt http://v/u\n");
+}
+
+void TestWindows::select(const QStringList& f) {
+    TempEnvironment::writeFile(path("urls.txt"), data("two-sources.txt"));
+    QWidget owner;
+    owner.show();
+    // Left from an earlier run; cleared whatever the outcome.
+    QString source = "old", quickSource = "old";
+    QStringList pages{"old.txt"}, quickPages{"old.txt"};
+    const bool result = modal<TUpdateSelectDlg>(
+        [&] {
+            return SelectUpdate(&owner, &m_ui, path("urls.txt"), source, pages, quickSource,
+                                quickPages);
+        },
+        [&](TUpdateSelectDlg* dialog) {
+            dialog->SourceBox->setFocus();
+            for (int i = 0; i < f[1].toInt(); ++i)
+                QTest::keyClick(dialog->SourceBox, Qt::Key_Down);
+            tick(dialog->PageListBox, listOf(f[2]));
+            tick(dialog->QuickListBox, listOf(f[3]));
+            closeBy(dialog, f[4]);
+        });
+    QVERIFY(m_acted);
+    QCOMPARE(result, f[5] == u'1');
+    QCOMPARE(QStringList({source, pages.join(u'|'), quickSource, quickPages.join(u'|')}),
+             QStringList({f[6], f[7], f[8], f[9]}).replaceInStrings(QRegularExpression("^-$"), ""));
+}
+
+void TestWindows::clicks(const QStringList& f) {
+    std::array<bool, 4> ticks{};
+    for (int i = 0; i < 4; ++i)
+        ticks[size_t(i)] = f[1][i] == u'1';
+    QWidget owner;
+    owner.show();
+    QString shown;
+    const bool result = modal<TChkAddKeysDlg>(
+        [&] { return ShowChkAddKeysDlg(&owner, "c", ticks); },
+        [&](TChkAddKeysDlg* dialog) {
+            // The boxes as handed over, then whether OK has the focus (Enter is OK).
+            shown = bits({dialog->MListBox->isChecked(), dialog->PubringMixBox->isChecked(),
+                          dialog->RListBox->isChecked(), dialog->PubringAscBox->isChecked(),
+                          QTest::qWaitForWindowActive(dialog) &&
+                              QApplication::focusWidget() == dialog->OkBtn});
+            for (const QString& name : listOf(f[2])) {
+                auto* box = dialog->findChild<QCheckBox*>(name);
+                QTest::mouseClick(box, Qt::LeftButton, {}, QPoint(6, box->height() / 2));
+            }
+            if (f[3] == "OkBtn")
+                QTest::keyClick(dialog, Qt::Key_Return);
+            else
+                closeBy(dialog, f[3]);
+        });
+    QVERIFY(m_acted);
+    QCOMPARE(QStringList(
+                 {shown, QString::number(result), bits({ticks[0], ticks[1], ticks[2], ticks[3]})}),
+             QStringList({f[1] + '1', f[4], f[5]}));
+}
+
+void TestWindows::start(const QStringList& f) {
+    startWindow(listOf(f[1]), "velkin urls\n[first]\nmlist.txt http://127.0.0.1:9/m\n\n[velkin]\n");
+    QCOMPARE(m_window->showAtStart(), f[2] == u'1');
+    QCOMPARE(m_window->Timer3.isActive(), f[3] == u'1');
+    m_window->Timer3.stop();
+}
+
+void TestWindows::keyrow(const QStringList& f) {
+    TNewMixKeysWin window(nullptr, {f[1]});
+    QCOMPARE(rowsOf(window.KeyList), QStringList{f[2]});
+    QCOMPARE(window.KeyList->topLevelItem(0)->data(0, Qt::UserRole).toString(), f[3]);
+    QCOMPARE(window.KeyList->topLevelItem(0)->checkState(0), Qt::Unchecked);
+}
+
+void TestWindows::notice(const QStringList& f) {
+    QCOMPARE(CompleteNotice(f[1], QDate(2026, 11, 21)), f[2]);
+}
+
+// Refresh during a download can be stopped by the close box, which keeps
+// the dialog; a fetched list then replaces the text, the bar only going
+// forward, and counts as a change when leaving.
+void TestWindows::urlManagerFetches() {
+    const QByteArray before = placeUrls();
+    TestPinger::Route route;
+    route.mode = TestPinger::Mode::Silent;
+    m_pinger->setRoute("/urls.txt", route);
+    QString during, afterStop, fetched;
+    QList<int> progress;
+    m_ui.answers = {IdYes};
+    QElapsedTimer clock;
+    const bool result = urlManager([&](TURLDlg* dialog) {
+        QTimer::singleShot(300, dialog, [&, dialog] {
+            during = bits({dialog->isDownloading(), dialog->OkBtn->isEnabled(),
+                           dialog->RefreshBtn->isEnabled(), dialog->Editor->isReadOnly()});
+            closeBy(dialog, "close");
+        });
+        clock.start();
+        QTest::mouseClick(dialog->RefreshBtn, Qt::LeftButton);
+        afterStop =
+            bits({dialog->isVisible(), dialog->OkBtn->isEnabled(), dialog->Editor->isReadOnly()}) +
+            ' ' + dialog->Editor->toPlainText();
+        route.mode = TestPinger::Mode::Drip; // a few bytes at a time: steps for the bar
+        route.body =
+            "Velkin URLS\r\n[b]\r\nmlist.txt http://b.example/mlist.txt\r\n\r\n[velkin]\r\n";
+        route.dripBytes = 8;
+        route.dripIntervalMs = 20;
+        m_pinger->setRoute("/urls.txt", route);
+        connect(dialog->ProgressBar, &QProgressBar::valueChanged, this,
+                [&progress](int value) { progress.append(value); });
+        m_ui.answers = {IdYes};
+        QTest::mouseClick(dialog->RefreshBtn, Qt::LeftButton);
+        fetched = dialog->Editor->toPlainText() + QString::number(dialog->isModified());
+        m_ui.answers = {IdCancel, IdYes};
+        QTest::mouseClick(dialog->CancelBtn, Qt::LeftButton); // answered Cancel: stays
+        QTest::mouseClick(dialog->OkBtn, Qt::LeftButton);     // answered Yes
+    });
+    QVERIFY(m_acted && result);
+    QCOMPARE(during, "1001");
+    QCOMPARE(afterStop, "110 " + shown(before));
+    QCOMPARE(fetched, "Velkin URLS\n[b]\nmlist.txt http://b.example/mlist.txt\n\n[velkin]1");
+    QCOMPARE(progress.last(), 100);
+    QVERIFY(std::is_sorted(progress.cbegin(), progress.cend()));
+    QVERIFY(
+        std::any_of(progress.cbegin(), progress.cend(), [](int p) { return p > 0 && p < 100; }));
+    QCOMPARE(m_ui.messageTexts(), QStringList({fetchQuestion("none"), fetchQuestion("none"),
+                                               UrlsQuestion, UrlsQuestion}));
+    QCOMPARE(m_pinger->requests().size(), 2);
+    // Saved in the program's line ends.
+    QCOMPARE(file("urls.txt"),
+             "Velkin URLS\n[b]\nmlist.txt http://b.example/mlist.txt\n\n[velkin]\n");
+}
+
+// A save the disk refuses: told, the dialog stays, the file as it was.
+void TestWindows::failedSavesKeepDialogsOpen() {
+    if (!FileSizeLimit(16).ok())
+        QSKIP("cannot lower the file-size limit here");
+    QStringList open;
+    TempEnvironment::writeFile(path("urls.txt"), data("four-sources.txt"));
+    m_ui.answers = {IdOk, IdNo};
+    QWidget owner;
+    owner.show();
+    modal<TReorderDlg>([&] { return ReorderSources(&owner, &m_ui, path("urls.txt")); },
+                       [&](TReorderDlg* dialog) {
+                           playOrder(dialog, {"select 1", "Up"});
+                           clickUnderLimit(dialog->OkBtn);
+                           open << QString::number(dialog->isVisible());
+                           QTest::mouseClick(dialog->CancelBtn, Qt::LeftButton);
+                       });
+    QCOMPARE(m_ui.messageTexts(),
+             QStringList({SaveFailedMessage(path("urls.txt")), OrderQuestion}));
+    QCOMPARE(file("urls.txt"), data("four-sources.txt"));
+
+    m_ui = TestFrontEnd();
+    placeBarred(Barred);
+    barManager([&](TBarRemsDlg2* dialog) {
+        playBars(dialog, {"anon|&Bar anon"});
+        clickUnderLimit(dialog->OkBtn); // the new list is past 16 bytes
+        open << QString::number(dialog->isVisible());
+        QTest::mouseClick(dialog->CancelBtn, Qt::LeftButton);
+    });
+    QCOMPARE(m_ui.messageTexts(), QStringList{SaveFailedMessage(path("barred.txt"))});
+    QCOMPARE(file("barred.txt"), Barred);
+
+    // The new list fits under the limit, the old one not: after Cancel on
+    // the message it cannot be put back, and the user is told so.
+    m_ui = TestFrontEnd();
+    m_ui.answers = {IdCancel, IdOk};
+    const bool kept = barManager([&](TBarRemsDlg2* dialog) {
+        playBars(dialog, {"dizum|Un&bar dizum", "paranoia|Un&bar paranoia from last"});
+        clickUnderLimit(dialog->OkBtn);
+        if (dialog->isVisible())
+            QTest::mouseClick(dialog->CancelBtn, Qt::LeftButton);
+    });
+    QVERIFY(kept);
+    QCOMPARE(m_ui.messageTexts(),
+             QStringList({BarredTold, "I was unable to restore " + path("barred.txt") +
+                                          ". The new list of barred remailers stays in effect."}));
+    QCOMPARE(file("barred.txt"), "gone\n");
+    QCOMPARE(open, QStringList({"1", "1"}));
+}
+
+// The rows, the menu of each kind of row (lcs always barred: off), none off
+// the rows, and Cancel on the message after OK undoing the file only.
+void TestWindows::barredRemailers() {
+    placeBarred(Barred);
+    QStringList rows, menus;
+    QString offRows;
+    QByteArray afterCancel;
+    m_ui.answers = {IdCancel, IdOk};
+    const bool result = barManager([&](TBarRemsDlg2* dialog) {
+        rows = rowsOf(dialog->RemailerList);
+        for (const char* name : {"anon", "dizum", "paranoia", "gone", "lcs"})
+            menus << playBars(dialog, {QString::fromLatin1(name) + "|-"}).join(u',');
+        QTreeWidget* list = dialog->RemailerList;
+        const QRect last = list->visualItemRect(list->topLevelItem(list->topLevelItemCount() - 1));
+        const QPoint below(last.center().x(), last.bottom() + 20);
+        QContextMenuEvent event(QContextMenuEvent::Mouse, below,
+                                list->viewport()->mapToGlobal(below));
+        QApplication::sendEvent(list->viewport(), &event);
+        offRows = bits({dialog->PopupMenu->isVisible(), dialog->edit().changed()});
+        menus << playBars(dialog, {"anon|&Bar anon", "anon|&Bar anon from last", "anon|-"})
+                     .join(u',');
+        QTest::mouseClick(dialog->OkBtn, Qt::LeftButton); // the message answered Cancel
+        afterCancel = file("barred.txt");
+        rows << rowsOf(dialog->RemailerList).value(0);
+        QTest::mouseClick(dialog->OkBtn, Qt::LeftButton); // answered OK
+    });
+    QVERIFY(m_acted && result);
+    QCOMPARE(rows, QStringList({"anon||listed", "dizum|barred|listed", "gone|barred|not listed",
+                                "lcs|always barred|listed", "paranoia|barred from last|listed",
+                                "anon|barred from last|listed"}));
+    QCOMPARE(menus,
+             QStringList(
+                 {"&Bar anon,&Bar anon from last", "Un&bar dizum,&Bar dizum from last",
+                  "Un&bar paranoia from last,&Bar paranoia", "Un&bar gone,&Bar gone from last",
+                  "Un&bar lcs (off),&Bar lcs from last (off)", "Un&bar anon from last,&Bar anon"}));
+    QCOMPARE(offRows, "00");
+    QCOMPARE(afterCancel, Barred);
+    QCOMPARE(m_ui.messageTexts(), QStringList({BarredTold, BarredTold}));
+    QCOMPARE(file("barred.txt"), "dizum\nparanoia,last\ngone\nanon,last\n");
+
+    // A list that cannot be read is not edited: no dialog, the user told.
+    QVERIFY(QFile::remove(path("barred.txt")) && QDir().mkpath(path("barred.txt")));
+    m_ui = TestFrontEnd();
+    QVERIFY(!barManager([](TBarRemsDlg2* dialog) { dialog->reject(); }));
+    QVERIFY(!m_acted);
+    QCOMPARE(m_ui.messageTexts(), QStringList{"I was unable to read " + path("barred.txt") +
+                                              ". The barred remailers cannot be changed while it "
+                                              "is unreadable."});
+}
+
+// A change of source lists the section as the file holds it then, unticked.
+void TestWindows::updateSelectRelists() {
+    TempEnvironment::writeFile(path("urls.txt"), data("two-sources.txt"));
+    TUpdateSelectDlg dialog(nullptr, &m_ui, path("urls.txt"));
+    dialog.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&dialog));
+    QCOMPARE(dialog.SourceBox->currentText() + "," + dialog.QuickBox->currentText(),
+             "alpha,velkin");
+    QCOMPARE(rowsOf(dialog.PageListBox, Qt::Unchecked),
+             QStringList({"mlist.txt", "pubring.mix", "type2.list", "rlist.txt"}));
+    QCOMPARE(rowsOf(dialog.QuickListBox, Qt::Unchecked),
+             QStringList({"advisory.txt", "urls.txt", "nymserver.asc"}));
+    tick(dialog.PageListBox, {"mlist.txt"});
+    dialog.SourceBox->setFocus();
+    QTest::keyClick(dialog.SourceBox, Qt::Key_Down);
+    QCOMPARE(rowsOf(dialog.PageListBox, Qt::Unchecked), QStringList({"rlist.txt", "pubring.asc"}));
+    QTest::keyClick(dialog.SourceBox, Qt::Key_Up); // back: the tick of before is gone
+    QCOMPARE(rowsOf(dialog.PageListBox, Qt::Unchecked).size(), 4);
+    TempEnvironment::writeFile(path("urls.txt"), "[alpha]\n\n[beta]\nmail2news.txt http://b/m\n");
+    QTest::keyClick(dialog.SourceBox, Qt::Key_Down);
+    QCOMPARE(rowsOf(dialog.PageListBox, Qt::Unchecked), QStringList{"mail2news.txt"});
+    QCOMPARE(rowsOf(dialog.QuickListBox).size(), 3);
+}
+
+// The road through the main window: viewing stored pages, choosing a source
+// (asked, answered Cancel), Run fetching with the tool bar following, Run
+// again asking about unsaved pages, Save & Exit saving.
+void TestWindows::statsWindowRun() {
+    QByteArray urls = "velkin urls\n[first]\n";
+    for (const QString& page : StatsPages) {
+        m_pinger->serve('/' + page, RealPage("2001-11-07", page));
+        urls += page.toLatin1() + ' ' + m_pinger->url('/' + page).toLatin1() + '\n';
+    }
+    urls += "\n[second]\nmlist.txt http://127.0.0.1:9/mlist.txt\n\n[velkin]\n";
+    TempEnvironment::writeFile(path("advisory.txt"), "Velkin user advisory\n");
+    startWindow({}, urls);
+    TVKStatsWin4& w = *m_window;
+    const auto item = [](QMenu* menu, const QString& caption) {
+        for (QAction* action : menu->actions())
+            if (action->text() == caption)
+                return action;
+        qFatal("no item %s", qPrintable(caption));
+    };
+    QVERIFY(!w.SaveBtn->isEnabled() && w.RunBtn->isEnabled());
+    w.SetStatusText("before");
+    item(w.ViewMenu, "&rlist.txt")->trigger(); // not stored: nothing happens
+    QCOMPARE(w.statusBar()->currentMessage(), " before");
+    item(w.ViewMenu, "&advisory.txt")->trigger();
+    item(w.ViewMenu, "&advisory.txt")->trigger(); // the open tab again
+    QCOMPARE(w.TabSet->count(), 1);
+    QCOMPARE(w.statusBar()->currentMessage(), " local file: advisory.txt");
+    w.FileMenuClick();
+    QString asked;
+    answerNextBox(QMessageBox::Cancel, &asked);
+    w.SourceMenu->actions().at(1)->trigger();
+    QCOMPARE(asked, "Update remailer pages now?     ");
+    QCOMPARE(w.controller().currentSourceName() + QString::number(w.SourceBox->currentIndex()),
+             "second1");
+    w.FileMenuClick(); // the menu ticks the source shown
+    QVERIFY(w.SourceMenu->actions().at(1)->isChecked() && !w.SourceMenu->actions()[0]->isChecked());
+    answerNextBox(QMessageBox::Cancel, &asked);
+    w.SourceMenu->actions().at(0)->trigger();
+    QVERIFY(m_pinger->requests().isEmpty());
+
+    w.controller().setLastSource("first");      // not a new source: no question about keys
+    item(w.PagesMenu, "&rlist.txt")->trigger(); // unticked: three pages to fetch
+    int busyPages = 0;
+    connect(&w.controller().engine(), &UpdateEngine::pageAccepted, this, [&] {
+        busyPages += w.Panel3->isVisible() && w.CancelBtn->isEnabled() && !w.RunBtn->isEnabled() &&
+                     w.ProgressBar->isVisible() && w.ProgressBar->value() == 100;
+    });
+    QTest::mouseClick(w.RunBtn, Qt::LeftButton, {}, QPoint(8, 8));
+    QCOMPARE(busyPages, 3);
+    QStringList tabs;
+    for (int i = 0; i < w.TabSet->count(); ++i)
+        tabs << w.TabSet->tabText(i);
+    QCOMPARE(tabs.join(u','), "status,mlist.txt (stale),pubring.mix,pubring.asc");
+    QCOMPARE(bits({w.SaveBtn->isEnabled(), w.PrintBtn->isEnabled(), w.CancelBtn->isEnabled(),
+                   w.Panel3->isVisible()}),
+             "1100");
+    QCOMPARE(m_pinger->requests().size(), 3);
+    answerNextBox(QMessageBox::Cancel, &asked);
+    w.RunBtnClick();
+    QCOMPARE(asked, "Your remailer pages are not saved. Save them now?     ");
+    QCOMPARE(m_pinger->requests().size(), 3);
+
+    w.OkBtnClick();
+    QVERIFY(!w.isVisible());
+    for (const char* page : {"mlist.txt", "pubring.mix", "pubring.asc", "type2.list"})
+        QVERIFY2(QFileInfo::exists(m_env->mixFolder() + page), page);
+    QVERIFY(!QFileInfo::exists(m_env->mixFolder() + "rlist.txt"));
+    QCOMPARE(IniFile(IniFileName()).readString("stats", "pages", ""),
+             "mlist.txt,pubring.mix,pubring.asc");
+}
+
+// From the Keyrings menu, the newest ten keys of the open type2.list page,
+// Bar All and Clear All ticking them; from the Tools menu, the URL manager,
+// the sources read again after a save.
+void TestWindows::statsWindowTools() {
+    QStringList keys;
+    for (int i = 1; i <= 25; ++i)
+        keys << QStringLiteral("rem%1 rem%1@example.org %1 2:3.0 MC").arg(i);
+    QVERIFY(WriteLines(m_env->mixFolder() + "type2.list", keys));
+    startWindow({}, placeUrls());
+    TVKStatsWin4& w = *m_window;
+    for (QAction* action : w.ViewMenu->actions()) {
+        if (action->text() == "t&ype2.list")
+            action->trigger();
+    }
+    QStringList rows;
+    QString ticks;
+    QVERIFY(modal<TNewMixKeysWin>(
+        [&] {
+            w.KeyringsMenu->actions().last()->trigger();
+            return true;
+        },
+        [&](TNewMixKeysWin* window) {
+            rows = rowsOf(window->KeyList);
+            for (QPushButton* button : {window->Button1, window->Button2}) {
+                window->KeyList->topLevelItem(1)->setCheckState(0, Qt::PartiallyChecked);
+                button->click();
+                for (int i = 0; i < window->KeyList->topLevelItemCount(); ++i)
+                    ticks += QString::number(window->KeyList->topLevelItem(i)->checkState(0));
+            }
+            window->Cancel->click();
+        }));
+    QVERIFY(m_acted);
+    QCOMPARE(rows.size(), 10);
+    QCOMPARE(rows.first(), "rem16|rem16@example.org|16|2:3.0|MC||");
+    QCOMPARE(rows.last().section(u'|', 0, 0), "rem25");
+    QCOMPARE(ticks, QString(10, u'2') + QString(10, u'0'));
+    QString saveQuestion;
+    modal<TURLDlg>(
+        [&] {
+            w.findChild<QAction*>("ToolsURLManagerItem")->trigger();
+            return true;
+        },
+        [&](TURLDlg* dialog) {
+            dialog->Editor->selectAll();
+            dialog->Editor->insertPlainText("velkin urls\n[x]\nmlist.txt http://x/m\n\n"
+                                            "[y]\nmlist.txt http://y/m\n\n[velkin]\n");
+            answerNextBox(QMessageBox::Yes, &saveQuestion);
+            QTest::mouseClick(dialog->OkBtn, Qt::LeftButton);
+        });
+    QVERIFY(m_acted);
+    QCOMPARE(saveQuestion, UrlsQuestion);
+    QCOMPARE(w.SourceBox->itemText(0) + w.SourceBox->itemText(1) +
+                 QString::number(w.SourceBox->count()),
+             "xy2");
+}
+
+// A selection in one page: only that page, ticked, its selected text
+// printed; All text lists every page unticked and prints the ticked ones
+// whole, a pause between documents.
+void TestWindows::printPages() {
+    QWidget owner;
+    auto* tabs = new QTabBar(&owner);
+    QList<QPlainTextEdit*> views;
+    for (const char* name : {"status", "mlist.txt", "rlist.txt"}) {
+        tabs->addTab(QString::fromLatin1(name));
+        views << new QPlainTextEdit(QStringLiteral("%1 one\n%1 two\n%1 three").arg(name), &owner);
+    }
+    QTextCursor cursor = views[1]->textCursor();
+    cursor.movePosition(QTextCursor::Down);
+    cursor.movePosition(QTextCursor::EndOfLine, QTextCursor::KeepAnchor);
+    views[1]->setTextCursor(cursor);
+    const auto viewAt = [&views](int i) {
+        return views.at(i);
+    };
+    TPrntSelPagesDlg dialog(&owner, tabs, viewAt);
+    QVERIFY(dialog.SelectedText->isEnabled() && dialog.SelectedText->isChecked());
+    QCOMPARE(rowsOf(dialog.PageList), QStringList{"mlist.txt"});
+    QCOMPARE(rowsOf(dialog.PageList, Qt::Checked), QStringList{"mlist.txt"});
+    QStringList printed;
+    QList<qint64> times;
+    QElapsedTimer clock;
+    clock.start();
+    const auto print = [&](const QString& title, const QStringList& lines, const QFont& font) {
+        printed << title + ": " + lines.join(u',') +
+                       (font == views[0]->font() ? "" : " other font");
+        times << clock.elapsed();
+    };
+    dialog.printTicked(print);
+    dialog.AllText->setChecked(true);
+    QCOMPARE(rowsOf(dialog.PageList, Qt::Unchecked),
+             QStringList({"status", "mlist.txt", "rlist.txt"}));
+    dialog.PageList->item(1)->setCheckState(Qt::Checked);
+    dialog.PageList->item(2)->setCheckState(Qt::Checked);
+    dialog.printTicked(print);
+    QCOMPARE(printed, QStringList({"mlist.txt: mlist.txt two",
+                                   "mlist.txt: mlist.txt one,mlist.txt two,mlist.txt three",
+                                   "rlist.txt: rlist.txt one,rlist.txt two,rlist.txt three"}));
+    QVERIFY2(times[2] - times[1] >= 450, qPrintable(QString::number(times[2] - times[1])));
+}
+
+// Stored values shown (a zero time-out as 30), colour and font choices,
+// Cascade ruling Stats Only, every close saving, hidden settings kept; the
+// main window reads the result.
+void TestWindows::statsOptions() {
+    const QString ini = IniFileName();
+    TempEnvironment::writeFile(ini, data("options.ini"));
+    TStatsOptionsDlg dialog(nullptr, ini);
+    const auto text = [&dialog](const char* name) {
+        return dialog.findChild<QLineEdit*>(name)->text();
+    };
+    const auto colour = [&dialog](const char* name) {
+        return dialog.findChild<QFrame*>(name)->palette().color(QPalette::Window);
+    };
+    QCOMPARE(colour("ColorPanel"), QColor(255, 0, 0));
+    QCOMPARE(colour("DialogFontColor"), QColor(0, 0, 255));
+    QCOMPARE(text("DialogFontName") + text("DialogFontSize") + text("DialogFontStyle"),
+             "Arial12bu");
+    auto* timeout = dialog.findChild<QSpinBox*>("TimeoutEdit");
+    QCOMPARE(timeout->value(), 30);
+    QVERIFY(dialog.findChild<QCheckBox*>("BarNewBox")->isChecked());
+    QList<std::optional<QColor>> colours = {QColor(0x12, 0x34, 0x56), std::nullopt};
+    dialog.chooseColor = [&colours](const QColor&) {
+        return colours.takeFirst();
+    };
+    QFont seen;
+    dialog.chooseFont = [&seen](const QFont& current) -> std::optional<QFont> {
+        seen = current;
+        QFont chosen(QStringLiteral("DejaVu Sans"), 14);
+        chosen.setItalic(true);
+        return chosen;
+    };
+    dialog.show();
+    QTest::mouseClick(dialog.findChild<QPushButton*>("ColorBtn"), Qt::LeftButton);
+    QTest::mouseClick(dialog.findChild<QPushButton*>("ColorBtn"), Qt::LeftButton); // cancelled
+    QCOMPARE(colour("ColorPanel"), QColor(0x12, 0x34, 0x56));
+    QTest::mouseClick(dialog.findChild<QPushButton*>("EditorFontBtn"), Qt::LeftButton);
+    QCOMPARE(seen.pointSize(), 9);
+    QCOMPARE(text("EditorFontName") + text("EditorFontSize") + text("EditorFontStyle"),
+             "DejaVu Sans14i");
+    dialog.findChild<QTabWidget*>()->setCurrentIndex(2);
+    auto* cascade = dialog.findChild<QCheckBox*>("CascadeBox");
+    auto* statsOnly = dialog.findChild<QCheckBox*>("StatsOnlyBox");
+    QString states;
+    for (int i = 0; i < 2; ++i) {
+        QTest::mouseClick(cascade, Qt::LeftButton);
+        states +=
+            bits({cascade->isChecked(), statsOnly->isEnabled(), statsOnly->isChecked()}) + ' ';
+    }
+    QCOMPARE(states, "000 110 ");
+    timeout->selectAll();
+    QTest::keyClicks(timeout, "45");
+    dialog.close(); // saved all the same
+    QCOMPARE(dialog.result(), int(QDialog::Rejected));
+    QCOMPARE(TempEnvironment::readFile(ini), data("options-saved.ini"));
+
+    QTimer::singleShot(0, [] {
+        if (auto* shown = qobject_cast<TStatsOptionsDlg*>(QApplication::activeModalWidget()))
+            shown->reject();
+    });
+    const StatsOptionsResult result = ShowStatsOptions(nullptr);
+    QVERIFY(result.barNew);
+    QCOMPARE(result.windowColor, qint64(0x563412)); // stored as 0x00BBGGRR
+    QCOMPARE(result.dialogFont, "Arial,12,bu,16711680");
+}
+
+// Where the history is read from (the program folder first, then docs/; a
+// folder of that name is none), one window reused, none and no message
+// without a file; the shipped history names this release.
+void TestWindows::history() {
+    const QString program = path("vkstats.history.txt");
+    const QString docs = path("docs/vkstats.history.txt");
+    QVERIFY(QDir().mkpath(program) && QDir().mkpath(path("docs")));
+    QWidget owner;
+    owner.show();
+    const auto shownWindows = [] {
+        const QWidgetList all = QApplication::topLevelWidgets();
+        return std::count_if(all.cbegin(), all.cend(), [](QWidget* w) { return w->isVisible(); });
+    };
+    const auto before = shownWindows();
+    ShowHistory(&owner);
+    QCOMPARE(shownWindows(), before);
+    QCOMPARE(HistoryFileName(), QString());
+
+    const QByteArray shipped =
+        TempEnvironment::readFile(QStringLiteral(VK_TESTDATA "/../../data/vkstats.history.txt"));
+    TempEnvironment::writeFile(docs, shipped);
+    ShowHistory(&owner);
+    QPointer<THistoryWin> window = owner.findChild<THistoryWin*>();
+    QVERIFY(window && window->isVisible() && window->isWindow());
+    QCOMPARE(window->fileName(), docs);
+    QCOMPARE(window->Viewer->toPlainText(), shown(shipped));
+    QVERIFY(SplitLines(window->Viewer->toPlainText()).contains(VKSTATS_VERSION));
+
+    QVERIFY(QDir(program).removeRecursively());
+    TempEnvironment::writeFile(program, "VKstats release history\r\n\r\n1.9b12\r\n- here\r\n");
+    ShowHistory(&owner);
+    QCOMPARE(owner.findChildren<THistoryWin*>().size(), 1);
+    QCOMPARE(window->fileName() + '|' + HistoryFileName(), program + '|' + program);
+    QCOMPARE(window->Viewer->toPlainText(), "VKstats release history\n\n1.9b12\n- here");
+}
+
+QTEST_MAIN(TestWindows)
+#include "tst_windows.moc"
