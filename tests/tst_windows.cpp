@@ -956,6 +956,40 @@ void TestWindows::printPages() {
                                    "mlist.txt: mlist.txt one,mlist.txt two,mlist.txt three",
                                    "rlist.txt: rlist.txt one,rlist.txt two,rlist.txt three"}));
     QVERIFY2(times[2] - times[1] >= 450, qPrintable(QString::number(times[2] - times[1])));
+
+    // Printed for real, the ticked pages are one job: one PDF, a long line
+    // wrapped rather than cut at the paper's edge, a long page over sheets.
+    const QString pdftotext = QStandardPaths::findExecutable(QStringLiteral("pdftotext"));
+    if (pdftotext.isEmpty())
+        QSKIP("pdftotext (poppler-utils) is not installed");
+    QStringList words, rows;
+    for (int i = 0; i < 300; ++i) {
+        rows << QStringLiteral("row %1").arg(i);
+        if (i < 40)
+            words << QStringLiteral("word%1").arg(i);
+    }
+    views[1]->appendPlainText(words.join(u' '));
+    views[2]->appendPlainText(rows.join(u'\n'));
+    QTemporaryDir dir;
+    QPrinter printer(QPrinter::HighResolution);
+    printer.setOutputFileName(dir.filePath("pages.pdf"));
+    QTimer::singleShot(0, [] {
+        auto* shown = qobject_cast<TPrntSelPagesDlg*>(QApplication::activeModalWidget());
+        QVERIFY(shown);
+        shown->AllText->setChecked(true);
+        shown->PageList->item(1)->setCheckState(Qt::Checked);
+        shown->PageList->item(2)->setCheckState(Qt::Checked);
+        shown->accept();
+    });
+    PrintPages(&owner, tabs, viewAt, &printer);
+    QProcess reader;
+    reader.start(pdftotext, {"-layout", dir.filePath("pages.pdf"), "-"});
+    QVERIFY(reader.waitForFinished(30000));
+    const QString text = QString::fromUtf8(reader.readAllStandardOutput());
+    for (const char* expected : {"mlist.txt three", "word0", "word39", "rlist.txt one", "row 299"})
+        QVERIFY2(text.contains(QLatin1String(expected)), expected);
+    QVERIFY2(!text.contains(QStringLiteral("status one")) && text.count(u'\f') >= 3,
+             qPrintable(text));
 }
 
 // Stored values shown (a zero time-out as 30), colour and font choices,
