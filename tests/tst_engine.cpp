@@ -52,7 +52,6 @@ private slots:
     void unsafeSuitePageNameRefused();
     void throughProxy_data();
     void throughProxy();
-    void proxyVanishesMidRun();
     void failedAndLocalPagesNeverWritten();
     void rlistThenPubringShareTheUnfilteredCopy();
     void headlessMessageBreaksOpenLine();
@@ -106,13 +105,11 @@ void TestEngine::init() {
     m_engine->today = QDate(2012, 12, 1); // the served pages are current
 }
 
-// Four days after its last update a statistics page is stale: said on the
-// status page and on its tab, and the run is one to worry about.
+// Four days after its last update a statistics page is stale: said on its
+// tab, and the run is one to worry about (the status line is the scenarios').
 void TestEngine::stalePageMarked() {
     m_engine->today = QDate(2012, 12, 4);
     m_engine->runUpdate("pingerA", {"mlist.txt"}, {});
-    QVERIFY(
-        statusLines().contains("mlist.txt...ok (stale: last update Fri 30 Nov 2012 10:20:00 GMT)"));
     QCOMPARE(m_pages->tabTextAt(1), QStringLiteral("mlist.txt (stale)"));
     QVERIFY(m_engine->worrying());
     m_engine->today = QDate(2012, 12, 3);
@@ -159,61 +156,47 @@ void TestEngine::unsafeSuitePageNameRefused() {
 
 void TestEngine::throughProxy_data() {
     QTest::addColumn<bool>("socks");
-    QTest::newRow("HTTP proxy (tinyproxy)") << false;
-    QTest::newRow("SOCKS5 proxy with user and password (microsocks)") << true;
+    QTest::addColumn<bool>("vanishes");
+    QTest::newRow("HTTP proxy (tinyproxy)") << false << false;
+    QTest::newRow("SOCKS5 proxy with user and password (microsocks)") << true << false;
+    QTest::newRow("HTTP proxy stopped in the middle of the run") << false << true;
 }
 
-// An unattended run through a real proxy: every request goes that way, and
-// the pages are saved.
+// An unattended run through a real proxy: every request goes that way. Tor
+// stopped in the middle of a run: what it was carrying fails, and not one
+// request reaches the pinger without going through the proxy.
 void TestEngine::throughProxy() {
     QFETCH(bool, socks);
+    QFETCH(bool, vanishes);
     ProxyProcess proxy(socks ? ProxyProcess::Kind::Microsocks : ProxyProcess::Kind::Tinyproxy);
     if (!(socks ? proxy.start("vkstats", "correct horse") : proxy.start()))
         QSKIP(qPrintable("the proxy could not be started: " + proxy.errorString()));
     m_engine->automaticMode = true;
     m_engine->proxySettings = proxy.settings();
+    if (vanishes)
+        connect(m_pinger.get(), &TestPinger::requestReceived, m_pinger.get(),
+                [&proxy](const TestPinger::Request& request) {
+                    if (request.path == "/A/pubring.mix")
+                        proxy.stop();
+                });
     m_engine->runUpdate("pingerA", StatsPages, {});
-    const QStringList status = statusLines();
-    for (const QString& page : StatsPages)
-        QVERIFY2(status.contains(page + "...ok"), qPrintable(status.join('\n')));
-    QCOMPARE(m_engine->lastResult(), 200);
+    const QString status = statusLines().join('\n');
     const QList<TestPinger::Request> requests = m_pinger->requests();
-    QCOMPARE(requests.size(), StatsPages.size());
+    QVERIFY(!requests.isEmpty());
     for (const TestPinger::Request& request : requests)
-        QCOMPARE(request.header("Via").contains("tinyproxy"), !socks);
+        QVERIFY2(request.header("Via").contains("tinyproxy") == !socks, request.path.constData());
+    // Pages travel side by side, so which of them the proxy was carrying
+    // when it went depends on timing; at least one fails, none goes around.
+    if (vanishes) {
+        QVERIFY2(status.contains("..." + UpdateEngine::resultWord(-5001)), qPrintable(status));
+        return;
+    }
+    for (const QString& page : StatsPages)
+        QVERIFY2(status.contains(page + "...ok"), qPrintable(status));
+    QCOMPARE(requests.size(), StatsPages.size());
     const QString seen = socks ? QStringLiteral("connected to 127.0.0.1:%1")
                                : QStringLiteral("GET http://127.0.0.1:%1/A/pubring.mix");
     QVERIFY2(proxy.log().contains(seen.arg(m_pinger->port())), qPrintable(proxy.log().right(2000)));
-
-    const SaveResult saved = SavePages(m_ui.get(), *m_pages, m_engine->newbars, false);
-    QVERIFY2(saved.ok(), qPrintable(saved.errors.join('\n')));
-    QCOMPARE(saved.written, 1 + StatsPages.size());
-    QCOMPARE(TempEnvironment::readFile(m_env->mixFolder() + "pubring.asc"),
-             RealPage("2012-11-30", "pubring.asc"));
-}
-
-// Tor stopped in the middle of a run: what it was carrying fails, and not
-// one request reaches the pinger without going through the proxy.
-void TestEngine::proxyVanishesMidRun() {
-    ProxyProcess proxy(ProxyProcess::Kind::Tinyproxy);
-    if (!proxy.start())
-        QSKIP(qPrintable("tinyproxy could not be started: " + proxy.errorString()));
-    m_engine->automaticMode = true;
-    m_engine->proxySettings = proxy.settings();
-    connect(m_pinger.get(), &TestPinger::requestReceived, m_pinger.get(),
-            [&proxy](const TestPinger::Request& request) {
-                if (request.path == "/A/pubring.mix")
-                    proxy.stop();
-            });
-    m_engine->runUpdate("pingerA", StatsPages, {});
-    // Pages travel side by side, so which of them the proxy was carrying
-    // when it went depends on timing; at least one fails, none goes around.
-    const QStringList status = statusLines();
-    QVERIFY2(!status.filter("..." + UpdateEngine::resultWord(-5001)).isEmpty(),
-             qPrintable(status.join('\n')));
-    QVERIFY(!m_pinger->requests().isEmpty());
-    for (const TestPinger::Request& request : m_pinger->requests())
-        QVERIFY2(request.header("Via").contains("tinyproxy"), request.path.constData());
 }
 
 void TestEngine::failedAndLocalPagesNeverWritten() {
@@ -249,24 +232,22 @@ void TestEngine::headlessMessageBreaksOpenLine() {
     std::FILE* out = std::tmpfile();
     std::FILE* err = std::tmpfile();
     QVERIFY(out && err);
-    QByteArray said;
     {
         HeadlessFrontEnd ui(out, err);
         PageSet pages(&ui);
         ui.watch(pages);
-        auto status = pages.makeDocument("download", "status.txt", true, {});
-        PageView* view = status->Viewer;
-        pages.addPage("status", std::move(status));
+        pages.addPage("status", pages.makeDocument("download", "status.txt", true, {}));
+        PageView* view = pages.documentAt(0)->Viewer;
         view->appendLine("rlist.txt...");
         ui.showMessage("no URL", Warning, MbOk, MsgStyle::CentredDialog);
         view->appendToLastLine("timed out");
         view->appendLine("next source...");
         ui.finish();
-        said = contents(out) + "--\n" + contents(err);
     }
+    QCOMPARE(contents(out) + "--\n" + contents(err),
+             QByteArray("rlist.txt...\ntimed out\nnext source...\n--\nWarning: no URL\n"));
     std::fclose(out);
     std::fclose(err);
-    QCOMPARE(said, QByteArray("rlist.txt...\ntimed out\nnext source...\n--\nWarning: no URL\n"));
 }
 
 // Without a window nothing repaints: a pause handles what is pending and
