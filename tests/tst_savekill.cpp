@@ -2,7 +2,6 @@
 #include "PagePaths.h"
 #include "PageSet.h"
 #include "SavePages.h"
-#include "SyntheticPages.h"
 #include "TempEnvironment.h"
 #include "TestData.h"
 #include "TestFrontEnd.h"
@@ -38,8 +37,10 @@ constexpr int PageLines = 480000; // about 20 MB: slow enough to catch
 // save writes before the page: type2.list before pubring.mix), then
 // "saved" or "failed: ...".
 int child(const QString& mode, const QString& page) {
-    const QStringList lines = page == "pubring.mix" ? SyntheticPages::pubringMix(PageLines)
-                                                    : SyntheticPages::mlist(PageLines);
+    const QStringList real = RealPageLines("2012-11-30", page);
+    QStringList lines;
+    while (lines.size() < PageLines) // the real page, over and over
+        lines << real;
     TestFrontEnd ui;
     PageSet pages(&ui);
     auto doc = pages.makeDocument("pinger", page, true, lines);
@@ -109,14 +110,11 @@ private slots:
 void TestSaveKill::kill_data() {
     QTest::addColumn<QString>("mode");
     QTest::addColumn<QString>("page");
-    QTest::newRow("WriteLines, mlist.txt") << "writelines"
-                                           << "mlist.txt";
-    QTest::newRow("SavePages, mlist.txt") << "savepages"
-                                          << "mlist.txt";
-    QTest::newRow("SavePages, pubring.mix") << "savepages"
-                                            << "pubring.mix";
-    QTest::newRow("in place (control)") << "plainwrite"
-                                        << "mlist.txt";
+    for (const auto& [mode, page] : {std::pair("writelines", "mlist.txt"),
+                                     {"savepages", "mlist.txt"},
+                                     {"savepages", "pubring.mix"},
+                                     {"plainwrite", "mlist.txt"}}) // the control
+        QTest::newRow(qPrintable(QStringLiteral("%1 %2").arg(mode, page))) << mode << page;
 }
 
 void TestSaveKill::kill() {
