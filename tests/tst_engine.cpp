@@ -58,21 +58,6 @@ QList<int> answersOf(const QString& field) {
     return answers;
 }
 
-// Ticks written as "1010".
-KeyPageTicks toTicks(const QString& text) {
-    KeyPageTicks ticks{};
-    for (std::size_t i = 0; i < ticks.size(); ++i)
-        ticks[i] = text.mid(qsizetype(i), 1) == u'1';
-    return ticks;
-}
-
-QString fromTicks(const KeyPageTicks& ticks) {
-    QString text;
-    for (const bool tick : ticks)
-        text += tick ? u'1' : u'0';
-    return text;
-}
-
 // A front end that answers messages and nothing else, so the new-source
 // question gets FrontEnd's own answer.
 class MessagesOnlyFrontEnd : public FrontEnd {
@@ -173,8 +158,6 @@ private slots:
     void startUpReadsFolder();
     void nothingMarked();
     void closeRefusedWhileRunning();
-    void closeAppliesEditedBarredList_data();
-    void closeAppliesEditedBarredList();
     void proxyRecheckKeepsOrWarns();
     void proxyEncryptedDataFileChangesNothing();
     void proxyUnusableRecordBlocksDownloads();
@@ -196,6 +179,7 @@ private slots:
 private:
     void cases();
     void closeCase(const QStringList& f);
+    void closeBarredCase(bool edited);
     void proxyCase(const QStringList& f);
     void keyringCase(const QStringList& f);
     void addProxy(const QString& name, bool hidden = false);
@@ -294,6 +278,8 @@ void TestEngine::cases() {
         QCOMPARE(line.commandLinePages ? line.commandLinePages->join(u',') : "-", f[5]);
     } else if (f[0] == "close") {
         closeCase(f);
+    } else if (f[0] == "barred") {
+        closeBarredCase(f[1] == u'1');
     } else if (f[0] == "offered" || f[0] == "restore") {
         proxyCase(f);
     } else {
@@ -410,8 +396,10 @@ void TestEngine::keyringCase(const QStringList& f) {
         QCOMPARE(f[0], QStringLiteral("addkeys"));
         TestFrontEnd::AddKeysAnswer answer;
         answer.ok = f[4].startsWith(u'1');
-        if (f[4].section(u' ', 1) != u'-')
-            answer.ticks = toTicks(f[4].section(u' ', 1));
+        const QString ticks = f[4].section(u' ', 1); // written as "1010"
+        if (ticks != u'-')
+            answer.ticks = KeyPageTicks{ticks[0] == u'1', ticks[1] == u'1', ticks[2] == u'1',
+                                        ticks[3] == u'1'};
         ui.addKeysAnswers = {answer};
         QStringList pages = list(f[1]);
         QCOMPARE(ChkAddKeys(&ui, pages, f[2], f[3]), f[6] == u'1');
@@ -420,7 +408,10 @@ void TestEngine::keyringCase(const QStringList& f) {
         if (f[5] != u'-') {
             QCOMPARE(ui.addKeysQuestions.first().caption,
                      QStringLiteral(" New stats source detected {%1->%2}").arg(f[2], f[3]));
-            QCOMPARE(fromTicks(ui.addKeysQuestions.first().ticks), f[5]);
+            QString asked;
+            for (const bool tick : ui.addKeysQuestions.first().ticks)
+                asked += tick ? u'1' : u'0';
+            QCOMPARE(asked, f[5]);
         }
     }
     QVERIFY(ui.messages.isEmpty());
@@ -466,14 +457,7 @@ void TestEngine::closeRefusedWhileRunning() {
     QCOMPARE(IniFile(IniFileName()).readString("stats", "lastproxy", "unsaved"), "unsaved");
 }
 
-void TestEngine::closeAppliesEditedBarredList_data() {
-    QTest::addColumn<bool>("edited");
-    QTest::newRow("edited during the session") << true;
-    QTest::newRow("untouched") << false;
-}
-
-void TestEngine::closeAppliesEditedBarredList() {
-    QFETCH(bool, edited);
+void TestEngine::closeBarredCase(bool edited) {
     const QByteArray stored = RealPage("2001-11-07", "mlist.txt");
     TempEnvironment::writeFile(m_env->mixFolder() + "mlist.txt", stored);
     TempEnvironment::writeFile(m_env->programFolder() + "barred.txt", "lcs\n");
