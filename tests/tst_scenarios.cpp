@@ -20,9 +20,7 @@ namespace {
 const QString Root = QStringLiteral(VK_SCENARIOS);
 const QString PingerMark = QStringLiteral("@PINGER@");
 
-QByteArray readBytes(const QString& path) {
-    return TempEnvironment::readFile(path);
-}
+constexpr auto readBytes = &TempEnvironment::readFile;
 
 // A link in expect/ (to a page under data/real) is replaced, never written through.
 bool writeBytes(const QString& path, const QByteArray& bytes) {
@@ -149,10 +147,9 @@ void TestScenarios::run() {
     QVERIFY2(problem.isEmpty(), qPrintable(problem));
 
     QTemporaryDir program, mix, home;
-    QVERIFY(program.isValid() && mix.isValid() && home.isValid());
-    QVERIFY(copyTree(folder + QStringLiteral("/program"), program.path(), m_pinger));
-    QVERIFY(copyTree(folder + QStringLiteral("/mix"), mix.path(), m_pinger));
-    QVERIFY(copyTree(folder + QStringLiteral("/home"), home.path(), m_pinger));
+    for (const auto& [name, dir] :
+         {std::pair("/program", &program), {"/mix", &mix}, {"/home", &home}})
+        QVERIFY(dir->isValid() && copyTree(folder + name, dir->path(), m_pinger));
     const QString programFolder = program.path() + u'/';
     m_folders = {{mix.path().toUtf8() + '/', "@MIXPATH@/"},
                  {programFolder.toUtf8(), "@PROGRAM@/"},
@@ -207,12 +204,10 @@ void TestScenarios::run() {
         check(QStringLiteral("mix/") + name, expectMix + u'/' + name,
               readBytes(mix.path() + u'/' + name));
 
-    for (const QString& name : filesBelow(expect + QStringLiteral("program")))
-        check(QStringLiteral("program/") + name, expect + QStringLiteral("program/") + name,
-              readBytes(programFolder + name));
-    for (const QString& name : filesBelow(expect + QStringLiteral("home")))
-        check(QStringLiteral("home/") + name, expect + QStringLiteral("home/") + name,
-              readBytes(home.path() + u'/' + name));
+    for (const auto& [part, path] :
+         {std::pair(QStringLiteral("program/"), programFolder), {"home/", home.path() + u'/'}})
+        for (const QString& name : filesBelow(expect + part))
+            check(part + name, expect + part + name, readBytes(path + name));
 
     for (const QString& name : dataLines(expect + QStringLiteral("absent"))) {
         const QString path = name.startsWith(QLatin1String("mix/")) ? mix.path() + name.mid(3)

@@ -6,16 +6,6 @@
 #include <QTcpServer>
 #include <QTcpSocket>
 
-namespace {
-
-bool accepts(quint16 port) {
-    QTcpSocket socket;
-    socket.connectToHost(QHostAddress::LocalHost, port);
-    return socket.waitForConnected(200);
-}
-
-} // namespace
-
 bool ProxyProcess::start(const QString& user, const QString& password) {
     stop();
     m_user = user;
@@ -33,60 +23,53 @@ bool ProxyProcess::start(const QString& user, const QString& password) {
         QTcpServer probe;
         if (!probe.listen(QHostAddress::LocalHost, 0))
             return false;
-        const quint16 port = probe.serverPort();
+        m_port = probe.serverPort();
         probe.close();
-        if (startOnce(program, port))
-            return true;
-    }
-    return false;
-}
-
-bool ProxyProcess::startOnce(const QString& program, quint16 port) {
-    QStringList arguments = {"-i", "127.0.0.1", "-p", QString::number(port)};
-    if (m_kind == Kind::Tinyproxy) {
-        QFile config(m_dir.filePath("tinyproxy.conf"));
-        if (!config.open(QIODevice::WriteOnly | QIODevice::Truncate))
-            return false;
-        config.write(QStringLiteral("Port %1\nListen 127.0.0.1\nAllow 127.0.0.1\nLogFile \"%2\"\n"
-                                    "LogLevel Info\nTimeout 30\nMaxClients 20\n")
-                         .arg(port)
-                         .arg(m_dir.filePath("proxy.log"))
-                         .toUtf8());
-        // -d: stay in the foreground, so the process is ours to stop.
-        arguments = {"-d", "-c", config.fileName()};
-    } else if (!m_user.isEmpty() || !m_password.isEmpty()) {
-        arguments << "-u" << m_user << "-P" << m_password;
-    }
-    m_process = std::make_unique<QProcess>();
-    m_process->setProcessChannelMode(QProcess::MergedChannels);
-    m_process->setStandardOutputFile(m_dir.filePath("output.log"), QIODevice::Append);
-    m_process->start(program, arguments);
-    const QDeadlineTimer ready(5000);
-    // Waiting for the end doubles as the pause between tries.
-    while (m_process->waitForStarted(3000) && !ready.hasExpired() &&
-           !m_process->waitForFinished(50)) {
-        if (accepts(port)) {
-            m_port = port;
-            return true;
+        QStringList arguments = {"-i", "127.0.0.1", "-p", QString::number(m_port)};
+        if (m_kind == Kind::Tinyproxy) {
+            QFile config(m_dir.filePath("tinyproxy.conf"));
+            if (!config.open(QIODevice::WriteOnly | QIODevice::Truncate))
+                return false;
+            config.write(
+                QStringLiteral("Port %1\nListen 127.0.0.1\nAllow 127.0.0.1\nLogFile \"%2\"\n"
+                               "LogLevel Info\nTimeout 30\nMaxClients 20\n")
+                    .arg(m_port)
+                    .arg(m_dir.filePath("proxy.log"))
+                    .toUtf8());
+            // -d: stay in the foreground, so the process is ours to stop.
+            arguments = {"-d", "-c", config.fileName()};
+        } else if (!user.isEmpty() || !password.isEmpty()) {
+            arguments << "-u" << user << "-P" << password;
         }
+        m_process.setProcessChannelMode(QProcess::MergedChannels);
+        m_process.setStandardOutputFile(m_dir.filePath("output.log"), QIODevice::Append);
+        m_process.start(program, arguments);
+        const QDeadlineTimer ready(5000);
+        // Waiting for the end doubles as the pause between tries.
+        while (m_process.waitForStarted(3000) && !ready.hasExpired() &&
+               !m_process.waitForFinished(50)) {
+            QTcpSocket socket;
+            socket.connectToHost(QHostAddress::LocalHost, m_port);
+            if (socket.waitForConnected(200))
+                return true;
+        }
+        m_error = QStringLiteral("%1 did not accept connections on port %2: %3 %4")
+                      .arg(program)
+                      .arg(m_port)
+                      .arg(m_process.errorString(), log().right(2000));
+        stop();
     }
-    m_error = QStringLiteral("%1 did not accept connections on port %2: %3 %4")
-                  .arg(program)
-                  .arg(port)
-                  .arg(m_process->errorString(), log().right(2000));
-    stop();
     return false;
 }
 
 void ProxyProcess::stop() {
-    if (m_process && m_process->state() != QProcess::NotRunning) {
-        m_process->terminate();
-        if (!m_process->waitForFinished(3000)) {
-            m_process->kill();
-            m_process->waitForFinished(3000);
-        }
+    if (m_process.state() == QProcess::NotRunning)
+        return;
+    m_process.terminate();
+    if (!m_process.waitForFinished(3000)) {
+        m_process.kill();
+        m_process.waitForFinished(3000);
     }
-    m_process.reset();
 }
 
 QString ProxyProcess::log() const {

@@ -1,11 +1,8 @@
 #pragma once
 
 #include <QProcess>
-#include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
-
-#include <memory>
 
 // A real proxy from the system's packages, run on a free loopback port for
 // the length of a test: tinyproxy for HTTP, microsocks for SOCKS5. It is
@@ -16,16 +13,12 @@ public:
 
     explicit ProxyProcess(Kind kind) : m_kind(kind) {}
     ~ProxyProcess() { stop(); }
-    ProxyProcess(const ProxyProcess&) = delete;
-    ProxyProcess& operator=(const ProxyProcess&) = delete;
 
     // Starts the proxy on 127.0.0.1 and waits until it accepts connections.
     // Microsocks demands user and password when they are given; tinyproxy
     // takes none. False with errorString() when it did not come up.
     bool start(const QString& user = {}, const QString& password = {});
     void stop();
-
-    quint16 port() const { return m_port; }
     QString errorString() const { return m_error; }
     // What the proxy has logged: tinyproxy's log file, microsocks' output.
     QString log() const;
@@ -36,11 +29,9 @@ public:
     QStringList settings(const QString& user, const QString& password) const;
 
 private:
-    bool startOnce(const QString& program, quint16 port);
-
     Kind m_kind;
     QTemporaryDir m_dir;
-    std::unique_ptr<QProcess> m_process;
+    QProcess m_process;
     quint16 m_port = 0;
     QString m_user;
     QString m_password;

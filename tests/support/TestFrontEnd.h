@@ -28,6 +28,9 @@ public:
     bool canOpenUrls() const override { return urlOpener; }
     bool openUrl(const QUrl& url) override;
     bool askAddKeys(const QString& caption, std::array<bool, 4>& ticks) override;
+    // How many messages had been shown at each raise of the window.
+    void bringToFront() override { raisedAt.append(messages.size()); }
+    QList<qsizetype> raisedAt;
 
     QStringList messageTexts() const;
 

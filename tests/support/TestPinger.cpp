@@ -1,20 +1,13 @@
 #include "TestPinger.h"
 
 #include <QLocale>
+#include <QSslServer>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTimer>
 #include <QUrl>
-#include <QtNetwork/qtnetworkglobal.h>
 
-#if QT_CONFIG(ssl)
-#include <QSslConfiguration>
-#include <QSslServer>
-#endif
-
-#ifdef Q_OS_UNIX
 #include <sys/socket.h>
-#endif
 
 namespace {
 
@@ -38,16 +31,10 @@ QByteArray httpDate(const QDateTime& time) {
     return QLocale::c().toString(time.toUTC(), DateFormat).toLatin1();
 }
 
-QDateTime parseHttpDate(const QByteArray& text) {
-    const QDateTime time = QLocale::c().toDateTime(QString::fromLatin1(text.trimmed()), DateFormat);
-    return time.isValid() ? QDateTime(time.date(), time.time(), Qt::UTC) : QDateTime();
-}
-
 // Bytes that no HTTP client can take for a status line, with a few line
 // ends in between so that a line-based reader gets lines to choke on.
 QByteArray garbage() {
     QByteArray bytes;
-    bytes.reserve(4096);
     quint32 state = 0x2545F491;
     while (bytes.size() < 4096) {
         state = state * 1664525u + 1013904223u;
@@ -59,13 +46,16 @@ QByteArray garbage() {
     return bytes;
 }
 
-bool wantsKeepAlive(const TestPinger::Request& request) {
-    const QByteArray connection = request.header("Connection").toLower();
-    if (connection.contains("close"))
-        return false;
-    if (request.version == "HTTP/1.0")
-        return connection.contains("keep-alive");
-    return true;
+// What the endless modes write, block after block: body bytes, or header lines.
+const QByteArray& endlessBlock(bool headerLines) {
+    static const QByteArray body(EndlessBlock, 'x');
+    static const QByteArray lines = [] {
+        QByteArray text;
+        while (text.size() < EndlessBlock)
+            text += "X-Flood-" + QByteArray::number(text.size()) + ": 1\r\n";
+        return text;
+    }();
+    return headerLines ? lines : body;
 }
 
 } // namespace
@@ -81,10 +71,13 @@ QByteArray TestPinger::Request::header(const QByteArray& name) const {
 // alive) and answers each as its route says.
 class TestPinger::Client : public QObject {
 public:
-    Client(TestPinger* pinger, QTcpSocket* socket, int index)
-        : QObject(pinger), m_pinger(pinger), m_socket(socket), m_index(index) {
+    Client(TestPinger* pinger, QTcpSocket* socket)
+        : QObject(pinger), m_pinger(pinger), m_socket(socket) {
         socket->setParent(this);
-        connect(socket, &QTcpSocket::readyRead, this, &Client::onReadyRead);
+        connect(socket, &QTcpSocket::readyRead, this, [this] {
+            m_buffer += m_socket->readAll();
+            processBuffer();
+        });
         connect(socket, &QTcpSocket::bytesWritten, this, &Client::onBytesWritten);
         connect(socket, &QTcpSocket::disconnected, this, &QObject::deleteLater);
         connect(socket, &QTcpSocket::errorOccurred, this, [this] {
@@ -92,16 +85,12 @@ public:
                 deleteLater();
         });
         connect(&m_drip, &QTimer::timeout, this, &Client::dripMore);
-        onReadyRead();
+        m_buffer = socket->readAll();
+        processBuffer();
     }
 
 private:
     enum class Writing { Nothing, Endless, ThenReset, HeaderLines };
-
-    void onReadyRead() {
-        m_buffer += m_socket->readAll();
-        processBuffer();
-    }
 
     void badRequest() {
         m_busy = true;
@@ -114,137 +103,114 @@ private:
         while (!m_busy && !m_buffer.isEmpty()) {
             // A method starts with a letter; a TLS hello or other noise does
             // not, and gets its answer at once instead of a wait.
-            const char first = m_buffer.at(0);
-            if (first < 'A' || first > 'Z')
+            if (m_buffer.at(0) < 'A' || m_buffer.at(0) > 'Z')
                 return badRequest();
             const qsizetype end = m_buffer.indexOf("\r\n\r\n");
-            if (end < 0) {
-                if (m_buffer.size() > MaxHeadBytes)
-                    badRequest();
-                return;
-            }
-            const QByteArray head = m_buffer.left(end);
+            if (end < 0)
+                return m_buffer.size() > MaxHeadBytes ? badRequest() : void();
+            QList<QByteArray> lines = m_buffer.left(end).split('\n');
             m_buffer.remove(0, end + 4);
-            QList<QByteArray> lines = head.split('\n');
-            for (QByteArray& line : lines)
-                line = line.trimmed();
-            const QList<QByteArray> parts = lines.takeFirst().split(' ');
+            const QList<QByteArray> parts = lines.takeFirst().trimmed().split(' ');
             if (parts.size() != 3)
                 return badRequest();
             Request request;
-            request.connection = m_index;
-            request.method = parts.at(0);
-            request.target = parts.at(1);
-            request.version = parts.at(2);
             for (const QByteArray& line : std::as_const(lines)) {
                 const qsizetype colon = line.indexOf(':');
                 if (colon > 0)
                     request.headers.append(
                         {line.left(colon).trimmed(), line.mid(colon + 1).trimmed()});
             }
-            if (request.target.startsWith('/')) {
-                const qsizetype query = request.target.indexOf('?');
-                request.path = query < 0 ? request.target : request.target.left(query);
-            } else {
-                // The absolute form a client uses towards an HTTP proxy.
-                request.path =
-                    QUrl::fromEncoded(request.target).path(QUrl::FullyEncoded).toLatin1();
-            }
+            // The origin form, or the absolute form a client uses towards an HTTP proxy.
+            request.path = parts[1].startsWith('/')
+                               ? parts[1].split('?').constFirst()
+                               : QUrl::fromEncoded(parts[1]).path(QUrl::FullyEncoded).toLatin1();
             // GET has no body; anything else announced is skipped.
-            const qsizetype bodyLength = request.header("Content-Length").toLongLong();
-            m_buffer.remove(0, qMin(bodyLength, m_buffer.size()));
+            m_buffer.remove(0,
+                            qMin(request.header("Content-Length").toLongLong(), m_buffer.size()));
+            const QByteArray connection = request.header("Connection").toLower();
+            m_keepAlive = !connection.contains("close") &&
+                          (parts[2] != "HTTP/1.0" || connection.contains("keep-alive"));
 
             m_pinger->m_requests.append(request);
             emit m_pinger->requestReceived(request);
             m_busy = true;
             const Route route = m_pinger->routeFor(request.path);
-            if (route.delayMs > 0)
-                QTimer::singleShot(route.delayMs, this,
-                                   [this, request, route] { answer(request, route); });
-            else
-                answer(request, route);
+            const QDateTime since = QLocale::c().toDateTime(
+                QString::fromLatin1(request.header("If-Modified-Since")), DateFormat);
+            const bool notModified =
+                route.status == 200 && route.lastModified.isValid() && since.isValid() &&
+                QDateTime(since.date(), since.time(), Qt::UTC) >= route.lastModified;
+            QTimer::singleShot(route.delayMs, this,
+                               [this, route, notModified] { answer(route, notModified); });
         }
     }
 
-    void answer(const Request& request, const Route& route) {
-        Mode mode = route.mode;
-        bool keepAlive = wantsKeepAlive(request);
-        int status = route.status;
-        QByteArray body = route.body;
-        if (status == 200 && route.lastModified.isValid()) {
-            const QDateTime since = parseHttpDate(request.header("If-Modified-Since"));
-            if (since.isValid() && since >= route.lastModified) {
-                status = 304;
-                body.clear();
-                mode = Mode::Normal;
-            }
+    void answer(Route route, bool notModified) {
+        if (notModified) {
+            route.status = 304;
+            route.body.clear();
+            route.mode = Mode::Normal;
         }
-        if (mode == Mode::Silent)
+        switch (route.mode) {
+        case Mode::Silent:
             return; // stays busy: later requests on this connection wait forever too
-        if (mode == Mode::Garbage) {
-            m_socket->write(body.isEmpty() ? garbage() : body);
+        case Mode::Garbage:
+            m_socket->write(route.body.isEmpty() ? garbage() : route.body);
             if (!route.keepOpen)
                 m_socket->disconnectFromHost();
             return;
-        }
-
-        if (mode == Mode::HeaderFlood || mode == Mode::EndlessHeaderLine) {
+        case Mode::HeaderFlood:
+        case Mode::EndlessHeaderLine: {
             // The endless header line is the endless body written after a
             // header name.
-            m_socket->write(mode == Mode::HeaderFlood ? "HTTP/1.1 200 OK\r\n"
-                                                      : "HTTP/1.1 200 OK\r\nX-Flood: ");
-            m_writing = mode == Mode::HeaderFlood ? Writing::HeaderLines : Writing::Endless;
-            onBytesWritten();
-            return;
+            const bool flood = route.mode == Mode::HeaderFlood;
+            m_socket->write(flood ? "HTTP/1.1 200 OK\r\n" : "HTTP/1.1 200 OK\r\nX-Flood: ");
+            m_writing = flood ? Writing::HeaderLines : Writing::Endless;
+            return onBytesWritten();
         }
-
-        const bool lengthKnown = mode != Mode::Endless && route.sendLength;
-        if (!lengthKnown)
-            keepAlive = false;
+        default:
+            break;
+        }
+        const bool lengthKnown = route.mode != Mode::Endless && route.sendLength;
+        m_keepAlive = m_keepAlive && lengthKnown;
+        const int status = route.status;
         QByteArray head = "HTTP/1.1 " + QByteArray::number(status) + ' ' + reasonPhrase(status) +
                           "\r\nDate: " + httpDate(QDateTime::currentDateTimeUtc()) + "\r\n";
         if (route.lastModified.isValid())
             head += "Last-Modified: " + httpDate(route.lastModified) + "\r\n";
         bool typed = false;
-        for (const Header& h : route.headers) {
+        for (const Header& h : std::as_const(route.headers)) {
             head += h.first + ": " + h.second + "\r\n";
             typed = typed || h.first.compare("Content-Type", Qt::CaseInsensitive) == 0;
         }
         if (!typed && status != 304)
             head += "Content-Type: text/plain; charset=ISO-8859-1\r\n";
         if (lengthKnown && status != 304)
-            head += "Content-Length: " + QByteArray::number(body.size()) + "\r\n";
-        head += keepAlive ? "Connection: keep-alive\r\n\r\n" : "Connection: close\r\n\r\n";
+            head += "Content-Length: " + QByteArray::number(route.body.size()) + "\r\n";
+        head += m_keepAlive ? "Connection: keep-alive\r\n\r\n" : "Connection: close\r\n\r\n";
         m_socket->write(head);
-        m_keepAlive = keepAlive;
 
-        switch (mode) {
-        case Mode::Drip:
-            m_dripLeft = body;
+        if (route.mode == Mode::Drip) {
+            m_dripLeft = route.body;
             m_dripBytes = qMax(1, route.dripBytes);
             m_drip.start(qMax(1, route.dripIntervalMs));
-            return;
-        case Mode::Endless:
+        } else if (route.mode == Mode::Endless) {
             m_writing = Writing::Endless;
             onBytesWritten();
-            return;
-        case Mode::ResetMidway:
+        } else if (route.mode == Mode::ResetMidway) {
             m_writing = Writing::ThenReset;
-            m_socket->write(body.left(body.size() / 2));
-            return;
-        default:
-            m_socket->write(body);
+            m_socket->write(route.body.left(route.body.size() / 2));
+        } else {
+            m_socket->write(route.body);
             answered();
         }
     }
 
     void answered() {
-        if (m_keepAlive) {
-            m_busy = false;
-            processBuffer();
-        } else {
-            m_socket->disconnectFromHost();
-        }
+        if (!m_keepAlive)
+            return m_socket->disconnectFromHost();
+        m_busy = false;
+        processBuffer();
     }
 
     void dripMore() {
@@ -258,36 +224,22 @@ private:
 
     void onBytesWritten() {
         if (m_writing == Writing::Endless || m_writing == Writing::HeaderLines) {
-            static const QByteArray body(EndlessBlock, 'x');
-            static const QByteArray headerLines = [] {
-                QByteArray lines;
-                while (lines.size() < EndlessBlock)
-                    lines += "X-Flood-" + QByteArray::number(lines.size()) + ": 1\r\n";
-                return lines;
-            }();
-            const QByteArray& block = m_writing == Writing::Endless ? body : headerLines;
             while (m_socket->state() == QAbstractSocket::ConnectedState &&
                    m_socket->bytesToWrite() < 4 * EndlessBlock)
-                m_socket->write(block);
+                m_socket->write(endlessBlock(m_writing == Writing::HeaderLines));
         } else if (m_writing == Writing::ThenReset && m_socket->bytesToWrite() == 0) {
+            // A reset, not an orderly close: the client sees "connection
+            // reset by peer".
             m_writing = Writing::Nothing;
-            reset();
+            const struct linger hard = {1, 0};
+            ::setsockopt(int(m_socket->socketDescriptor()), SOL_SOCKET, SO_LINGER, &hard,
+                         sizeof hard);
+            m_socket->abort();
         }
-    }
-
-    // A reset, not an orderly close: the client sees "connection reset by
-    // peer" where the socket layer allows it.
-    void reset() {
-#ifdef Q_OS_UNIX
-        const struct linger hard = {1, 0};
-        ::setsockopt(int(m_socket->socketDescriptor()), SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
-#endif
-        m_socket->abort();
     }
 
     TestPinger* m_pinger;
     QTcpSocket* m_socket;
-    int m_index;
     QByteArray m_buffer;
     bool m_busy = false;
     bool m_keepAlive = false;
@@ -302,43 +254,32 @@ TestPinger::TestPinger(QObject* parent) : QObject(parent) {}
 TestPinger::~TestPinger() = default;
 
 bool TestPinger::listen() {
-    close();
-    m_server = new QTcpServer(this);
-    return startListening();
+    return startListening(new QTcpServer(this));
 }
 
 bool TestPinger::listenTls(const QSslConfiguration& configuration) {
-    close();
-#if QT_CONFIG(ssl)
     auto* server = new QSslServer(this);
     server->setSslConfiguration(configuration);
-    m_server = server;
-    return startListening();
-#else
-    Q_UNUSED(configuration);
-    return false;
-#endif
+    return startListening(server);
 }
 
-bool TestPinger::startListening() {
-    connect(m_server, &QTcpServer::pendingConnectionAvailable, this, &TestPinger::acceptAll);
-    connect(m_server, &QTcpServer::newConnection, this, &TestPinger::acceptAll);
+bool TestPinger::startListening(QTcpServer* server) {
+    close();
+    m_server = server;
+    const auto acceptAll = [this] {
+        while (m_server && m_server->hasPendingConnections()) {
+            new Client(this, m_server->nextPendingConnection());
+            ++m_connections;
+        }
+    };
+    connect(m_server, &QTcpServer::pendingConnectionAvailable, this, acceptAll);
+    connect(m_server, &QTcpServer::newConnection, this, acceptAll);
     return m_server->listen(QHostAddress::LocalHost, 0);
 }
 
 void TestPinger::close() {
-    if (!m_server)
-        return;
-    m_server->close();
     delete m_server;
     m_server = nullptr;
-}
-
-void TestPinger::acceptAll() {
-    while (m_server && m_server->hasPendingConnections()) {
-        QTcpSocket* socket = m_server->nextPendingConnection();
-        new Client(this, socket, m_connections++);
-    }
 }
 
 quint16 TestPinger::port() const {
@@ -380,23 +321,14 @@ void TestPinger::redirect(const QString& path, const QString& location, int stat
 }
 
 TestPinger::Route TestPinger::routeFor(const QByteArray& path) const {
-    const auto found = m_routes.constFind(QString::fromLatin1(path));
-    if (found != m_routes.constEnd())
-        return *found;
     Route missing;
     missing.status = 404;
     missing.body = "<html><body><h1>Not Found</h1></body></html>\r\n";
-    return missing;
+    return m_routes.value(QString::fromLatin1(path), missing);
 }
 
 void TestPinger::clearLog() {
     m_requests.clear();
-}
-
-static void setDrip(TestPinger::Route& route, int bytes, int intervalMs) {
-    route.mode = TestPinger::Mode::Drip;
-    route.dripBytes = bytes;
-    route.dripIntervalMs = intervalMs;
 }
 
 QString TestPinger::applyRouteWords(Route& route, const QStringList& words) {
@@ -419,9 +351,11 @@ QString TestPinger::applyRouteWords(Route& route, const QStringList& words) {
         else if (key == QLatin1String("header"))
             route.headers.append(
                 {value.section(u':', 0, 0).toUtf8(), value.section(u':', 1).toUtf8()});
-        else if (key == QLatin1String("drip"))
-            setDrip(route, value.section(u'/', 0, 0).toInt(), value.section(u'/', 1).toInt());
-        else if (key == QLatin1String("lines"))
+        else if (key == QLatin1String("drip")) {
+            route.mode = Mode::Drip;
+            route.dripBytes = value.section(u'/', 0, 0).toInt();
+            route.dripIntervalMs = value.section(u'/', 1).toInt();
+        } else if (key == QLatin1String("lines"))
             route.body = linesOfSize(value.toLongLong());
         else if (key == QLatin1String("length"))
             route.sendLength = value != u'0';
@@ -434,12 +368,10 @@ QString TestPinger::applyRouteWords(Route& route, const QStringList& words) {
 }
 
 QByteArray TestPinger::linesOfSize(qint64 size) {
-    QByteArray line(63, 'v');
-    line.append('\n');
     QByteArray body;
     body.reserve(size);
     while (body.size() < size)
-        body.append(line);
+        body.append(QByteArray(63, 'v') + '\n');
     body.truncate(size);
     return body;
 }

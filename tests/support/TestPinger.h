@@ -3,7 +3,6 @@
 #include <QByteArray>
 #include <QDateTime>
 #include <QHash>
-#include <QHostAddress>
 #include <QList>
 #include <QObject>
 #include <QString>
@@ -52,11 +51,7 @@ public:
     };
 
     struct Request {
-        int connection = 0; // which accepted connection, counted from 0
-        QByteArray method;
-        QByteArray target; // as sent, origin or absolute form
-        QByteArray path;
-        QByteArray version;
+        QByteArray path; // also from the absolute form sent to an HTTP proxy
         QList<Header> headers;
         // Empty when missing; names ignore case.
         QByteArray header(const QByteArray& name) const;
@@ -65,8 +60,7 @@ public:
     explicit TestPinger(QObject* parent = nullptr);
     ~TestPinger() override;
 
-    // Listens on 127.0.0.1 at a free port; with a TLS configuration it
-    // speaks https.
+    // Listens on 127.0.0.1 at a free port; listenTls speaks https.
     bool listen();
     bool listenTls(const QSslConfiguration& configuration);
     void close();
@@ -98,8 +92,7 @@ signals:
 private:
     class Client;
     friend class Client;
-    bool startListening();
-    void acceptAll();
+    bool startListening(QTcpServer* server);
     Route routeFor(const QByteArray& path) const;
 
     QTcpServer* m_server = nullptr;

@@ -4,7 +4,7 @@
 #include <QStringList>
 
 // Made-up pages of any length in the formats the pingers publish, for the
-// tests and the benchmark that need pages far larger than the real ones.
+// benchmark, which needs pages far larger than the real ones.
 // The same arguments always give the same lines. Remailer names are "r"
 // followed by seven digits, counted from 0, so that a test can name the
 // remailers a page holds without reading it.
