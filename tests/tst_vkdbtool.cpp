@@ -9,7 +9,6 @@
 #include <QProcess>
 #include <QSqlDatabase>
 #include <QSqlQuery>
-#include <QTemporaryDir>
 #include <QTest>
 
 #include <memory>
@@ -17,97 +16,54 @@
 namespace {
 
 struct Run {
-    bool finished = false;
-    QProcess::ExitStatus status = QProcess::CrashExit;
-    int code = -1;
+    int code = -1; // -2: did not end by itself within a minute
     QString out;
     QString err;
 };
 
-// Runs the built tool with input on its standard input and waits for it; a
-// hang shows up as not finished.
+// Runs the built tool with input on its standard input and waits for it.
 Run vkdbtool(const QStringList& arguments, const QByteArray& input = {}) {
     QProcess process;
-    process.setProgram(QStringLiteral(VKDBTOOL));
-    process.setArguments(arguments);
-    process.start();
+    process.start(QStringLiteral(VKDBTOOL), arguments);
     process.write(input);
     process.closeWriteChannel();
     Run run;
-    run.finished = process.waitForFinished(60000);
-    if (!run.finished) {
+    if (!process.waitForFinished(60000)) {
         process.kill();
         process.waitForFinished();
+        run.code = -2;
+    } else if (process.exitStatus() == QProcess::NormalExit) {
+        run.code = process.exitCode();
     }
-    run.status = process.exitStatus();
-    run.code = process.exitCode();
     run.out = QString::fromUtf8(process.readAllStandardOutput());
     run.err = QString::fromUtf8(process.readAllStandardError());
     return run;
 }
 
-QByteArray describe(const QStringList& arguments, const Run& run) {
-    return QStringLiteral("vkdbtool %1\nexit %2\nstdout: %3\nstderr: %4")
-        .arg(arguments.join(u' '))
-        .arg(run.code)
-        .arg(run.out, run.err)
-        .toUtf8();
-}
-
 // Runs the tool and checks that it ended by itself with the given code.
-#define VKDBTOOL_EXPECT(result, arguments, expectedCode, ...)                                      \
-    const Run result = vkdbtool(arguments __VA_OPT__(, ) __VA_ARGS__);                             \
-    QVERIFY2(result.finished&& result.status == QProcess::NormalExit,                              \
-             describe(arguments, result).constData());                                             \
-    QVERIFY2(result.code == (expectedCode), describe(arguments, result).constData())
-
-// A connection of the test's own, to hold a lock while the tool runs.
-class LockHolder {
-public:
-    explicit LockHolder(const QString& path) {
-        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), name());
-        db.setDatabaseName(path);
-        if (db.open())
-            m_locked = QSqlQuery(db).exec(QStringLiteral("BEGIN EXCLUSIVE"));
-    }
-    ~LockHolder() {
-        {
-            QSqlDatabase db = QSqlDatabase::database(name(), false);
-            QSqlQuery(db).exec(QStringLiteral("ROLLBACK"));
-            db.close();
-        }
-        QSqlDatabase::removeDatabase(name());
-    }
-    LockHolder(const LockHolder&) = delete;
-    LockHolder& operator=(const LockHolder&) = delete;
-    bool isLocked() const { return m_locked; }
-
-private:
-    static QString name() { return QStringLiteral("lock-holder"); }
-    bool m_locked = false;
-};
-
-std::unique_ptr<TVKDB> openAs(int version, const QString& path) {
-    if (version == 1)
-        return std::make_unique<TVKDB1>(path);
-    return std::make_unique<TVKDB2>(path);
-}
+#define VKDBTOOL_EXPECT(run, arguments, expectedCode, ...)                                         \
+    const Run run = vkdbtool(arguments __VA_OPT__(, ) __VA_ARGS__);                                \
+    QVERIFY2(run.code == (expectedCode),                                                           \
+             qPrintable(QStringLiteral("vkdbtool %1\nexit %2\nstdout: %3\nstderr: %4")             \
+                            .arg((arguments).join(u' '))                                           \
+                            .arg(run.code)                                                         \
+                            .arg(run.out, run.err)))
 
 } // namespace
 
 class TestVkdbTool : public QObject {
     Q_OBJECT
 private slots:
-    void init();
-    void cleanup();
-
+    void init() {
+        m_env.reset(); // the old one restores the environment it found
+        m_env = std::make_unique<TempEnvironment>();
+        QVERIFY(m_env->isValid());
+    }
+    void cleanup() { CloseSuiteDataFile(); }
     void commands_data() { AddTableRows(QStringLiteral("vkdbtool.txt")); }
     void commands();
-    void createFormats_data();
-    void createFormats();
-    void proxiesEndToEnd_data();
-    void proxiesEndToEnd();
-    void valuesEndToEnd();
+    void session_data();
+    void session();
 
 private:
     void prepare(const QString& setup, const QString& file);
@@ -115,168 +71,99 @@ private:
     std::unique_ptr<TempEnvironment> m_env;
 };
 
-void TestVkdbTool::init() {
-    m_env.reset(); // the old one restores the environment it found
-    m_env = std::make_unique<TempEnvironment>();
-    QVERIFY(m_env->isValid());
-}
-
-void TestVkdbTool::cleanup() {
-    CloseSuiteDataFile();
-}
-
-void TestVkdbTool::createFormats_data() {
-    QTest::addColumn<QStringList>("options");
+void TestVkdbTool::session_data() {
+    QTest::addColumn<QStringList>("format");
     QTest::addColumn<int>("version");
     QTest::newRow("default") << QStringList{} << 2;
     QTest::newRow("format 1") << QStringList{"--format", "1"} << 1;
-    QTest::newRow("format=1 before the file") << QStringList{"--format=1"} << 1;
+    QTest::newRow("format=1") << QStringList{"--format=1"} << 1;
 }
 
-void TestVkdbTool::createFormats() {
-    QFETCH(QStringList, options);
-    QFETCH(int, version);
-    QStringList arguments{"create"};
-    if (options.value(0).contains('='))
-        arguments << options << dataFile();
-    else
-        arguments << dataFile() << options;
-    VKDBTOOL_EXPECT(run, arguments, 0);
-    QVERIFY(run.out.isEmpty());
-    QVERIFY(run.err.isEmpty());
-    QCOMPARE(GetVKDBVersion(dataFile()), version);
-    auto db = openAs(version, dataFile());
-    QCOMPARE(db->error(), 0);
-    QStringList records;
-    QVERIFY(db->getProxyRecords(records));
-    QVERIFY(records.isEmpty());
-    // It will hold passwords: its owner's alone, from the start.
-    QCOMPARE(int(QFileInfo(dataFile()).permissions() & 0x0077), 0);
-
-    // Folders on the way are made.
-    const QString nested = m_env->programFolder() + "new/folder/vk.dbc";
-    VKDBTOOL_EXPECT(again, (QStringList{"create", nested} + options), 0);
-    QCOMPARE(GetVKDBVersion(nested), version);
-}
-
-void TestVkdbTool::proxiesEndToEnd_data() {
-    QTest::addColumn<int>("version");
-    QTest::newRow("format 1") << 1;
-    QTest::newRow("format 2") << 2;
-}
-
-void TestVkdbTool::proxiesEndToEnd() {
+// A data file made, filled, listed and emptied through the tool, and read by
+// VKstats between: each step its arguments, standard input, exit code and
+// standard output ("*": not looked at).
+void TestVkdbTool::session() {
+    QFETCH(QStringList, format);
     QFETCH(int, version);
     const QString file = dataFile();
-    {
-        VKDBTOOL_EXPECT(run, (QStringList{"create", file, "--format", QString::number(version)}),
-                        0);
-    }
-    // Passwords come from a file or standard input, never from the command
-    // line; only the first line counts.
     const QString bobs = m_env->programFolder() + "bob.pw";
     TempEnvironment::writeFile(bobs, "pa,ss%w\n");
-    const QList<std::pair<QStringList, QByteArray>> additions = {
+    const QString office = "Office HTTP,http,,proxy.example,3128,bob,pa%2Css%25w\n  kind=http\n"
+                           "  host=proxy.example\n  port=3128\n  user=bob\n  password=pa,ss%w\n";
+    const QString tor = "Tor/Isolated,socks5,,127.0.0.1,9050,stream-1,x%3Dy\n  kind=socks5\n"
+                        "  host=127.0.0.1\n  port=9050\n  user=stream-1\n  password=x=y\n";
+    const QString spare = "Spare,socks5, ,10.0.0.2,1080,,\n  kind=socks5\n  host=10.0.0.2\n"
+                          "  port=1080\n  user=\n  password=\n";
+    const QString values = "empty=\nmlist.txt=Tue 04 Mar 2025 10:00:00 GMT\n";
+    struct Step {
+        QStringList arguments;
+        QByteArray input;
+        int code;
+        QString out;
+    };
+    // Passwords come from a file or standard input, never from the command
+    // line; only the first line counts.
+    const QList<Step> steps = {
+        {QStringList{"create"} + format + QStringList{file}, {}, 0, ""},
         {{"add-proxy", file, "Office HTTP", "--kind", "http", "--host", "proxy.example", "--port",
           "3128", "--user", "bob", "--password-file", bobs},
-         {}},
+         {},
+         0,
+         ""},
         {{"add-proxy", file, "Tor/Isolated", "--kind", "socks5", "--host", "127.0.0.1", "--port",
           "9050", "--user", "stream-1", "--password-file", "-"},
-         "x=y\r\nsecond line ignored\n"},
+         "x=y\r\nsecond line ignored\n",
+         0,
+         ""},
         {{"add-proxy", file, "Spare", "--hidden", "--kind", "SOCKS5", "--host", "10.0.0.2",
           "--port", "1080"},
-         {}},
+         {},
+         0,
+         ""},
+        {{"list-proxies", file}, {}, 0, office + tor + spare},
+        {{"set", file, "statslastsource", "Pinger A"}, {}, 0, ""},
+        {{"set", file, "mlist.txt", "Tue 04 Mar 2025 10:00:00 GMT"}, {}, 0, ""},
+        {{"set", file, "statslastsource", "Pinger, B"}, {}, 0, ""},
+        {{"set", file, "empty", ""}, {}, 0, ""},
+        {{"get", file, "statslastsource"}, {}, 0, "Pinger, B\n"},
+        {{"list", file}, {}, 0, values + "statslastsource=Pinger, B\n"},
     };
-    for (const auto& [arguments, input] : additions) {
-        VKDBTOOL_EXPECT(run, arguments, 0, input);
-        QVERIFY2(run.out.isEmpty() && run.err.isEmpty(), describe(arguments, run).constData());
+    for (const Step& step : steps) {
+        VKDBTOOL_EXPECT(run, step.arguments, step.code, step.input);
+        QCOMPARE(run.out, step.out);
+        QCOMPARE(run.err, QString());
     }
-    // It holds passwords now: nobody but its owner reads it.
+    // It holds passwords: nobody but its owner reads it, from the start.
     QCOMPARE(int(QFileInfo(file).permissions() & 0x0077), 0);
 
-    // As the tool shows them: "/" back in the name, credentials decoded in
-    // the settings.
-    const QStringList shown = {
-        "Office HTTP,http,,proxy.example,3128,bob,pa%2Css%25w",
-        "Tor/Isolated,socks5,,127.0.0.1,9050,stream-1,x%3Dy",
-        "Spare,socks5, ,10.0.0.2,1080,,",
-    };
-    const QList<QStringList> settings = {
-        {"kind=http", "host=proxy.example", "port=3128", "user=bob", "password=pa,ss%w"},
-        {"kind=socks5", "host=127.0.0.1", "port=9050", "user=stream-1", "password=x=y"},
-        {"kind=socks5", "host=10.0.0.2", "port=1080", "user=", "password="},
-    };
-    QStringList blocks;
-    for (int i = 0; i < shown.size(); ++i)
-        blocks << shown.at(i) + '\n' + "  " + settings.at(i).join("\n  ") + '\n';
-    const QString listing = blocks.join(QString());
-    {
-        VKDBTOOL_EXPECT(run, (QStringList{"list-proxies", file}), 0);
-        QCOMPARE(run.out, listing);
-        QVERIFY(run.err.isEmpty());
-    }
-
     // As VKstats reaches it: the data file of the program folder, the slash
-    // still marked.
-    QStringList stored = shown;
-    stored[1].replace(u'/', QChar(0x00AD));
+    // still marked, the values as set.
     TestFrontEnd ui;
     QVERIFY(OpenSuiteDataFile(&ui));
     QCOMPARE(ui.messages.size(), 0);
     QCOMPARE(TheSuiteDataFile()->database->version(), version);
     QStringList records;
     QVERIFY(TheSuiteDataFile()->database->getProxyRecords(records));
-    QCOMPARE(records, stored);
+    QCOMPARE(records, (QStringList{office.section(u'\n', 0, 0),
+                                   tor.section(u'\n', 0, 0).replace(u'/', QChar(0x00AD)),
+                                   spare.section(u'\n', 0, 0)}));
+    QCOMPARE(TheSuiteDataFile()->database->readValue("empty", "default"), QString());
     CloseSuiteDataFile();
 
-    {
-        VKDBTOOL_EXPECT(run, (QStringList{"delete-proxy", file, "Tor/Isolated"}), 0);
-        QVERIFY(run.out.isEmpty() && run.err.isEmpty());
-    }
-    {
-        VKDBTOOL_EXPECT(run, (QStringList{"list-proxies", file}), 0);
-        QCOMPARE(run.out, blocks.at(0) + blocks.at(2));
-    }
-}
-
-// The values are kept the same way in both formats.
-void TestVkdbTool::valuesEndToEnd() {
-    const QString file = dataFile();
-    { VKDBTOOL_EXPECT(run, (QStringList{"create", file}), 0); }
-    const QList<QStringList> sets = {
-        {"set", file, "statslastsource", "Pinger A"},
-        {"set", file, "mlist.txt", "Tue 04 Mar 2025 10:00:00 GMT"},
-        {"set", file, "statslastsource", "Pinger, B"},
-        {"set", file, "empty", ""},
+    const QList<Step> removals = {
+        {{"delete-proxy", file, "Tor/Isolated"}, {}, 0, ""},
+        {{"list-proxies", file}, {}, 0, office + spare},
+        {{"delete", file, "statslastsource"}, {}, 0, ""},
+        {{"get", file, "statslastsource"}, {}, 5, ""},
+        {{"list", file}, {}, 0, values},
+        // Folders on the way are made.
+        {QStringList{"create", file + ".d/new/vk.dbc"} + format, {}, 0, ""},
     };
-    for (const QStringList& arguments : sets) {
-        VKDBTOOL_EXPECT(run, arguments, 0);
-        QVERIFY(run.out.isEmpty() && run.err.isEmpty());
+    for (const Step& step : removals) {
+        VKDBTOOL_EXPECT(run, step.arguments, step.code, step.input);
+        QCOMPARE(run.out, step.out);
     }
-    {
-        VKDBTOOL_EXPECT(run, (QStringList{"get", file, "statslastsource"}), 0);
-        QCOMPARE(run.out, QString("Pinger, B\n"));
-    }
-    {
-        VKDBTOOL_EXPECT(run, (QStringList{"list", file}), 0);
-        QCOMPARE(run.out, QString("empty=\nmlist.txt=Tue 04 Mar 2025 10:00:00 GMT\n"
-                                  "statslastsource=Pinger, B\n"));
-    }
-    {
-        TVKDB2 db(file);
-        QCOMPARE(db.readValue("statslastsource"), QString("Pinger, B"));
-        QCOMPARE(db.readValue("empty", "default"), QString(""));
-    }
-    { VKDBTOOL_EXPECT(run, (QStringList{"delete", file, "statslastsource"}), 0); }
-    {
-        VKDBTOOL_EXPECT(run, (QStringList{"get", file, "statslastsource"}), 5);
-        QVERIFY(run.out.isEmpty());
-    }
-    {
-        VKDBTOOL_EXPECT(run, (QStringList{"list", file}), 0);
-        QCOMPARE(run.out, QString("empty=\nmlist.txt=Tue 04 Mar 2025 10:00:00 GMT\n"));
-    }
-    QCOMPARE(TVKDB2(file).readValue("statslastsource", "gone"), QString("gone"));
+    QCOMPARE(GetVKDBVersion(file + ".d/new/vk.dbc"), version);
 }
 
 // The set-up a table row names: "data" and "data1" hold the proxy Tor and one
@@ -286,13 +173,12 @@ void TestVkdbTool::prepare(const QString& setup, const QString& file) {
     if (setup == "data" || setup == "data1" || setup == "locked") {
         const int version = setup == "data1" ? 1 : 2;
         QVERIFY(TVKDB::create(file, version, &error));
-        auto db = openAs(version, file);
-        ProxyEntry tor;
-        tor.name = "Tor";
-        tor.kind = "socks5";
-        tor.host = "127.0.0.1";
-        tor.port = 9050;
-        QVERIFY(db->addProxy(tor));
+        std::unique_ptr<TVKDB> db;
+        if (version == 1)
+            db = std::make_unique<TVKDB1>(file);
+        else
+            db = std::make_unique<TVKDB2>(file);
+        QVERIFY(db->addProxy(ProxyEntry{"Tor", "socks5", false, "127.0.0.1", 9050, {}, {}}));
         QVERIFY(db->writeValue("statslastsource", "Pinger A"));
     } else if (setup == "text") {
         TempEnvironment::writeFile(file, "[main]\nnot=a database\n");
@@ -305,8 +191,7 @@ void TestVkdbTool::prepare(const QString& setup, const QString& file) {
         }
         QSqlDatabase::removeDatabase("foreign");
     } else if (setup == "truncated") {
-        QVERIFY(TVKDB::create(file, 2, &error));
-        QVERIFY(QFile(file).resize(1000));
+        QVERIFY(TVKDB::create(file, 2, &error) && QFile(file).resize(1000));
     } else if (setup == "odd") {
         QVERIFY(TVKDB::create(file, 1, &error));
     }
@@ -326,14 +211,19 @@ void TestVkdbTool::commands() {
         argument.replace("$FILE", file).replace("$FOLDER", m_env->programFolder());
     const bool existed = QFileInfo::exists(file);
     const QByteArray before = TempEnvironment::readFile(file);
-    std::unique_ptr<LockHolder> lock;
+    const QString lockName = QStringLiteral("lock-holder");
     if (kind == "error" && f[1] == "locked") {
-        lock = std::make_unique<LockHolder>(file);
-        QVERIFY(lock->isLocked());
+        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), lockName);
+        db.setDatabaseName(file);
+        QVERIFY(db.open() && QSqlQuery(db).exec(QStringLiteral("BEGIN EXCLUSIVE")));
     }
     const int code = kind == "help" ? 0 : f[kind == "error" ? 3 : 2].toInt();
-    VKDBTOOL_EXPECT(run, arguments, code);
-    lock.reset();
+    const Run run = vkdbtool(arguments);
+    if (QSqlDatabase::contains(lockName)) {
+        QSqlDatabase::database(lockName).close();
+        QSqlDatabase::removeDatabase(lockName);
+    }
+    QVERIFY2(run.code == code, qPrintable(QString::number(run.code) + ": " + run.err));
     if (kind == "help") {
         QVERIFY2(run.err.isEmpty(), qPrintable(run.err));
         for (QString text : f[2].split(u'|'))
