@@ -8,6 +8,7 @@
 #include "IniFile.h"
 #include "MixKeyring.h"
 #include "PagePaths.h"
+#include "PageSet.h"
 #include "PageView.h"
 #include "RemailerDocs.h"
 #include "RemailerTracking.h"
@@ -28,8 +29,10 @@
 #include <QFileInfo>
 #include <QLocale>
 #include <QPointer>
+#include <QProcess>
 #include <QSignalSpy>
 #include <QSqlDatabase>
+#include <QSqlError>
 #include <QSqlQuery>
 #include <QTemporaryDir>
 #include <QTest>
@@ -187,6 +190,105 @@ QString openDataFile(const QString& setup, const QString& answer) {
 
 } // namespace
 
+namespace {
+
+// A connection of the test's own beside the one under test, to look at what
+// the file really holds and to hold locks on it. A statement that fails
+// gives one "<failed: ...>" value, one that returns no rows none.
+struct Raw {
+    explicit Raw(const QString& path) : name(QStringLiteral("raw%1").arg(++count)) {
+        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), name);
+        db.setDatabaseName(path);
+        open = db.open();
+    }
+    ~Raw() {
+        QSqlDatabase::database(name, false).close();
+        QSqlDatabase::removeDatabase(name);
+    }
+    Raw(const Raw&) = delete;
+    Raw& operator=(const Raw&) = delete;
+    QStringList column(const QString& sql) const {
+        QSqlQuery query(QSqlDatabase::database(name, false));
+        if (!query.exec(sql))
+            return {QStringLiteral("<failed: %1>").arg(query.lastError().text())};
+        QStringList values;
+        while (query.next())
+            values << query.value(0).toString();
+        return values;
+    }
+    static inline int count = 0;
+    QString name;
+    bool open = false;
+};
+
+std::unique_ptr<TVKDB> openAs(int version, const QString& path) {
+    if (version == 1)
+        return std::make_unique<TVKDB1>(path);
+    return std::make_unique<TVKDB2>(path);
+}
+
+ProxyEntry entry(const QString& name, const QString& kind, const QString& host, int port,
+                 const QString& user = {}, const QString& password = {}, bool hidden = false) {
+    return ProxyEntry{name, kind, hidden, host, port, user, password};
+}
+
+QStringList records(TVKDB& db) {
+    QStringList found;
+    if (!db.getProxyRecords(found))
+        return {QStringLiteral("<failed: %1>").arg(db.errorText())};
+    return found;
+}
+
+// An error code by the name the table gives it, in the order of TVKDB::ErrorCode.
+int errorCode(const QString& name) {
+    const int at = QStringList{"ok",     "failed",   "missing", "notdata", "damaged",
+                               "locked", "notfound", "exists",  "bad"}
+                       .indexOf(name);
+    if (at < 0)
+        qFatal("unknown error code %s", qPrintable(name));
+    return at;
+}
+
+} // namespace
+
+namespace {
+
+struct Run {
+    int code = -1; // -2: did not end by itself within a minute
+    QString out;
+    QString err;
+};
+
+// Runs the built tool with input on its standard input and waits for it.
+Run vkdbtool(const QStringList& arguments, const QByteArray& input = {}) {
+    QProcess process;
+    process.start(QStringLiteral(VKDBTOOL), arguments);
+    process.write(input);
+    process.closeWriteChannel();
+    Run run;
+    if (!process.waitForFinished(60000)) {
+        process.kill();
+        process.waitForFinished();
+        run.code = -2;
+    } else if (process.exitStatus() == QProcess::NormalExit) {
+        run.code = process.exitCode();
+    }
+    run.out = QString::fromUtf8(process.readAllStandardOutput());
+    run.err = QString::fromUtf8(process.readAllStandardError());
+    return run;
+}
+
+// Runs the tool and checks that it ended by itself with the given code.
+#define VKDBTOOL_EXPECT(run, arguments, expectedCode, ...)                                         \
+    const Run run = vkdbtool(arguments __VA_OPT__(, ) __VA_ARGS__);                                \
+    QVERIFY2(run.code == (expectedCode),                                                           \
+             qPrintable(QStringLiteral("vkdbtool %1\nexit %2\nstdout: %3\nstderr: %4")             \
+                            .arg((arguments).join(u' '))                                           \
+                            .arg(run.code)                                                         \
+                            .arg(run.out, run.err)))
+
+} // namespace
+
 class TestCore : public QObject {
     Q_OBJECT
 private slots:
@@ -196,6 +298,7 @@ private slots:
         QVERIFY(m_env->isValid());
         m_ui = TestFrontEnd();
     }
+    void cleanup() { CloseSuiteDataFile(); }
 
     void ini_data() { AddTableRows(QStringLiteral("inifile.txt")); }
     void ini();
@@ -240,9 +343,36 @@ private slots:
     void mixKeyring();
     void largeInputsTakeOnePass();
 
+    void dataFileCreated_data();
+    void dataFileCreated();
+    void dataFile_data() { AddTableRows(QStringLiteral("proxies.txt")); }
+    void dataFile();
+    void damagedPagesFoundOnReading();
+    void tool_data() { AddTableRows(QStringLiteral("vkdbtool.txt")); }
+    void tool();
+    void toolSession_data();
+    void toolSession();
+
 private:
     QString urlsPath() const { return ProgramFolder() + "urls.txt"; }
     void realStatsPage(const QStringList& f);
+    void refused(const QStringList& f);
+    void credentials(int version, const QString& user, const QString& password);
+    void deleted(int version, const QString& name, const QString& left);
+    void dbValues(int version, const QString& value);
+    void createRefused(const QString& setup, int version);
+    void probed(const QString& setup, int probed, int opened);
+    void locked(int version, const QString& operation);
+    std::unique_ptr<TVKDB> made(int version) {
+        QString error;
+        if (!TVKDB::create(path(), version, &error))
+            qFatal("cannot make a data file: %s", qPrintable(error));
+        return openAs(version, path());
+    }
+    QString path(const QString& name = QStringLiteral("vk.dbc")) const {
+        return ProgramFolder() + name;
+    }
+    void prepareTool(const QString& setup, const QString& file);
     std::unique_ptr<TempEnvironment> m_env;
     TestFrontEnd m_ui;
 };
@@ -1160,33 +1290,12 @@ void TestCore::tracking() {
 
 namespace {
 
-// The page classes by page name; "generic" is the base class.
+// A page of the class the program makes for its name; any other name gets
+// the base class.
 std::unique_ptr<TRemailerDoc> makeDoc(const QString& name, const QStringList& lines,
                                       PageView* view = nullptr) {
-    const QString origin = QStringLiteral("http://example.org/page");
-    if (!view)
-        view = new PageView(lines);
-    if (name == u"mlist.txt")
-        return std::make_unique<TMixMListTxt>(origin, view);
-    if (name == u"rlist.txt")
-        return std::make_unique<TCpkRListTxt>(origin, view);
-    if (name == u"pubring.mix")
-        return std::make_unique<TMixPubringMix>(origin, view);
-    if (name == u"type2.list")
-        return std::make_unique<TMixType2List>(origin, view);
-    if (name == u"pubring.asc")
-        return std::make_unique<TCpkPubringAsc>(origin, view);
-    if (name == u"advisory.txt")
-        return std::make_unique<TVKAdvisoryTxt>(origin, view);
-    if (name == u"urls.txt")
-        return std::make_unique<TVKUrlsTxt>(origin, view);
-    if (name == u"nymserver.asc")
-        return std::make_unique<TVKNymServerAsc>(origin, view);
-    if (name == u"mail2news.txt")
-        return std::make_unique<TVKMail2newsTxt>(origin, view);
-    if (name != u"generic")
-        qFatal("no page class for %s", qPrintable(name));
-    return std::make_unique<TRemailerDoc>(origin, view);
+    return PageSet::createDocument(name, QStringLiteral("http://example.org/page"),
+                                   view ? view : new PageView(lines));
 }
 
 QStringList withoutOuterBlankLines(QStringList lines) {
@@ -1387,6 +1496,474 @@ void TestCore::largeInputsTakeOnePass() {
     QCOMPARE(type2->Lines().size(), 800000);
     QVERIFY2(timer.elapsed() < 60000,
              qPrintable(QStringLiteral("took %1 ms").arg(timer.elapsed())));
+}
+
+// ---------------------------------------------------------------- suite data file
+
+void TestCore::dataFileCreated_data() {
+    QTest::addColumn<int>("version");
+    QTest::newRow("format 1") << 1;
+    QTest::newRow("format 2") << 2;
+}
+
+// A new file of each format: made empty, refused by the other format's
+// class, and then holding its proxies in the order they were added.
+void TestCore::dataFileCreated() {
+    QFETCH(int, version);
+    QString error;
+    QVERIFY2(TVKDB::create(path(), version, &error), qPrintable(error));
+    QVERIFY(error.isEmpty());
+    QCOMPARE(TempEnvironment::readFile(path()).left(16), QByteArray("SQLite format 3", 16));
+    QCOMPARE(GetVKDBVersion(path()), version);
+    {
+        Raw raw(path());
+        QCOMPARE(raw.column("PRAGMA application_id"), QStringList{QString::number(0x564B4442)});
+        QCOMPARE(raw.column("PRAGMA user_version"), QStringList{QString::number(version)});
+    }
+    auto other = openAs(3 - version, path());
+    QCOMPARE(other->error(), int(TVKDB::ErrorNotDataFile));
+    QVERIFY2(other->errorText().contains(QString::number(3 - version)),
+             qPrintable(other->errorText()));
+    {
+        auto db = openAs(version, path());
+        QCOMPARE(db->error(), 0);
+        QCOMPARE(records(*db), QStringList{});
+        QCOMPARE(db->valueNames(), QStringList{});
+        QCOMPARE(db->readValue("statslastsource", "none yet"), QString("none yet"));
+        for (const ProxyEntry& e : {entry("Zeta", "socks5", "localhost", 1080),
+                                    entry("Tor", "socks5", "127.0.0.1", 9050, "alice", "s3cret"),
+                                    entry("Hidden", "http", "proxy.example", 3128, {}, {}, true),
+                                    entry("Work/Office", "http", "10.0.0.1", 8080, "bob"),
+                                    entry("a/b/c", "http", "h", 1)})
+            QVERIFY2(db->addProxy(e), qPrintable(db->errorText()));
+    }
+    // Written out by hand: the layout other suite programs read, "/" kept as a soft hyphen.
+    const QStringList expected = {
+        "Zeta,socks5,,localhost,1080,,", "Tor,socks5,,127.0.0.1,9050,alice,s3cret",
+        "Hidden,http, ,proxy.example,3128,,", "Work\u00ADOffice,http,,10.0.0.1,8080,bob,",
+        "a\u00ADb\u00ADc,http,,h,1,,"};
+    QStringList found{"kept"};
+    QVERIFY(openAs(version, path())->getProxyRecords(found));
+    QCOMPARE(found, QStringList{"kept"} + expected);
+}
+
+void TestCore::dataFile() {
+    QFETCH(QStringList, f);
+    const QString& kind = f[0];
+    if (kind == "settings") {
+        QStringList found{"already=there"};
+        QCOMPARE(TVKDB::proxyRecordToSettings(f[1], found), f[2] != u'-');
+        QCOMPARE(found.mid(1).join(u'|'), f[2] == u'-' ? QString() : f[2]);
+    } else if (kind == "refused") {
+        refused(f);
+    } else if (kind == "credentials") {
+        credentials(f[1].toInt(), f[2], f[3]);
+    } else if (kind == "delete") {
+        deleted(f[1].toInt(), f[2], f[3]);
+    } else if (kind == "value") {
+        dbValues(f[1].toInt(), f[2]);
+    } else if (kind == "stored") {
+        QVERIFY(made(f[1].toInt())
+                    ->addProxy(entry("Tor/1", "socks5", "127.0.0.1", 9050, "al,ice", "100%")));
+        QCOMPARE(Raw(path()).column(f[2]).join(u'\n'), f[3]);
+        // "/" never reaches the file: the suite keeps the mark in its place.
+        QVERIFY(!TempEnvironment::readFile(path()).contains("Tor/1"));
+    } else if (kind == "create") {
+        createRefused(f[1], f[2].toInt());
+    } else if (kind == "probe") {
+        probed(f[1], errorCode(f[2]), errorCode(f[3]));
+    } else if (kind == "locked") {
+        locked(f[1].toInt(), f[2]);
+    } else {
+        QFAIL("unknown case kind");
+    }
+}
+
+// An entry added beside Tor and Work/Office that is refused, leaving no
+// transaction open behind it.
+void TestCore::refused(const QStringList& f) {
+    const int version = f[1].toInt();
+    const ProxyEntry entered = entry(f[2], f[3], f[4], f[5].toInt());
+    auto db = made(version);
+    QVERIFY(db->addProxy(entry("Tor", "socks5", "127.0.0.1", 9050)));
+    QVERIFY(db->addProxy(entry("Work/Office", "http", "10.0.0.1", 8080)));
+    const QStringList before = records(*db);
+    QVERIFY(!db->addProxy(entered));
+    QCOMPARE(db->error(), errorCode(f[6]));
+    QVERIFY(!db->errorText().isEmpty());
+    QCOMPARE(records(*db), before);
+    // A bad entry is refused before either format is touched; a clash is
+    // looked for in each format's own table.
+    QCOMPARE(TVKDB::checkProxyEntry(entered), f[6] == "bad" ? db->errorText() : QString());
+    QVERIFY2(db->addProxy(entry("Fresh", "http", "h", 1)), qPrintable(db->errorText()));
+    QCOMPARE(records(*openAs(version, path())).size(), 3);
+}
+
+// A user and password kept through the record and back into settings.
+void TestCore::credentials(int version, const QString& user, const QString& password) {
+    QVERIFY(made(version)->addProxy(entry("Tor", "socks5", "127.0.0.1", 9050, user, password)));
+    const QStringList found = records(*openAs(version, path()));
+    QCOMPARE(found.size(), 1);
+    QCOMPARE(found.first().split(u',').size(), 7);
+    QStringList settings;
+    QVERIFY(TVKDB::proxyRecordToSettings(found.first(), settings));
+    QCOMPARE(settings, (QStringList{"kind=socks5", "host=127.0.0.1", "port=9050", "user=" + user,
+                                    "password=" + password}));
+}
+
+// Removing a name from Alpha, b/c and Delta (hidden): the records left.
+void TestCore::deleted(int version, const QString& name, const QString& left) {
+    const bool removed = left.count(u'|') < 2;
+    {
+        auto db = made(version);
+        QVERIFY(db->addProxy(entry("Alpha", "http", "h1", 1)));
+        QVERIFY(db->addProxy(entry("b/c", "socks5", "h2", 2)));
+        QVERIFY(db->addProxy(entry("Delta", "http", "h3", 3, {}, {}, true)));
+        QCOMPARE(db->deleteProxy(name), removed);
+        QCOMPARE(db->error(), removed ? int(TVKDB::NoError) : int(TVKDB::ErrorNotFound));
+        QCOMPARE(db->errorText().contains(name), !removed);
+    }
+    QCOMPARE(records(*openAs(version, path())), left.split(u'|'));
+}
+
+void TestCore::dbValues(int version, const QString& value) {
+    const QString name = QStringLiteral("statslastsource");
+    {
+        auto db = made(version);
+        QVERIFY(db->writeValue(name, value));
+        QCOMPARE(db->readValue(name, "default"), value);
+    }
+    auto db = openAs(version, path());
+    QCOMPARE(db->readValue(name, "default"), value);
+    QCOMPARE(db->valueNames(), QStringList{name});
+    QVERIFY(db->writeValue(name, "second"));
+    QCOMPARE(db->readValue(name), QString("second"));
+    QCOMPARE(db->valueNames(), QStringList{name});
+    QVERIFY(db->deleteValue(name));
+    QCOMPARE(db->readValue(name, "default"), QString("default"));
+    QCOMPARE(db->valueNames(), QStringList{});
+    // Names come back sorted, whatever the order they were written in.
+    QVERIFY(db->writeValues({{name, "third"}, {"mlist.txt", "x"}, {"advisory.txt", "y"}}));
+    QCOMPARE(db->readValue(name) + db->readValue("mlist.txt"), QString("thirdx"));
+    QCOMPARE(db->valueNames(), (QStringList{"advisory.txt", "mlist.txt", name}));
+    QCOMPARE(db->error(), 0);
+}
+
+void TestCore::createRefused(const QString& setup, int version) {
+    const QString target = setup == "nofolder" ? path("not/there/vk.dbc") : path();
+    QString error;
+    if (setup == "data")
+        QVERIFY(TVKDB::create(target, 2, &error));
+    const QByteArray before = TempEnvironment::readFile(target);
+    QVERIFY(!TVKDB::create(target, version, &error));
+    QVERIFY(!error.isEmpty());
+    QCOMPARE(QFileInfo::exists(target), setup == "data");
+    QCOMPARE(TempEnvironment::readFile(target), before);
+    QCOMPARE(GetVKDBVersion(target), setup == "data" ? 2 : 0);
+}
+
+// What probing and opening make of a file that is not a usable data file.
+void TestCore::probed(const QString& setup, int probed, int opened) {
+    const QString file = path();
+    QString error;
+    const auto foreign = [&](int id, int version, const char* sql) {
+        Raw raw(file);
+        for (const QString& s :
+             {QStringLiteral("PRAGMA application_id = %1").arg(id),
+              QStringLiteral("PRAGMA user_version = %1").arg(version), QString::fromLatin1(sql)})
+            QCOMPARE(raw.column(s), QStringList());
+    };
+    if (setup == "folder")
+        QVERIFY(QDir().mkpath(file));
+    else if (setup == "empty")
+        TempEnvironment::writeFile(file, {});
+    else if (setup == "header")
+        TempEnvironment::writeFile(file, QByteArray("SQLite format 3", 16));
+    else if (setup == "foreign")
+        foreign(0, 0, "CREATE TABLE vk_values (name TEXT, value TEXT)");
+    else if (setup.startsWith("v"))
+        foreign(VkdbApplicationId, setup.mid(1).toInt(), "CREATE TABLE t (x)");
+    else if (setup.startsWith("cut"))
+        QVERIFY(TVKDB::create(file, 2, &error) && QFile(file).resize(setup.mid(3).toInt()));
+    QVERIFY(!QTest::currentTestFailed());
+    const QByteArray before = TempEnvironment::readFile(file);
+    QString why;
+    int version = -1;
+    QCOMPARE(int(TVKDB::probe(file, &version, &why)), probed);
+    QCOMPARE(why.isEmpty(), probed == TVKDB::NoError);
+    QCOMPARE(version, probed == TVKDB::NoError ? 2 : 0);
+    QCOMPARE(GetVKDBVersion(file), version);
+    for (int format : {1, 2}) {
+        auto db = openAs(format, file);
+        QCOMPARE(db->error(), opened);
+        QVERIFY(!db->errorText().isEmpty());
+        // Using a file that failed to open reports failure, nothing worse.
+        QStringList found;
+        QVERIFY(!db->getProxyRecords(found));
+        QVERIFY(found.isEmpty());
+        QCOMPARE(db->readValue("statslastsource", "fallback"), QString("fallback"));
+    }
+    // Looking never changes or creates a file.
+    QCOMPARE(QFileInfo::exists(file), setup != "missing");
+    QCOMPARE(TempEnvironment::readFile(file), before);
+}
+
+// Each operation gives up after its busy time-out while another connection
+// holds the file, and leaves it whole.
+void TestCore::locked(int version, const QString& operation) {
+    {
+        auto db = made(version);
+        QVERIFY(db->addProxy(entry("Tor", "socks5", "127.0.0.1", 9050)));
+        QVERIFY(db->writeValue("statslastsource", "Pinger A"));
+    }
+    std::unique_ptr<TVKDB> db;
+    if (operation != "open")
+        db = openAs(version, path());
+    {
+        Raw holder(path());
+        QCOMPARE(holder.column("BEGIN EXCLUSIVE"), QStringList());
+        QElapsedTimer timer;
+        timer.start();
+        QStringList found;
+        if (operation == "open") {
+            QCOMPARE(TVKDB::probe(path()), TVKDB::ErrorLocked);
+            QCOMPARE(GetVKDBVersion(path()), 0);
+            db = openAs(version, path());
+        } else if (operation == "records") {
+            QVERIFY(!db->getProxyRecords(found));
+        } else if (operation == "add proxy") {
+            QVERIFY(!db->addProxy(entry("Other", "http", "h", 1)));
+        } else if (operation == "delete proxy") {
+            QVERIFY(!db->deleteProxy("Tor"));
+        } else if (operation == "write value") {
+            QVERIFY(!db->writeValue("statslastsource", "Pinger B"));
+        } else {
+            QVERIFY(!db->writeValues({{"mlist.txt", "2002-08-20"}, {"statslastsource", "B"}}));
+        }
+        QVERIFY(found.isEmpty());
+        QVERIFY2(timer.elapsed() < 20000, qPrintable(QString::number(timer.elapsed())));
+        QCOMPARE(db->error(), int(TVKDB::ErrorLocked));
+        QVERIFY2(db->errorText().contains("locked"), qPrintable(db->errorText()));
+        QCOMPARE(holder.column("ROLLBACK"), QStringList());
+    }
+    auto after = openAs(version, path());
+    QCOMPARE(after->error(), 0);
+    QCOMPARE(records(*after).size(), 1);
+    QCOMPARE(after->readValue("statslastsource"), QString("Pinger A"));
+    QCOMPARE(after->readValue("mlist.txt", "none"), QString("none"));
+    QVERIFY(after->addProxy(entry("Other", "http", "h", 1)));
+}
+
+// Damage behind an intact first page (header and schema) shows only when the
+// tables are read: the file opens, and reading then fails as damaged.
+void TestCore::damagedPagesFoundOnReading() {
+    made(2).reset();
+    int pageSize = 0;
+    {
+        Raw raw(path());
+        QCOMPARE(raw.column("BEGIN"), QStringList());
+        for (int i = 0; i < 300; ++i)
+            raw.column(QString("INSERT INTO vk_proxies (name, kind, hidden, host, port, user, "
+                               "password) VALUES ('proxy %1', 'http', 0, 'host.example', %2, "
+                               "'user', 'password')")
+                           .arg(i)
+                           .arg(i + 1));
+        QCOMPARE(raw.column("COMMIT"), QStringList());
+        pageSize = raw.column("PRAGMA page_size").value(0).toInt();
+    }
+    QCOMPARE(records(*openAs(2, path())).size(), 300);
+    QVERIFY(pageSize >= 512);
+    {
+        QFile file(path());
+        QVERIFY(file.open(QIODevice::ReadWrite) && file.size() > 8 * pageSize);
+        QVERIFY(file.seek(2 * pageSize));
+        const QByteArray noise(file.size() - 2 * pageSize, '\x55');
+        QCOMPARE(file.write(noise), noise.size());
+    }
+    QCOMPARE(TVKDB::probe(path()), TVKDB::NoError);
+    auto db = openAs(2, path());
+    QCOMPARE(db->error(), 0);
+    QStringList found;
+    QVERIFY(!db->getProxyRecords(found));
+    QCOMPARE(db->error(), int(TVKDB::ErrorDamaged));
+    QVERIFY2(db->errorText().contains("malformed"), qPrintable(db->errorText()));
+    QVERIFY(found.isEmpty());
+}
+
+// ---------------------------------------------------------------- vkdbtool
+
+void TestCore::toolSession_data() {
+    QTest::addColumn<QStringList>("format");
+    QTest::addColumn<int>("version");
+    QTest::newRow("default") << QStringList{} << 2;
+    QTest::newRow("format 1") << QStringList{"--format", "1"} << 1;
+    QTest::newRow("format=1") << QStringList{"--format=1"} << 1;
+}
+
+// A data file made, filled, listed and emptied through the tool, and read by
+// VKstats between: each step its arguments, standard input, exit code and
+// standard output ("*": not looked at).
+void TestCore::toolSession() {
+    QFETCH(QStringList, format);
+    QFETCH(int, version);
+    const QString file = (ProgramFolder() + QStringLiteral("vk.dbc"));
+    const QString bobs = ProgramFolder() + "bob.pw";
+    TempEnvironment::writeFile(bobs, "pa,ss%w\n");
+    const QString office = "Office HTTP,http,,proxy.example,3128,bob,pa%2Css%25w\n  kind=http\n"
+                           "  host=proxy.example\n  port=3128\n  user=bob\n  password=pa,ss%w\n";
+    const QString tor = "Tor/Isolated,socks5,,127.0.0.1,9050,stream-1,x%3Dy\n  kind=socks5\n"
+                        "  host=127.0.0.1\n  port=9050\n  user=stream-1\n  password=x=y\n";
+    const QString spare = "Spare,socks5, ,10.0.0.2,1080,,\n  kind=socks5\n  host=10.0.0.2\n"
+                          "  port=1080\n  user=\n  password=\n";
+    const QString values = "empty=\nmlist.txt=Tue 04 Mar 2025 10:00:00 GMT\n";
+    struct Step {
+        QStringList arguments;
+        QByteArray input;
+        int code;
+        QString out;
+    };
+    // Passwords come from a file or standard input, never from the command
+    // line; only the first line counts.
+    const QList<Step> steps = {
+        {QStringList{"create"} + format + QStringList{file}, {}, 0, ""},
+        {{"add-proxy", file, "Office HTTP", "--kind", "http", "--host", "proxy.example", "--port",
+          "3128", "--user", "bob", "--password-file", bobs},
+         {},
+         0,
+         ""},
+        {{"add-proxy", file, "Tor/Isolated", "--kind", "socks5", "--host", "127.0.0.1", "--port",
+          "9050", "--user", "stream-1", "--password-file", "-"},
+         "x=y\r\nsecond line ignored\n",
+         0,
+         ""},
+        {{"add-proxy", file, "Spare", "--hidden", "--kind", "SOCKS5", "--host", "10.0.0.2",
+          "--port", "1080"},
+         {},
+         0,
+         ""},
+        {{"list-proxies", file}, {}, 0, office + tor + spare},
+        {{"set", file, "statslastsource", "Pinger A"}, {}, 0, ""},
+        {{"set", file, "mlist.txt", "Tue 04 Mar 2025 10:00:00 GMT"}, {}, 0, ""},
+        {{"set", file, "statslastsource", "Pinger, B"}, {}, 0, ""},
+        {{"set", file, "empty", ""}, {}, 0, ""},
+        {{"get", file, "statslastsource"}, {}, 0, "Pinger, B\n"},
+        {{"list", file}, {}, 0, values + "statslastsource=Pinger, B\n"},
+    };
+    for (const Step& step : steps) {
+        VKDBTOOL_EXPECT(run, step.arguments, step.code, step.input);
+        QCOMPARE(run.out, step.out);
+        QCOMPARE(run.err, QString());
+    }
+    // It holds passwords: nobody but its owner reads it, from the start.
+    QCOMPARE(int(QFileInfo(file).permissions() & 0x0077), 0);
+
+    // As VKstats reaches it: the data file of the program folder, the slash
+    // still marked, the values as set.
+    TestFrontEnd ui;
+    QVERIFY(OpenSuiteDataFile(&ui));
+    QCOMPARE(ui.messages.size(), 0);
+    QCOMPARE(TheSuiteDataFile()->database->version(), version);
+    QStringList stored;
+    QVERIFY(TheSuiteDataFile()->database->getProxyRecords(stored));
+    QCOMPARE(stored, (QStringList{office.section(u'\n', 0, 0),
+                                  tor.section(u'\n', 0, 0).replace(u'/', QChar(0x00AD)),
+                                  spare.section(u'\n', 0, 0)}));
+    QCOMPARE(TheSuiteDataFile()->database->readValue("empty", "default"), QString());
+    CloseSuiteDataFile();
+
+    const QList<Step> removals = {
+        {{"delete-proxy", file, "Tor/Isolated"}, {}, 0, ""},
+        {{"list-proxies", file}, {}, 0, office + spare},
+        {{"delete", file, "statslastsource"}, {}, 0, ""},
+        {{"get", file, "statslastsource"}, {}, 5, ""},
+        {{"list", file}, {}, 0, values},
+        // Folders on the way are made.
+        {QStringList{"create", file + ".d/new/vk.dbc"} + format, {}, 0, ""},
+    };
+    for (const Step& step : removals) {
+        VKDBTOOL_EXPECT(run, step.arguments, step.code, step.input);
+        QCOMPARE(run.out, step.out);
+    }
+    QCOMPARE(GetVKDBVersion(file + ".d/new/vk.dbc"), version);
+}
+
+// The set-up a table row names: "data" and "data1" hold the proxy Tor and one
+// value, in format 2 or 1; "none" leaves no file.
+void TestCore::prepareTool(const QString& setup, const QString& file) {
+    QString error;
+    if (setup == "data" || setup == "data1" || setup == "locked") {
+        const int version = setup == "data1" ? 1 : 2;
+        QVERIFY(TVKDB::create(file, version, &error));
+        auto db = openAs(version, file);
+        QVERIFY(db->addProxy(ProxyEntry{"Tor", "socks5", false, "127.0.0.1", 9050, {}, {}}));
+        QVERIFY(db->writeValue("statslastsource", "Pinger A"));
+    } else if (setup == "text") {
+        TempEnvironment::writeFile(file, "[main]\nnot=a database\n");
+    } else if (setup == "foreign") {
+        {
+            QSqlDatabase db = QSqlDatabase::addDatabase("QSQLITE", "foreign");
+            db.setDatabaseName(file);
+            QVERIFY(db.open());
+            QVERIFY(QSqlQuery(db).exec("CREATE TABLE vk_values (name TEXT, value TEXT)"));
+        }
+        QSqlDatabase::removeDatabase("foreign");
+    } else if (setup == "truncated") {
+        QVERIFY(TVKDB::create(file, 2, &error) && QFile(file).resize(1000));
+    } else if (setup == "odd") {
+        QVERIFY(TVKDB::create(file, 1, &error));
+    }
+}
+
+void TestCore::tool() {
+    QFETCH(QStringList, f);
+    const QString file = (ProgramFolder() + QStringLiteral("vk.dbc"));
+    const QString& kind = f[0];
+    prepareTool(kind == "odd" ? kind : kind == "error" ? f[1] : QStringLiteral("none"), file);
+    if (QTest::currentTestFailed())
+        return;
+    QStringList arguments = f[kind == "error" ? 2 : 1].split(u'|');
+    if (arguments == QStringList{QString()})
+        arguments.clear();
+    for (QString& argument : arguments)
+        argument.replace("$FILE", file).replace("$FOLDER", ProgramFolder());
+    const bool existed = QFileInfo::exists(file);
+    const QByteArray before = TempEnvironment::readFile(file);
+    const QString lockName = QStringLiteral("lock-holder");
+    if (kind == "error" && f[1] == "locked") {
+        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), lockName);
+        db.setDatabaseName(file);
+        QVERIFY(db.open() && QSqlQuery(db).exec(QStringLiteral("BEGIN EXCLUSIVE")));
+    }
+    const int code = kind == "help" ? 0 : f[kind == "error" ? 3 : 2].toInt();
+    const Run run = vkdbtool(arguments);
+    if (QSqlDatabase::contains(lockName)) {
+        QSqlDatabase::database(lockName).close();
+        QSqlDatabase::removeDatabase(lockName);
+    }
+    QVERIFY2(run.code == code, qPrintable(QString::number(run.code) + ": " + run.err));
+    if (kind == "help") {
+        QVERIFY2(run.err.isEmpty(), qPrintable(run.err));
+        for (QString text : f[2].split(u'|'))
+            QVERIFY2(run.out.contains(text.replace("@VERSION@", VKSTATS_VERSION)),
+                     qPrintable(text + " missing from:\n" + run.out));
+    } else if (kind == "error") {
+        QVERIFY2(run.out.isEmpty(), qPrintable(run.out));
+        // One line, naming the tool, saying what is wrong.
+        QVERIFY2(run.err.endsWith('\n') && run.err.count('\n') == 1, qPrintable(run.err));
+        QVERIFY2(run.err.startsWith("vkdbtool"), qPrintable(run.err));
+        QVERIFY2(run.err.contains(QString(f[4]).replace("$FILE", file)), qPrintable(run.err));
+        // A refused command leaves the file as it was, or absent.
+        QCOMPARE(QFileInfo::exists(file), existed);
+        QCOMPARE(TempEnvironment::readFile(file), before);
+    } else {
+        QCOMPARE(run.err.isEmpty(), code == 0);
+        TVKDB1 db(file);
+        QStringList records;
+        QVERIFY(db.getProxyRecords(records));
+        QCOMPARE(records, f[3].isEmpty() ? QStringList{} : QStringList{f[3]});
+        if (code == 0 && arguments.first() == "set")
+            QCOMPARE(db.readValue(arguments.at(2)), arguments.at(3));
+    }
 }
 
 QTEST_GUILESS_MAIN(TestCore)
