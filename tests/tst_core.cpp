@@ -1800,90 +1800,42 @@ void TestCore::toolSession_data() {
     QTest::newRow("format=1") << QStringList{"--format=1"} << 1;
 }
 
-// A data file made, filled, listed and emptied through the tool, and read by
-// VKstats between: each step its arguments, standard input, exit code and
-// standard output ("*": not looked at).
+// A data file made, filled, listed and emptied through the tool (the
+// steps of tables/vkdbsession.txt in turn), and read by VKstats between.
 void TestCore::toolSession() {
     QFETCH(QStringList, format);
     QFETCH(int, version);
-    const QString file = (ProgramFolder() + QStringLiteral("vk.dbc"));
-    const QString bobs = ProgramFolder() + "bob.pw";
-    TempEnvironment::writeFile(bobs, "pa,ss%w\n");
-    const QString office = "Office HTTP,http,,proxy.example,3128,bob,pa%2Css%25w\n  kind=http\n"
-                           "  host=proxy.example\n  port=3128\n  user=bob\n  password=pa,ss%w\n";
-    const QString tor = "Tor/Isolated,socks5,,127.0.0.1,9050,stream-1,x%3Dy\n  kind=socks5\n"
-                        "  host=127.0.0.1\n  port=9050\n  user=stream-1\n  password=x=y\n";
-    const QString spare = "Spare,socks5, ,10.0.0.2,1080,,\n  kind=socks5\n  host=10.0.0.2\n"
-                          "  port=1080\n  user=\n  password=\n";
-    const QString values = "empty=\nmlist.txt=Tue 04 Mar 2025 10:00:00 GMT\n";
-    struct Step {
+    const QString file = ProgramFolder() + QStringLiteral("vk.dbc");
+    TempEnvironment::writeFile(ProgramFolder() + "bob.pw", "pa,ss%w\n");
+    for (const QStringList& row : TableRows(QStringLiteral("vkdbsession.txt"))) {
+        if (row[2] == "@vkstats") {
+            TestFrontEnd ui;
+            QVERIFY(OpenSuiteDataFile(&ui));
+            QCOMPARE(shown(ui), QString());
+            QCOMPARE(TheSuiteDataFile()->database->version(), version);
+            QStringList stored;
+            QVERIFY(TheSuiteDataFile()->database->getProxyRecords(stored));
+            QCOMPARE(stored.join(u'\n'), row[3]);
+            stored.clear();
+            for (const QString& name : TheSuiteDataFile()->database->valueNames())
+                stored << name + u'=' + TheSuiteDataFile()->database->readValue(name, "<none>");
+            QCOMPARE(stored.join(u'\n'), row[4]);
+            CloseSuiteDataFile();
+            continue;
+        }
         QStringList arguments;
-        QByteArray input;
-        int code;
-        QString out;
-    };
-    // Passwords come from a file or standard input, never from the command
-    // line; only the first line counts.
-    const QList<Step> steps = {
-        {QStringList{"create"} + format + QStringList{file}, {}, 0, ""},
-        {{"add-proxy", file, "Office HTTP", "--kind", "http", "--host", "proxy.example", "--port",
-          "3128", "--user", "bob", "--password-file", bobs},
-         {},
-         0,
-         ""},
-        {{"add-proxy", file, "Tor/Isolated", "--kind", "socks5", "--host", "127.0.0.1", "--port",
-          "9050", "--user", "stream-1", "--password-file", "-"},
-         "x=y\r\nsecond line ignored\n",
-         0,
-         ""},
-        {{"add-proxy", file, "Spare", "--hidden", "--kind", "SOCKS5", "--host", "10.0.0.2",
-          "--port", "1080"},
-         {},
-         0,
-         ""},
-        {{"list-proxies", file}, {}, 0, office + tor + spare},
-        {{"set", file, "statslastsource", "Pinger A"}, {}, 0, ""},
-        {{"set", file, "mlist.txt", "Tue 04 Mar 2025 10:00:00 GMT"}, {}, 0, ""},
-        {{"set", file, "statslastsource", "Pinger, B"}, {}, 0, ""},
-        {{"set", file, "empty", ""}, {}, 0, ""},
-        {{"get", file, "statslastsource"}, {}, 0, "Pinger, B\n"},
-        {{"list", file}, {}, 0, values + "statslastsource=Pinger, B\n"},
-    };
-    for (const Step& step : steps) {
-        VKDBTOOL_EXPECT(run, step.arguments, step.code, step.input);
-        QCOMPARE(run.out, step.out);
-        QCOMPARE(run.err, QString());
+        for (const QString& argument : row[2].split(u'|'))
+            arguments += argument == "$FORMAT"
+                             ? format
+                             : QStringList{QString(argument)
+                                               .replace("$FILE", file)
+                                               .replace("$FOLDER", ProgramFolder())};
+        VKDBTOOL_EXPECT(run, arguments, row[4].toInt(), row[3].toUtf8());
+        QVERIFY2(run.out == row[5] && (run.code != 0 || run.err.isEmpty()),
+                 qPrintable("line " + row[0] + ":\n" + run.out + run.err));
     }
     // It holds passwords: nobody but its owner reads it, from the start.
     QCOMPARE(int(QFileInfo(file).permissions() & 0x0077), 0);
-
-    // As VKstats reaches it: the data file of the program folder, the slash
-    // still marked, the values as set.
-    TestFrontEnd ui;
-    QVERIFY(OpenSuiteDataFile(&ui));
-    QCOMPARE(ui.messages.size(), 0);
-    QCOMPARE(TheSuiteDataFile()->database->version(), version);
-    QStringList stored;
-    QVERIFY(TheSuiteDataFile()->database->getProxyRecords(stored));
-    QCOMPARE(stored, (QStringList{office.section(u'\n', 0, 0),
-                                  tor.section(u'\n', 0, 0).replace(u'/', QChar(0x00AD)),
-                                  spare.section(u'\n', 0, 0)}));
-    QCOMPARE(TheSuiteDataFile()->database->readValue("empty", "default"), QString());
-    CloseSuiteDataFile();
-
-    const QList<Step> removals = {
-        {{"delete-proxy", file, "Tor/Isolated"}, {}, 0, ""},
-        {{"list-proxies", file}, {}, 0, office + spare},
-        {{"delete", file, "statslastsource"}, {}, 0, ""},
-        {{"get", file, "statslastsource"}, {}, 5, ""},
-        {{"list", file}, {}, 0, values},
-        // Folders on the way are made.
-        {QStringList{"create", file + ".d/new/vk.dbc"} + format, {}, 0, ""},
-    };
-    for (const Step& step : removals) {
-        VKDBTOOL_EXPECT(run, step.arguments, step.code, step.input);
-        QCOMPARE(run.out, step.out);
-    }
     QCOMPARE(GetVKDBVersion(file + ".d/new/vk.dbc"), version);
 }
 
