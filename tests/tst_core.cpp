@@ -40,6 +40,68 @@
 #include <QUrl>
 
 #include <memory>
+#include <optional>
+
+namespace {
+
+// A connection of the test's own beside the one under test, to look at what
+// the file really holds and to hold locks on it. A statement that fails
+// gives one "<failed: ...>" value, one that returns no rows none.
+struct Raw {
+    explicit Raw(const QString& path) : name(QStringLiteral("raw%1").arg(++count)) {
+        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), name);
+        db.setDatabaseName(path);
+        open = db.open();
+    }
+    ~Raw() {
+        QSqlDatabase::database(name, false).close();
+        QSqlDatabase::removeDatabase(name);
+    }
+    Raw(const Raw&) = delete;
+    Raw& operator=(const Raw&) = delete;
+    QStringList column(const QString& sql) const {
+        QSqlQuery query(QSqlDatabase::database(name, false));
+        if (!query.exec(sql))
+            return {QStringLiteral("<failed: %1>").arg(query.lastError().text())};
+        QStringList values;
+        while (query.next())
+            values << query.value(0).toString();
+        return values;
+    }
+    static inline int count = 0;
+    QString name;
+    bool open = false;
+};
+
+std::unique_ptr<TVKDB> openAs(int version, const QString& path) {
+    if (version == 1)
+        return std::make_unique<TVKDB1>(path);
+    return std::make_unique<TVKDB2>(path);
+}
+
+ProxyEntry entry(const QString& name, const QString& kind, const QString& host, int port,
+                 const QString& user = {}, const QString& password = {}, bool hidden = false) {
+    return ProxyEntry{name, kind, hidden, host, port, user, password};
+}
+
+QStringList records(TVKDB& db) {
+    QStringList found;
+    if (!db.getProxyRecords(found))
+        return {QStringLiteral("<failed: %1>").arg(db.errorText())};
+    return found;
+}
+
+// An error code by the name the table gives it, in the order of TVKDB::ErrorCode.
+int errorCode(const QString& name) {
+    const int at = QStringList{"ok",     "failed",   "missing", "notdata", "damaged",
+                               "locked", "notfound", "exists",  "bad"}
+                       .indexOf(name);
+    if (at < 0)
+        qFatal("unknown error code %s", qPrintable(name));
+    return at;
+}
+
+} // namespace
 
 namespace {
 
@@ -160,93 +222,28 @@ QString openDataFile(const QString& setup, const QString& answer) {
     QString error;
     if (setup != "none")
         TVKDB::create(path, 2, &error);
-    {
-        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), "holder");
-        db.setDatabaseName(path);
-        if (setup == "locked")
-            if (!db.open() || !QSqlQuery(db).exec(QStringLiteral("BEGIN EXCLUSIVE")))
-                qFatal("cannot lock the data file");
-        TestFrontEnd ui;
-        ui.answers = {answer == "yes" ? IdYes : IdNo};
-        QElapsedTimer clock;
-        clock.start();
-        const bool opened = OpenSuiteDataFile(&ui);
-        error = QStringLiteral("%1|%2|%3|%4|")
-                    .arg(opened)
-                    .arg(opened               ? TheSuiteDataFile()->database->version()
-                         : TheSuiteDataFile() ? -1
-                                              : 0)
-                    .arg(clock.elapsed() >= 3000 ? "waited" : "")
-                    .arg(QFileInfo(path).permissions() & 0x0FFF, 0, 16) +
-                shown(ui);
-        if (opened && TheSuiteDataFile()->owner != &ui)
-            error += " (wrong owner)";
-        CloseSuiteDataFile();
-        db.close();
+    std::optional<Raw> holder;
+    if (setup == "locked") { // the row then shows the wait, or fails
+        holder.emplace(path);
+        holder->column("BEGIN EXCLUSIVE");
     }
-    QSqlDatabase::removeDatabase("holder");
+    TestFrontEnd ui;
+    ui.answers = {answer == "yes" ? IdYes : IdNo};
+    QElapsedTimer clock;
+    clock.start();
+    const bool opened = OpenSuiteDataFile(&ui);
+    error = QStringLiteral("%1|%2|%3|%4|")
+                .arg(opened)
+                .arg(opened               ? TheSuiteDataFile()->database->version()
+                     : TheSuiteDataFile() ? -1
+                                          : 0)
+                .arg(clock.elapsed() >= 3000 ? "waited" : "")
+                .arg(QFileInfo(path).permissions() & 0x0FFF, 0, 16) +
+            shown(ui);
+    if (opened && TheSuiteDataFile()->owner != &ui)
+        error += " (wrong owner)";
+    CloseSuiteDataFile();
     return error;
-}
-
-} // namespace
-
-namespace {
-
-// A connection of the test's own beside the one under test, to look at what
-// the file really holds and to hold locks on it. A statement that fails
-// gives one "<failed: ...>" value, one that returns no rows none.
-struct Raw {
-    explicit Raw(const QString& path) : name(QStringLiteral("raw%1").arg(++count)) {
-        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), name);
-        db.setDatabaseName(path);
-        open = db.open();
-    }
-    ~Raw() {
-        QSqlDatabase::database(name, false).close();
-        QSqlDatabase::removeDatabase(name);
-    }
-    Raw(const Raw&) = delete;
-    Raw& operator=(const Raw&) = delete;
-    QStringList column(const QString& sql) const {
-        QSqlQuery query(QSqlDatabase::database(name, false));
-        if (!query.exec(sql))
-            return {QStringLiteral("<failed: %1>").arg(query.lastError().text())};
-        QStringList values;
-        while (query.next())
-            values << query.value(0).toString();
-        return values;
-    }
-    static inline int count = 0;
-    QString name;
-    bool open = false;
-};
-
-std::unique_ptr<TVKDB> openAs(int version, const QString& path) {
-    if (version == 1)
-        return std::make_unique<TVKDB1>(path);
-    return std::make_unique<TVKDB2>(path);
-}
-
-ProxyEntry entry(const QString& name, const QString& kind, const QString& host, int port,
-                 const QString& user = {}, const QString& password = {}, bool hidden = false) {
-    return ProxyEntry{name, kind, hidden, host, port, user, password};
-}
-
-QStringList records(TVKDB& db) {
-    QStringList found;
-    if (!db.getProxyRecords(found))
-        return {QStringLiteral("<failed: %1>").arg(db.errorText())};
-    return found;
-}
-
-// An error code by the name the table gives it, in the order of TVKDB::ErrorCode.
-int errorCode(const QString& name) {
-    const int at = QStringList{"ok",     "failed",   "missing", "notdata", "damaged",
-                               "locked", "notfound", "exists",  "bad"}
-                       .indexOf(name);
-    if (at < 0)
-        qFatal("unknown error code %s", qPrintable(name));
-    return at;
 }
 
 } // namespace
@@ -1852,13 +1849,7 @@ void TestCore::prepareTool(const QString& setup, const QString& file) {
     } else if (setup == "text") {
         TempEnvironment::writeFile(file, "[main]\nnot=a database\n");
     } else if (setup == "foreign") {
-        {
-            QSqlDatabase db = QSqlDatabase::addDatabase("QSQLITE", "foreign");
-            db.setDatabaseName(file);
-            QVERIFY(db.open());
-            QVERIFY(QSqlQuery(db).exec("CREATE TABLE vk_values (name TEXT, value TEXT)"));
-        }
-        QSqlDatabase::removeDatabase("foreign");
+        QCOMPARE(Raw(file).column("CREATE TABLE vk_values (name TEXT, value TEXT)"), QStringList());
     } else if (setup == "truncated") {
         QVERIFY(TVKDB::create(file, 2, &error) && QFile(file).resize(1000));
     } else if (setup == "odd") {
@@ -1880,18 +1871,14 @@ void TestCore::tool() {
         argument.replace("$FILE", file).replace("$FOLDER", ProgramFolder());
     const bool existed = QFileInfo::exists(file);
     const QByteArray before = TempEnvironment::readFile(file);
-    const QString lockName = QStringLiteral("lock-holder");
+    std::optional<Raw> holder;
     if (kind == "error" && f[1] == "locked") {
-        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), lockName);
-        db.setDatabaseName(file);
-        QVERIFY(db.open() && QSqlQuery(db).exec(QStringLiteral("BEGIN EXCLUSIVE")));
+        holder.emplace(file);
+        QCOMPARE(holder->column("BEGIN EXCLUSIVE"), QStringList());
     }
     const int code = kind == "help" ? 0 : f[kind == "error" ? 3 : 2].toInt();
     const Run run = vkdbtool(arguments);
-    if (QSqlDatabase::contains(lockName)) {
-        QSqlDatabase::database(lockName).close();
-        QSqlDatabase::removeDatabase(lockName);
-    }
+    holder.reset();
     QVERIFY2(run.code == code, qPrintable(QString::number(run.code) + ": " + run.err));
     if (kind == "help") {
         QVERIFY2(run.err.isEmpty(), qPrintable(run.err));
