@@ -205,6 +205,7 @@ void TestSuiteBus::claimActivateAndPost() {
     QCOMPARE(firstBus.interface()->serviceOwner(SuiteBus::serviceName()).value(),
              firstBus.baseService());
 
+    QCOMPARE(received.count(), 0);
     QDBusConnection poster = open(QStringLiteral("poster"));
     for (const Message& message : {Message(1, 0), Message(7, 0), Message(3, 4)}) {
         received.clear();
