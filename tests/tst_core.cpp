@@ -114,13 +114,13 @@ QStringList split(const QString& field) {
     return field.isEmpty() ? QStringList() : field.split(u'|');
 }
 
-// The messages a test front end was shown, each as type letter (W E I C N),
+// The messages a test front end was shown, each as type letter (W E I C N, ?),
 // buttons, style (c: centred dialog, s: system box) and text, the program
 // folder written as @P@.
 QString shown(const TestFrontEnd& ui) {
     QStringList out;
     for (const TestFrontEnd::Message& m : ui.messages)
-        out << QString(QStringLiteral("WEICN").at(m.type < 0 ? 4 : m.type)) +
+        out << QStringLiteral("WEICN?").mid(m.type < 0 ? 4 : qMin(int(m.type), 5), 1) +
                    QString::number(m.buttons) + (m.style == MsgStyle::CentredDialog ? u'c' : u's') +
                    u':' + QString(m.text).replace(ProgramFolder(), QStringLiteral("@P@"));
     return out.join(QStringLiteral(" / "));
