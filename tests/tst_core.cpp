@@ -591,7 +591,8 @@ void TestCore::msgDlgWaitTicksRunProgram() {
     QCOMPARE(MsgDlg(&m_ui, "q", Confirm, MbYesNoCancel), int(IdYes));
     QCOMPARE(MsgDlg(&m_ui, "odd", 9, MbOk), int(IdOk));
     QCOMPARE(MsgBox(&m_ui, "w", Warning, MbOkCancel), int(IdCancel));
-    QCOMPARE(shown(m_ui), "C3c:q / N0s:odd / W1s:w");
+    QCOMPARE(MsgBox(&m_ui, "c", Confirm, MbYesNo), int(IdNo));
+    QCOMPARE(shown(m_ui), "C3c:q / N0s:odd / W1s:w / C4s:c");
 
     bool fired = false;
     QTimer::singleShot(10, [&] { fired = true; });
@@ -634,6 +635,8 @@ void TestCore::urls() {
         const SourceBoxContent box = sources.sourceBoxContent(f[2]);
         QCOMPARE(box.entries.join(u'|'), f[3]);
         QCOMPARE(box.selected, f[4].toInt());
+    } else if (kind == "pingers") {
+        QCOMPARE(AllPingersToUrls(f[2].split(u'|'), ReadLines(urlsPath())).join(u'|'), f[3]);
     } else if (kind == "move") {
         QVERIFY(sources.moveSource(f[2], f[3].toInt()));
         QCOMPARE(TempEnvironment::readFile(urlsPath()), f[4].toLatin1());
