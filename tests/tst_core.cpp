@@ -210,17 +210,17 @@ QString encrypted(int files, const QString& text) {
 
 // Opens the suite's data file after a set-up: "none" (no file; the offer to
 // make one answered yes or no), "v2", "override" (named in the suite's
-// settings) or "locked" (held by another connection). Then: opened, format,
+// settings), "nofolder" (named there, in a folder that is not there) or
+// "locked" (held by another connection). Then: opened, format,
 // whether it waited three seconds, its permissions, what was said.
 QString openDataFile(const QString& setup, const QString& answer) {
     QString path = ProgramFolder() + "vk.dbc";
-    if (setup == "override") {
+    if (setup == "override" || setup == "nofolder") {
         path = ProgramFolder() + "elsewhere/suite.dbc";
         IniFile(IniFileName()).writeString("main", "datafile", path);
-        QDir().mkpath(ProgramFolder() + "elsewhere");
     }
     QString error;
-    if (setup != "none")
+    if (setup != "none" && setup != "nofolder" && QDir().mkpath(ProgramFolder() + "elsewhere"))
         TVKDB::create(path, 2, &error);
     std::optional<Raw> holder;
     if (setup == "locked") { // the row then shows the wait, or fails
