@@ -46,11 +46,11 @@ static QString Unescape(const QString& field) {
     return out;
 }
 
-void AddTableRows(const QString& name) {
-    QTest::addColumn<QStringList>("f");
+QList<QStringList> TableRows(const QString& name) {
     const QByteArray bytes = TempEnvironment::readFile(QStringLiteral(VK_TABLES "/") + name);
     if (bytes.isEmpty())
         qFatal("missing case table %s", qPrintable(name));
+    QList<QStringList> rows;
     const QStringList lines = QString::fromUtf8(bytes).split(u'\n');
     for (qsizetype n = 0; n < lines.size(); ++n) {
         if (lines[n].trimmed().isEmpty() || lines[n].startsWith(u'#'))
@@ -58,7 +58,15 @@ void AddTableRows(const QString& name) {
         QStringList fields = lines[n].split(u'\t');
         for (QString& field : fields)
             field = Unescape(field);
-        const QByteArray tag = QStringLiteral("%1:%2").arg(n + 1).arg(fields[0]).toUtf8();
-        QTest::newRow(tag.constData()) << fields;
+        rows.append(QStringList{QString::number(n + 1)} + fields);
+    }
+    return rows;
+}
+
+void AddTableRows(const QString& name) {
+    QTest::addColumn<QStringList>("f");
+    for (QStringList row : TableRows(name)) {
+        const QString line = row.takeFirst();
+        QTest::newRow(qPrintable(line + u':' + row[0])) << row;
     }
 }

@@ -22,3 +22,5 @@ QString CreateDataFile(const QString& programFolder);
 // at tabs, with \n \r \t \\ and \xHH undone; blank lines and lines starting
 // with '#' are skipped. Rows are tagged with their line number and first field.
 void AddTableRows(const QString& name);
+// The same rows for a test that runs them in turn, each led by its line number.
+QList<QStringList> TableRows(const QString& name);

@@ -1,0 +1,1924 @@
+// The core library's units, each driven by its case table in tests/tables
+// (one slot per table) plus the few checks a table cannot hold: whole files
+// written, the shipped urls.txt, and large or hostile inputs that must take
+// one pass.
+#include "BarredEdit.h"
+#include "BarredList.h"
+#include "FileSizeLimit.h"
+#include "Global2.h"
+#include "IniFile.h"
+#include "MixKeyring.h"
+#include "PagePaths.h"
+#include "PageSet.h"
+#include "PageView.h"
+#include "RemailerDocs.h"
+#include "RemailerTracking.h"
+#include "SourceOrder.h"
+#include "StatsSettings.h"
+#include "StatsSources.h"
+#include "SuiteDatabase.h"
+#include "TempEnvironment.h"
+#include "TestData.h"
+#include "TestFrontEnd.h"
+#include "TextFile.h"
+#include "UrlsCases.h"
+
+#include <QDate>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QFileInfo>
+#include <QLocale>
+#include <QPointer>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QSqlDatabase>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+#include <QUrl>
+
+#include <memory>
+#include <optional>
+
+namespace {
+
+// A connection of the test's own beside the one under test, to look at what
+// the file really holds and to hold locks on it. A statement that fails
+// gives one "<failed: ...>" value, one that returns no rows none.
+struct Raw {
+    explicit Raw(const QString& path) : name(QStringLiteral("raw%1").arg(++count)) {
+        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), name);
+        db.setDatabaseName(path);
+        open = db.open();
+    }
+    ~Raw() {
+        QSqlDatabase::database(name, false).close();
+        QSqlDatabase::removeDatabase(name);
+    }
+    Raw(const Raw&) = delete;
+    Raw& operator=(const Raw&) = delete;
+    QStringList column(const QString& sql) const {
+        QSqlQuery query(QSqlDatabase::database(name, false));
+        if (!query.exec(sql))
+            return {QStringLiteral("<failed: %1>").arg(query.lastError().text())};
+        QStringList values;
+        while (query.next())
+            values << query.value(0).toString();
+        return values;
+    }
+    static inline int count = 0;
+    QString name;
+    bool open = false;
+};
+
+std::unique_ptr<TVKDB> openAs(int version, const QString& path) {
+    if (version == 1)
+        return std::make_unique<TVKDB1>(path);
+    return std::make_unique<TVKDB2>(path);
+}
+
+ProxyEntry entry(const QString& name, const QString& kind, const QString& host, int port,
+                 const QString& user = {}, const QString& password = {}, bool hidden = false) {
+    return ProxyEntry{name, kind, hidden, host, port, user, password};
+}
+
+QStringList records(TVKDB& db) {
+    QStringList found;
+    if (!db.getProxyRecords(found))
+        return {QStringLiteral("<failed: %1>").arg(db.errorText())};
+    return found;
+}
+
+// An error code by the name the table gives it, in the order of TVKDB::ErrorCode.
+int errorCode(const QString& name) {
+    const int at = QStringList{"ok",     "failed",   "missing", "notdata", "damaged",
+                               "locked", "notfound", "exists",  "bad"}
+                       .indexOf(name);
+    if (at < 0)
+        qFatal("unknown error code %s", qPrintable(name));
+    return at;
+}
+
+} // namespace
+
+namespace {
+
+// A table's list field: joined by |, "-" (or nothing, where allowed) for none.
+QStringList list(const QString& field) {
+    return field == u'-' ? QStringList() : field.split(u'|');
+}
+
+QStringList split(const QString& field) {
+    return field.isEmpty() ? QStringList() : field.split(u'|');
+}
+
+// The messages a test front end was shown, each as type letter (W E I C N, ?),
+// buttons, style (c: centred dialog, s: system box) and text, the program
+// folder written as @P@.
+QString shown(const TestFrontEnd& ui) {
+    QStringList out;
+    for (const TestFrontEnd::Message& m : ui.messages)
+        out << QStringLiteral("WEICN?").mid(m.type < 0 ? 4 : qMin(int(m.type), 5), 1) +
+                   QString::number(m.buttons) + (m.style == MsgStyle::CentredDialog ? u'c' : u's') +
+                   u':' + QString(m.text).replace(ProgramFolder(), QStringLiteral("@P@"));
+    return out.join(QStringLiteral(" / "));
+}
+
+QString fontText(const QString& text) {
+    const FontSpec f = StringToFont(text);
+    const QString styles = QString(f.bold ? u'b' : u'-') + (f.italic ? u'i' : u'-') +
+                           (f.underline ? u'u' : u'-') + (f.strikeOut ? u's' : u'-');
+    return QStringLiteral("%1 %2 %3 %4 = %5")
+        .arg(f.name)
+        .arg(f.size)
+        .arg(styles)
+        .arg(f.color)
+        .arg(FontToString(f));
+}
+
+QString trimBoth(const QString& text) {
+    QStringList leading = list(text), trailing = leading;
+    TrimLeadingBlankLines(leading);
+    TrimTrailingBlankLines(trailing);
+    return (leading.isEmpty() ? "-" : leading.join(u'|')) + QStringLiteral(" ; ") +
+           (trailing.isEmpty() ? "-" : trailing.join(u'|'));
+}
+
+QString mixmasterDir(const QString& mixpath, bool homeMix) {
+    QTemporaryDir home;
+    const QByteArray oldHome = qgetenv("HOME");
+    qputenv("HOME", home.path().toLocal8Bit());
+    if (homeMix)
+        QDir(home.path()).mkdir(QStringLiteral(".Mix"));
+    if (mixpath == u'-')
+        qunsetenv("MIXPATH");
+    else
+        qputenv("MIXPATH", mixpath.toLocal8Bit());
+    const QString found = GetMixmasterDir().replace(home.path(), QStringLiteral("HOME"));
+    qputenv("HOME", oldHome);
+    return found;
+}
+
+// Where the program keeps its files when VKSTATS_HOME ("-": unset) does not
+// say: below the temporary folder, or "<exe>"; "again" when it moved once the
+// folder was made current, "open" when others may look into it.
+QString programFolder(const QString& home, bool portable) {
+    QTemporaryDir temp;
+    const QString marker = QCoreApplication::applicationDirPath() + "/portable";
+    if (portable)
+        TempEnvironment::writeFile(marker, "");
+    const QString oldCurrent = QDir::currentPath();
+    QDir::setCurrent(temp.path());
+    qputenv("XDG_DATA_HOME", (temp.path() + "/data").toLocal8Bit());
+    if (home == "-")
+        qunsetenv("VKSTATS_HOME");
+    else
+        qputenv("VKSTATS_HOME", home.toLocal8Bit());
+    const QString first = ProgramFolder();
+    QDir().mkpath(first);
+    QDir::setCurrent(first); // as start-up does
+    const QString again = ProgramFolder();
+    const bool open =
+        QFileInfo(first).permissions() & (QFile::ReadGroup | QFile::WriteGroup | QFile::ExeGroup |
+                                          QFile::ReadOther | QFile::WriteOther | QFile::ExeOther);
+    QDir::setCurrent(oldCurrent);
+    qunsetenv("XDG_DATA_HOME");
+    QFile::remove(marker);
+    QString got = first == QCoreApplication::applicationDirPath() + '/'
+                      ? QStringLiteral("<exe>")
+                      : QString(first).remove(QDir(temp.path()).canonicalPath() + '/');
+    if (again != first)
+        got += " again " + again;
+    if (open && home == "-" && !portable)
+        got += " open";
+    return got;
+}
+
+// Only VK.pgp without VK.dbc (files: 1 VK.dbc, 2 VK.pgp) means the data file
+// is encrypted: whether it is, then what was said.
+QString encrypted(int files, const QString& text) {
+    if (files & 1)
+        TempEnvironment::writeFile(DataFileName(), "x");
+    if (files & 2)
+        TempEnvironment::writeFile(EncryptedDataFileName(), "x");
+    TestFrontEnd ui;
+    const bool is = text.isEmpty() ? IsDataFileEncrypted(&ui) : IsDataFileEncrypted(&ui, text);
+    return QString::number(is) + u'|' + shown(ui);
+}
+
+// Opens the suite's data file after a set-up: "none" (no file; the offer to
+// make one answered yes or no), "v2", "override" (named in the suite's
+// settings), "nofolder" (named there, in a folder that is not there) or
+// "locked" (held by another connection). Then: opened, format,
+// whether it waited three seconds, its permissions, what was said.
+QString openDataFile(const QString& setup, const QString& answer) {
+    QString path = ProgramFolder() + "vk.dbc";
+    if (setup == "override" || setup == "nofolder") {
+        path = ProgramFolder() + "elsewhere/suite.dbc";
+        IniFile(IniFileName()).writeString("main", "datafile", path);
+    }
+    QString error;
+    if (setup != "none" && setup != "nofolder" && QDir().mkpath(ProgramFolder() + "elsewhere"))
+        TVKDB::create(path, 2, &error);
+    std::optional<Raw> holder;
+    if (setup == "locked") { // the row then shows the wait, or fails
+        holder.emplace(path);
+        holder->column("BEGIN EXCLUSIVE");
+    }
+    TestFrontEnd ui;
+    ui.answers = {answer == "yes" ? IdYes : IdNo};
+    QElapsedTimer clock;
+    clock.start();
+    const bool opened = OpenSuiteDataFile(&ui);
+    error = QStringLiteral("%1|%2|%3|%4|")
+                .arg(opened)
+                .arg(opened               ? TheSuiteDataFile()->database->version()
+                     : TheSuiteDataFile() ? -1
+                                          : 0)
+                .arg(clock.elapsed() >= 3000 ? "waited" : "")
+                .arg(QFileInfo(path).permissions() & 0x0FFF, 0, 16) +
+            shown(ui);
+    if (opened && TheSuiteDataFile()->owner != &ui)
+        error += " (wrong owner)";
+    CloseSuiteDataFile();
+    return error;
+}
+
+} // namespace
+
+namespace {
+
+struct Run {
+    int code = -1; // -2: did not end by itself within a minute
+    QString out;
+    QString err;
+};
+
+// Runs the built tool with input on its standard input and waits for it.
+Run vkdbtool(const QStringList& arguments, const QByteArray& input = {}) {
+    QProcess process;
+    process.start(QStringLiteral(VKDBTOOL), arguments);
+    process.write(input);
+    process.closeWriteChannel();
+    Run run;
+    if (!process.waitForFinished(60000)) {
+        process.kill();
+        process.waitForFinished();
+        run.code = -2;
+    } else if (process.exitStatus() == QProcess::NormalExit) {
+        run.code = process.exitCode();
+    }
+    run.out = QString::fromUtf8(process.readAllStandardOutput());
+    run.err = QString::fromUtf8(process.readAllStandardError());
+    return run;
+}
+
+// Runs the tool and checks that it ended by itself with the given code.
+#define VKDBTOOL_EXPECT(run, arguments, expectedCode, ...)                                         \
+    const Run run = vkdbtool(arguments __VA_OPT__(, ) __VA_ARGS__);                                \
+    QVERIFY2(run.code == (expectedCode),                                                           \
+             qPrintable(QStringLiteral("vkdbtool %1\nexit %2\nstdout: %3\nstderr: %4")             \
+                            .arg((arguments).join(u' '))                                           \
+                            .arg(run.code)                                                         \
+                            .arg(run.out, run.err)))
+
+} // namespace
+
+class TestCore : public QObject {
+    Q_OBJECT
+private slots:
+    void init() {
+        m_env.reset(); // the old one restores the environment it found
+        m_env = std::make_unique<TempEnvironment>();
+        QVERIFY(m_env->isValid());
+        m_ui = TestFrontEnd();
+    }
+    void cleanup() { CloseSuiteDataFile(); }
+
+    void ini_data() { AddTableRows(QStringLiteral("inifile.txt")); }
+    void ini();
+    void iniOperations();
+    void settings_data() { AddTableRows(QStringLiteral("settings.txt")); }
+    void settings();
+    void settingsSaveOrder();
+    void global2_data() { AddTableRows(QStringLiteral("global2.txt")); }
+    void global2();
+    void msgDlgWaitTicksRunProgram();
+
+    void urls_data() { AddTableRows(QStringLiteral("urls.txt")); }
+    void urls();
+    void urlsReadAfresh();
+    void urlsOddFiles();
+    void shippedUrls();
+    void installDefault_data();
+    void installDefault();
+    void sourceOrder_data() { AddTableRows(QStringLiteral("sourceorder.txt")); }
+    void sourceOrder();
+    void moveSourceRefused_data() { AddSaveObstacleRows(); }
+    void moveSourceRefused();
+    void sourceOrderRefused_data() { AddSaveObstacleRows(); }
+    void sourceOrderRefused();
+
+    void barred_data() { AddTableRows(QStringLiteral("barred.txt")); }
+    void barred();
+    void barredFromProgramFolder();
+    void barredStoredFiles_data();
+    void barredStoredFiles();
+    void barEdit_data() { AddTableRows(QStringLiteral("baredit.txt")); }
+    void barEdit();
+    void barEditRealPage();
+    void barEditStoredFiles();
+    void tracking_data() { AddTableRows(QStringLiteral("tracking.txt")); }
+    void tracking();
+    void pageView();
+    void pageClasses();
+    void docs_data() { AddTableRows(QStringLiteral("docs.txt")); }
+    void docs();
+    void mixKeyring_data();
+    void mixKeyring();
+    void largeInputsTakeOnePass();
+
+    void dataFileCreated_data();
+    void dataFileCreated();
+    void dataFile_data() { AddTableRows(QStringLiteral("proxies.txt")); }
+    void dataFile();
+    void damagedPagesFoundOnReading();
+    void tool_data() { AddTableRows(QStringLiteral("vkdbtool.txt")); }
+    void tool();
+    void toolSession_data();
+    void toolSession();
+
+private:
+    QString urlsPath() const { return ProgramFolder() + "urls.txt"; }
+    void realStatsPage(const QStringList& f);
+    void refused(const QStringList& f);
+    void credentials(int version, const QString& user, const QString& password);
+    void deleted(int version, const QString& name, const QString& left);
+    void dbValues(int version, const QString& value);
+    void createRefused(const QString& setup, int version);
+    void probed(const QString& setup, int probed, int opened);
+    void locked(int version, const QString& operation);
+    std::unique_ptr<TVKDB> made(int version) {
+        QString error;
+        if (!TVKDB::create(path(), version, &error))
+            qFatal("cannot make a data file: %s", qPrintable(error));
+        return openAs(version, path());
+    }
+    QString path(const QString& name = QStringLiteral("vk.dbc")) const {
+        return ProgramFolder() + name;
+    }
+    void prepareTool(const QString& setup, const QString& file);
+    std::unique_ptr<TempEnvironment> m_env;
+    TestFrontEnd m_ui;
+};
+
+// ---------------------------------------------------------------- settings
+
+void TestCore::ini() {
+    QFETCH(QStringList, f);
+    const QString path = ProgramFolder() + "vkstats.ini";
+    if (f[0] != "trip" && f[1] != u'-')
+        TempEnvironment::writeFile(path, f[1].toLatin1());
+    IniFile ini(path);
+    if (f[0] == "read") {
+        QCOMPARE(ini.readString(f[2], f[3], "DEF"), f[4]);
+    } else if (f[0] == "write") {
+        QVERIFY(ini.writeString(f[2], f[3], f[4]));
+        QCOMPARE(TempEnvironment::readFile(path), f[5].toUtf8());
+    } else if (f[0] == "trip") {
+        QVERIFY(ini.writeString("stats", "key", f[1]));
+        QVERIFY(ini.writeString("stats", "other", "x"));
+        QCOMPARE(IniFile(path).readString("stats", "key", "DEF"), f[1]);
+        QCOMPARE(TempEnvironment::readFile(path),
+                 QByteArray("[stats]\nkey=") + f[1].toUtf8() + "\nother=x\n");
+    } else if (f[0] == "number") {
+        QVERIFY(ini.writeString("stats", "k", f[1]));
+        QCOMPARE(ini.readInteger("stats", "k", -7), f[2].toInt());
+        // A bool that cannot be read gives its default; both defaults show it.
+        QCOMPARE(ini.readBool("stats", "k", true), f[3] == u'1');
+        QCOMPARE(ini.readBool("stats", "k", false), f[2] != "-7" && f[3] == u'1');
+        QVERIFY(ini.writeBool("stats", "b", false) && ini.writeBool("stats", "c", true));
+        QCOMPARE(ini.readString("stats", "b", {}) + ini.readString("stats", "c", {}), "01");
+    } else {
+        QFAIL("unknown case kind");
+    }
+}
+
+// Every read is fresh, except within an operation, which reads once and
+// writes once at its commit; writes that cannot land fail cleanly.
+void TestCore::iniOperations() {
+    const QString path = ProgramFolder() + "vkstats.ini";
+    IniFile ini(path);
+    QVERIFY(ini.writeInteger("stats", "timeoutseconds", 45));
+    QCOMPARE(ini.readInteger("stats", "timeoutseconds", 30), 45);
+    TempEnvironment::writeFile(path, "[a]\nx=1\n;c\ny=2\n[stats]\ntimeoutseconds=12\n");
+    QCOMPARE(ini.readInteger("stats", "timeoutseconds", 30), 12);
+    QCOMPARE(ini.readSectionKeys("A"), (QStringList{"x", "y"}));
+    QCOMPARE(ini.readSectionKeys("none"), QStringList());
+    // Deleting a key that is gone already is no failure.
+    QVERIFY(ini.deleteKey("stats", "timeoutseconds") && ini.deleteKey("stats", "timeoutseconds"));
+    QCOMPARE(ini.readInteger("stats", "timeoutseconds", 30), 30);
+
+    const QByteArray before = "[stats]\r\na=1\r\n";
+    TempEnvironment::writeFile(path, before);
+    {
+        IniFile::Operation saving(ini);
+        QVERIFY(ini.writeString("stats", "b", "2"));
+        QVERIFY(ini.writeString("other", "c", "3"));
+        QVERIFY(ini.deleteKey("stats", "a"));
+        QCOMPARE(ini.readString("stats", "b", {}) + ini.readString("stats", "a", "-"), "2-");
+        QCOMPARE(TempEnvironment::readFile(path), before);
+        TempEnvironment::writeFile(path, "[stats]\r\nb=changed\r\n");
+        QCOMPARE(ini.readString("stats", "b", {}), QStringLiteral("2"));
+        QVERIFY(saving.commit());
+    }
+    QCOMPARE(TempEnvironment::readFile(path),
+             QByteArray("[stats]\r\nb=2\r\n\r\n[other]\r\nc=3\r\n"));
+    TempEnvironment::writeFile(path, before);
+    QCOMPARE(ini.readString("stats", "a", {}), QStringLiteral("1"));
+    {
+        IniFile::Operation dropped(ini);
+        QVERIFY(ini.writeString("stats", "a", "9"));
+    }
+    QCOMPARE(TempEnvironment::readFile(path), before);
+
+    IniFile missingFolder(ProgramFolder() + "no/such/folder/vkstats.ini");
+    QVERIFY(!missingFolder.writeString("stats", "k", "v"));
+    QVERIFY(missingFolder.errorString().contains("no/such/folder/vkstats.ini"));
+    const QString blocked = ProgramFolder() + "blocked.ini";
+    QVERIFY(QDir().mkdir(blocked));
+    QVERIFY(!IniFile(blocked).writeString("stats", "k", "v"));
+    QVERIFY(QFileInfo(blocked).isDir());
+}
+// What a load made of the settings, as one line a table row can hold.
+static QString describe(const MainSettings& s) {
+    return QStringList{"tb=" + QString::number(s.showToolbar),
+                       "sb=" + QString::number(s.showStatusBar),
+                       "bar=" + QString::number(s.barNew),
+                       "exit=" + QString::number(s.exitLeft),
+                       "color=" + QString::number(s.windowColor),
+                       s.tickedPages.join(u','),
+                       s.statsFont,
+                       s.windowFont,
+                       s.editorFont,
+                       s.dialogFont}
+        .join(u'|');
+}
+
+static QString describe(const StatsOptions& o) {
+    return QStringList{QString::number(o.autoLoad) + QString::number(o.windowCentered) +
+                           QString::number(o.barNew) + QString::number(o.cascadeStatsOnly) +
+                           QString::number(o.cascade),
+                       "color=" + QString::number(o.windowColor),
+                       o.windowFont,
+                       o.dialogFont,
+                       o.editorFont,
+                       QString::number(o.timeoutSeconds)}
+        .join(u'|');
+}
+
+void TestCore::settings() {
+    QFETCH(QStringList, f);
+    const QString path = ProgramFolder() + "vkstats.ini";
+    IniFile ini(path);
+    const auto rect = [](const QRect& r) {
+        return QStringLiteral("%1,%2,%3,%4").arg(r.x()).arg(r.y()).arg(r.width()).arg(r.height());
+    };
+    if (f[0] == "main" || f[0] == "options") {
+        if (f[1] != u'-')
+            TempEnvironment::writeFile(path, f[1].toLatin1());
+        QCOMPARE(f[0] == "main" ? describe(LoadMainSettings(ini)) : describe(LoadStatsOptions(ini)),
+                 f[2]);
+    } else if (f[0] == "pages") {
+        QVERIFY(ini.writeString("stats", "pages", f[1]));
+        const MainSettings loaded = LoadMainSettings(ini);
+        QCOMPARE(loaded.tickedPages.join(u'|'),
+                 QString(f[2]).replace("@ALL@", UpdatePageOrder().join(u'|')));
+        MainSettingsToSave out;
+        out.tickedPages = loaded.tickedPages;
+        QVERIFY(SaveMainSettings(ini, out));
+        QCOMPARE(ini.readString("stats", "pages", "DEF"),
+                 QString(f[3]).replace("@ALL@", UpdatePageOrder().join(u',')));
+    } else if (f[0] == "geometry") {
+        const WindowGeometry g = ParseWindowRecord(f[1], QSize(686, 516));
+        QCOMPARE(g.state, f[2].toInt());
+        QCOMPARE(g.placement, 0);
+        QCOMPARE(rect(g.rect), f[3]);
+    } else if (f[0] == "record") {
+        QCOMPARE(MakeWindowRecord(f[1], f[2].toInt(), 0, QRect(50, 60, 700, 500)), f[3]);
+    } else if (f[0] == "comma") {
+        QCOMPARE(ToCommaText(f[1] == u'-' ? QStringList() : f[1].split(u'|')), f[2]);
+    } else if (f[0] == "timeout") {
+        QVERIFY(ini.writeString("stats", "timeoutseconds", f[1]));
+        QCOMPARE(LoadStatsOptions(ini).timeoutSeconds, f[2].toInt());
+        QCOMPARE(ReadTimeoutSeconds(ini), f[3].toInt());
+    } else if (f[0] == "fromtext") {
+        QCOMPARE(TimeoutFromText(f[1]), f[2].toInt());
+    } else {
+        QFAIL("unknown case kind");
+    }
+}
+
+// The keys in the order the suite's other programs write them, and read back.
+void TestCore::settingsSaveOrder() {
+    const QString path = ProgramFolder() + "vkstats.ini";
+    IniFile ini(path);
+    MainSettingsToSave out;
+    out.window = "0,0,10,20,300,200";
+    out.lastProxy = "<none>";
+    out.windowColor = 16777215;
+    out.windowFont = out.editorFont = "Courier New,9,,0";
+    out.dialogFont = "MS Sans Serif,8,,0";
+    out.tickedPages = {"rlist.txt", "mlist.txt"};
+    out.showStatusBar = false;
+    QVERIFY(SaveMainSettings(ini, out));
+    QCOMPARE(TempEnvironment::readFile(path),
+             QByteArray("[stats]\nwindow=0,0,10,20,300,200\nlastproxy=<none>\n"
+                        "windowcolor=16777215\nwindowfont=Courier New,9,,0\n"
+                        "editorfont=Courier New,9,,0\ndialogfont=MS Sans Serif,8,,0\n"
+                        "pages=mlist.txt,rlist.txt\nshowstatusbar=0\nshowtoolbar=1\n"));
+    TempEnvironment::writeFile(path, "");
+    StatsOptions o;
+    o.windowFont = "A,1,,0";
+    o.dialogFont = "B,2,b,0";
+    o.editorFont = "C,3,,255";
+    o.timeoutSeconds = 45;
+    QVERIFY(SaveStatsOptions(ini, o));
+    QCOMPARE(TempEnvironment::readFile(path),
+             QByteArray("[stats]\nbarnew=0\ncascadestatsonly=1\ncascade=1\nautoload=1\n"
+                        "windowcentered=0\nwindowcolor=-2147483643\nwindowfont=A,1,,0\n"
+                        "dialogfont=B,2,b,0\neditorfont=C,3,,255\ntimeoutseconds=45\n"
+                        "nostalesave=0\n"));
+    QCOMPARE(describe(LoadStatsOptions(ini)), "10011|color=-2147483643|A,1,,0|B,2,b,0|C,3,,255|45");
+}
+
+void TestCore::global2() {
+    QFETCH(QStringList, f);
+    const QString& fn = f[0];
+    QString got;
+    if (fn == "GetField")
+        got = GetField(f[1].toInt(), f[2], f[3].at(0), f[4]);
+    else if (fn == "MonthNumber")
+        got = QString::number(MonthNumber(f[1]));
+    else if (fn == "StripAmpersand")
+        got = StripAmpersand(f[1]);
+    else if (fn == "AddTrailingBackslash")
+        got = AddTrailingBackslash(f[1]);
+    else if (fn == "TrimBlankLines")
+        got = trimBoth(f[1]);
+    else if (fn == "Font")
+        got = fontText(f[1]);
+    else if (fn == "MixmasterDir")
+        got = mixmasterDir(f[1], f[2] == u'1');
+    else if (fn == "ProgramFolder")
+        got = programFolder(f[1], f[2] == u'1');
+    else if (fn == "Encrypted")
+        got = encrypted(f[1].toInt(), f[2]);
+    else if (fn == "DataFileName")
+        got = DataFileName().replace(ProgramFolder(), "@P@") + u'|' +
+              EncryptedDataFileName().replace(ProgramFolder(), "@P@");
+    else if (fn == "OpenDataFile")
+        got = openDataFile(f[1], f[2]);
+    else
+        QFAIL("unknown function in the table");
+    QCOMPARE(got, f.last());
+}
+
+void TestCore::msgDlgWaitTicksRunProgram() {
+    m_ui.answers = {IdYes};
+    QCOMPARE(MsgDlg(&m_ui, "q", Confirm, MbYesNoCancel), int(IdYes));
+    QCOMPARE(MsgDlg(&m_ui, "odd", 9, MbOk), int(IdOk));
+    QCOMPARE(MsgBox(&m_ui, "w", Warning, MbOkCancel), int(IdCancel));
+    QCOMPARE(MsgBox(&m_ui, "c", Confirm, MbYesNo), int(IdNo));
+    QCOMPARE(shown(m_ui), "C3c:q / N0s:odd / W1s:w / C4s:c");
+
+    bool fired = false;
+    QTimer::singleShot(10, [&] { fired = true; });
+    QElapsedTimer clock;
+    clock.start();
+    WaitTicks(nullptr, 60);
+    QVERIFY(fired);
+    QVERIFY(clock.elapsed() >= 59);
+
+    // The quoted name must reach touch as one argument; a shell would also
+    // have expanded the $HOME, which must stay literal.
+    const QString marker = ProgramFolder() + "made by touch";
+    QVERIFY(QDir::setCurrent(ProgramFolder()));
+    QVERIFY(RunProgram(QStringLiteral("touch \"%1\" \"$HOME\"").arg(marker), SwShowNormal) > 0);
+    QTRY_VERIFY(QFile::exists(marker));
+    QTRY_VERIFY(QFile::exists(ProgramFolder() + "$HOME"));
+    QCOMPARE(RunProgram(QStringLiteral("/nonexistent/tool arg"), SwShowNormal), qint64(0));
+    QCOMPARE(RunProgram(QString(), SwShowNormal), qint64(0));
+}
+
+// ---------------------------------------------------------------- urls.txt
+
+void TestCore::urls() {
+    QFETCH(QStringList, f);
+    QVERIFY(PlaceUrls(urlsPath(), f[1] == u'-' ? MissingUrls : f[1].toLatin1()));
+    const StatsSourceList sources(urlsPath(), &m_ui);
+    const QString& kind = f[0];
+    if (kind == "name") {
+        QCOMPARE(sources.sourceNameByIndex(f[2].toInt()), f[3]);
+        if (f[2] == u'0')
+            QCOMPARE(sources.defaultSource(), f[3]);
+    } else if (kind == "lines") {
+        QCOMPARE(sources.pageLines(f[2]).join(u'|'), f[3]);
+    } else if (kind == "marked") {
+        QCOMPARE(sources.markedPages("a", f[2].split(u'|')).join(u'|'), f[3]);
+    } else if (kind == "url") {
+        QCOMPARE(sources.urlOfPage(f[2], f[3]), f[4]);
+        QCOMPARE(shown(m_ui), f[5].isEmpty() ? QString() : "W0c:" + f[5]);
+    } else if (kind == "box") {
+        const SourceBoxContent box = sources.sourceBoxContent(f[2]);
+        QCOMPARE(box.entries.join(u'|'), f[3]);
+        QCOMPARE(box.selected, f[4].toInt());
+    } else if (kind == "pingers") {
+        QCOMPARE(AllPingersToUrls(f[2].split(u'|'), ReadLines(urlsPath())).join(u'|'), f[3]);
+    } else if (kind == "move") {
+        QVERIFY(sources.moveSource(f[2], f[3].toInt()));
+        QCOMPARE(TempEnvironment::readFile(urlsPath()), f[4].toLatin1());
+    } else {
+        QFAIL("unknown case kind");
+    }
+    if (kind != "url")
+        QCOMPARE(shown(m_ui), QString());
+}
+
+void TestCore::urlsReadAfresh() {
+    const StatsSourceList sources(urlsPath(), &m_ui);
+    QCOMPARE(sources.defaultSource(), QString());
+    TempEnvironment::writeFile(urlsPath(), "[a]\nmlist.txt http://a/m\n");
+    QCOMPARE(sources.defaultSource(), QStringLiteral("a"));
+    TempEnvironment::writeFile(urlsPath(),
+                               "[b]\nmlist.txt http://b/m\n\n[a]\nmlist.txt http://a/n\n");
+    QCOMPARE(sources.defaultSource(), QStringLiteral("b"));
+    QCOMPARE(sources.urlOfPage("a", "mlist.txt"), QStringLiteral("http://a/n"));
+    QVERIFY(QFile::remove(urlsPath()));
+    QCOMPARE(sources.sourceBoxContent("a").entries, QStringList{});
+}
+
+// Every byte value in turn, over a megabyte: no line starts a section, so
+// there are no sources, and moving one saves the lines as they were read.
+// Then 10 MB of sections, found and moved in one pass each.
+void TestCore::urlsOddFiles() {
+    QByteArray bytes;
+    for (int round = 0; round < 4096; ++round) {
+        for (int b = 0; b < 256; ++b)
+            bytes.append(char(b));
+    }
+    TempEnvironment::writeFile(urlsPath(), bytes);
+    {
+        const StatsSourceList sources(urlsPath(), &m_ui);
+        QCOMPARE(sources.defaultSource() + sources.sourceNameByIndex(0), QString());
+        QCOMPARE(sources.sourceBoxContent("alpha").entries, QStringList{});
+        QCOMPARE(sources.pageLines("alpha"), QStringList{});
+        QCOMPARE(sources.urlOfPage("alpha", "mlist.txt"), QString());
+        QVERIFY(sources.moveSource("alpha", 0));
+        QCOMPARE(ReadLines(urlsPath()), BytesToLines(bytes));
+    }
+    const int count = 38000;
+    bytes = "velkin urls\r\n";
+    for (int i = 0; i < count; ++i) {
+        const QByteArray n = QByteArray::number(i);
+        bytes += "[src" + n + "]\r\n";
+        for (const char* page : {"mlist.txt", "pubring.mix", "rlist.txt", "pubring.asc"})
+            bytes += QByteArray(page) + " https://pinger" + n + ".example/" + page + "\r\n";
+        bytes += "type2.list https://pinger" + n + ".example/type2.list\r\n\r\n";
+    }
+    bytes += "[velkin]\r\n";
+    TempEnvironment::writeFile(urlsPath(), bytes);
+    const StatsSourceList sources(urlsPath(), &m_ui);
+    QCOMPARE(sources.sourceNameByIndex(count - 1), QStringLiteral("src37999"));
+    QCOMPARE(sources.sourceNameByIndex(count), QStringLiteral("velkin"));
+    QCOMPARE(sources.pageNames("src19000"),
+             (QStringList{"mlist.txt", "pubring.mix", "rlist.txt", "pubring.asc", "type2.list"}));
+    QCOMPARE(sources.urlOfPage("src37999", "pubring.asc"),
+             QStringLiteral("https://pinger37999.example/pubring.asc"));
+    const SourceBoxContent box = sources.sourceBoxContent("SRC27777");
+    QCOMPARE(box.entries.size(), count);
+    QCOMPARE(box.selected, 27777);
+    QVERIFY(sources.moveSource("src37998", 0));
+    QCOMPARE(sources.sourceNameByIndex(0) + sources.sourceNameByIndex(1) +
+                 sources.sourceNameByIndex(count - 1),
+             QStringLiteral("src37998src0src37999"));
+    // Rewritten with one-byte line ends: one byte less per line.
+    QCOMPARE(QFileInfo(urlsPath()).size(), bytes.size() - (1 + qsizetype(count) * 7 + 1));
+    QCOMPARE(shown(m_ui), "W0c:I don't have a URL for mlist.txt at alpha!");
+}
+
+// The shipped list is compiled in, and every pinger in it offers the four
+// pages at a web address; every section but the last is closed by a blank
+// line, so a hand-added entry cannot slip into the next.
+void TestCore::shippedUrls() {
+    QFile source(QStringLiteral(VK_TESTDATA "/../../data/urls.txt"));
+    QVERIFY2(source.open(QIODevice::ReadOnly), qPrintable(source.fileName()));
+    QCOMPARE(DefaultUrlsBytes(), source.readAll());
+    QVERIFY(InstallDefaultUrls(urlsPath()));
+    const QStringList lines = ReadLines(urlsPath());
+    QCOMPARE(lines.value(0), QStringLiteral("velkin urls"));
+    const StatsSourceList sources(urlsPath(), &m_ui);
+    QStringList names;
+    while (!sources.sourceNameByIndex(int(names.size())).isEmpty())
+        names.append(sources.sourceNameByIndex(int(names.size())));
+    QVERIFY(names.size() >= 2);
+    QCOMPARE(names.takeLast(), QStringLiteral("velkin"));
+    QCOMPARE(sources.sourceBoxContent("").entries, names);
+    for (const QString& pinger : names) {
+        const QStringList pages = sources.pageNames(pinger);
+        for (const QString& page : StatsPages) {
+            const QUrl url(sources.urlOfPage(pinger, page), QUrl::StrictMode);
+            QVERIFY2(pages.count(page) == 1 && url.isValid() && !url.host().isEmpty() &&
+                         (url.scheme() == "http" || url.scheme() == "https"),
+                     qPrintable(pinger + ": " + page));
+        }
+        for (const QString& page : pages)
+            QVERIFY2(StatsPages.contains(page) || page == "type2.list", qPrintable(page));
+    }
+    for (qsizetype i = 2; i < lines.size(); ++i) {
+        if (lines.at(i).startsWith('['))
+            QVERIFY2(lines.at(i - 1).isEmpty(), qPrintable(lines.at(i)));
+    }
+    QVERIFY(!lines.last().isEmpty());
+    QCOMPARE(shown(m_ui), QString());
+}
+
+void TestCore::installDefault_data() {
+    QTest::addColumn<QString>("before");
+    QTest::addColumn<bool>("written");
+    QTest::newRow("no urls.txt yet") << "nothing" << true;
+    QTest::newRow("user's own file kept") << "file" << false;
+    QTest::newRow("empty file kept") << "" << false;
+    QTest::newRow("directory left alone") << "directory" << false;
+    QTest::newRow("dangling link left alone") << "dangling link" << false;
+    QTest::newRow("folder missing") << "no folder" << false;
+}
+
+void TestCore::installDefault() {
+    QFETCH(QString, before);
+    QFETCH(bool, written);
+    QString path = urlsPath();
+    if (before == "file" || before.isEmpty())
+        TempEnvironment::writeFile(path, before.toLatin1());
+    else if (before == "directory")
+        QVERIFY(QDir().mkdir(path));
+    else if (before == "dangling link")
+        QVERIFY(QFile::link(ProgramFolder() + "nowhere/urls.txt", path));
+    else if (before == "no folder")
+        path = ProgramFolder() + "missing/urls.txt";
+    const QFileInfo was(path);
+    QString error;
+    bool didWrite = !written;
+    QCOMPARE(InstallDefaultUrls(path, &error, &didWrite), before != "no folder");
+    QCOMPARE(didWrite, written);
+    QCOMPARE(error.isEmpty(), before != "no folder");
+    const QFileInfo is(path);
+    QCOMPARE(is.isDir(), was.isDir());
+    QCOMPARE(is.isSymLink(), was.isSymLink());
+    QCOMPARE(TempEnvironment::readFile(path), written            ? DefaultUrlsBytes()
+                                              : before == "file" ? "file"
+                                                                 : QByteArray());
+    QCOMPARE(QFileInfo::exists(path), before != "no folder" && before != "dangling link");
+}
+
+// ---------------------------------------------------------------- source order
+
+void TestCore::sourceOrder() {
+    QFETCH(QStringList, f);
+    const QString& kind = f[0];
+    if (kind == "chosen") {
+        QCOMPARE(ChosenUpdatePages(list(f[1])), list(f[2]));
+        return;
+    }
+    QVERIFY(PlaceUrls(urlsPath(), f[1] == "<missing>" ? MissingUrls : f[1].toLatin1()));
+    const QStringList before = ReadLines(urlsPath());
+    if (kind == "names") {
+        QCOMPARE(ReorderSourceNames(before), list(f[2]));
+        QCOMPARE(UpdateSourceNames(before), list(f[3]));
+    } else if (kind == "pages") {
+        QCOMPARE(SectionPageNames(before, f[2]), list(f[3]));
+    } else if (kind == "lines") {
+        QCOMPARE(SectionLinesToWrite(before, f[2]), list(f[3]));
+    } else if (kind == "rewrite") {
+        QStringList order = list(f[2]);
+        if (f[2] == "@reversed") {
+            const QStringList listed = ReorderSourceNames(before);
+            order = QStringList(listed.crbegin(), listed.crend());
+        }
+        const QStringList result = list(f[3]);
+        QCOMPARE(ReorderedUrlLines(before, order).join(u'\n'), result.join(u'\n'));
+        QVERIFY(WriteSourceOrder(urlsPath(), order, &m_ui));
+        // Whole lines with the platform's line end, the last one too.
+        QCOMPARE(TempEnvironment::readFile(urlsPath()), (result.join(u'\n') + u'\n').toLatin1());
+        // What it wrote reads back in that order and rewrites to itself.
+        const QStringList names = ReorderSourceNames(result);
+        QCOMPARE(ReorderedUrlLines(result, names).join(u'\n'), result.join(u'\n'));
+        QCOMPARE(shown(m_ui), QString());
+    } else {
+        QFAIL("unknown case kind");
+    }
+}
+
+void TestCore::moveSourceRefused() {
+    QFETCH(QString, obstacle);
+    CheckSaveRefused(obstacle, urlsPath(), m_ui, [this](const QString& path) {
+        return StatsSourceList(path, &m_ui).moveSource("b", 0);
+    });
+}
+
+void TestCore::sourceOrderRefused() {
+    QFETCH(QString, obstacle);
+    CheckSaveRefused(obstacle, urlsPath(), m_ui, [this](const QString& path) {
+        return WriteSourceOrder(path, {"b", "a"}, &m_ui);
+    });
+}
+
+// ---------------------------------------------------------------- barred remailers
+
+namespace {
+
+// A real page of 2001-11-07 with edits, each naming the exact line it
+// expects so that an expectation cannot silently miss its target: the line
+// is replaced by the second of the pair, or removed when that is null.
+QStringList realEdited(const char* name, const QList<std::pair<QString, QString>>& edits) {
+    QStringList page = RealPageLines("2001-11-07", QString::fromLatin1(name));
+    for (const auto& [from, to] : edits) {
+        if (page.count(from) != 1)
+            qFatal("test page does not hold exactly one line \"%s\"", qPrintable(from));
+        if (to.isNull())
+            page.removeOne(from);
+        else
+            page[page.indexOf(from)] = to;
+    }
+    return page;
+}
+
+const QString PubAarg = "aarg remailer@aarg.net 475f3f9fe8da22896c10082695a92c2d 2.9beta31 C";
+const QString PubCitrus = "citrus mix@outel.org 713677baeef79ede8089b2e0538127b5 2.9beta23 C";
+const QString RlistAargCaps = "$remailer{\"aarg\"} = \"<remailer@aarg.net> cpunk mix pgp pgponly "
+                              "remix latent hash cut test ek ekx esub inflt50 rhop20\";";
+// A fully barred remailer loses its rows and capability line; lcs always is.
+const QList<std::pair<QString, QString>> MlistBars = {
+    {"dizum          ..-#*#**+#--  9:36:04 100.00%", {}},
+    {"lcs            +++*+++-+---  3:19:32 100.00%", {}}};
+const QList<std::pair<QString, QString>> RlistBars = {
+    {"dizum    remailer@dizum.com               #    ###+#--  2:14:12  50.00%", {}},
+    {"$remailer{\"dizum\"} = \"<remailer@dizum.com> cpunk mix pgp pgponly remix latent hash cut "
+     "test ek ekx esub inflt50 rhop20 reord post klen64\";",
+     {}},
+    {"$remailer{\"lcs\"} = \"<mix@anon.lcs.mit.edu> mix klen1000\";", {}}};
+// Barred from last: a middleman in rlist.txt, M on its key.
+const std::pair<QString, QString> AargMiddle = {
+    RlistAargCaps, QString(RlistAargCaps).replace("> cpunk", "> middle cpunk")};
+const std::pair<QString, QString> AargM = {PubAarg, PubAarg + u'M'};
+const std::pair<QString, QString> CitrusM = {PubCitrus, PubCitrus + u'M'};
+
+} // namespace
+
+void TestCore::barred() {
+    QFETCH(QStringList, f);
+    if (f[0] == "parse") {
+        const BarredList list(split(f[1]));
+        QCOMPARE(list.fullBars(), split(f[2]));
+        QCOMPARE(list.lastOnly(), split(f[3]));
+        for (const QString& name : split(f[4]))
+            QVERIFY2(list.isFullyBarred(name), qPrintable(name));
+        for (const QString& name : split(f[5]))
+            QVERIFY2(!list.isFullyBarred(name), qPrintable(name));
+        for (const QString& name : split(f[3]))
+            QVERIFY(list.isLastOnly(name) && list.isLastOnly(name.toUpper()));
+    } else if (f[0] == "apply") {
+        const QStringList page{QStringLiteral("first line"), f[3], QStringLiteral("last line")};
+        QStringList expected = page;
+        if (f[4] == u'-')
+            expected.removeAt(1);
+        else
+            expected[1] = f[4];
+        QStringList direct = page;
+        // Whether the page changed is what the call returns.
+        QCOMPARE(ApplyBarredList(direct, f[2], BarredList(split(f[1]))), expected != page);
+        QCOMPARE(direct, expected);
+        // The same through barred.txt, as the page set's filter runs it.
+        if (!f[1].isEmpty())
+            QVERIFY(WriteLines(BarredList::path(), split(f[1])));
+        QStringList filtered = page;
+        RemoveBarredRemailers(filtered, f[2]);
+        QCOMPARE(filtered, expected);
+    } else if (f[0] == "append") {
+        // CR LF as a Windows editor leaves it; the lines themselves must survive.
+        const QString path = BarredList::path();
+        if (!f[1].isEmpty())
+            TempEnvironment::writeFile(path, split(f[1]).join("\r\n").toLatin1() + "\r\n");
+        const QByteArray before = TempEnvironment::readFile(path);
+        QString error;
+        QVERIFY(AppendNewlyBarred(split(f[2]), &error));
+        QVERIFY(error.isEmpty());
+        QCOMPARE(ReadLines(path), split(f[3] == u'=' ? f[1] : f[3]));
+        QCOMPARE(TempEnvironment::readFile(path) == before, f[3] == u'=');
+    } else {
+        QFAIL("unknown case kind");
+    }
+}
+
+// The list is the program folder's barred.txt, never the Mixmaster
+// folder's; one that cannot be written is reported, not replaced.
+void TestCore::barredFromProgramFolder() {
+    QCOMPARE(BarredList::path(), m_env->programFolder() + QStringLiteral("barred.txt"));
+    TempEnvironment::writeFile(m_env->mixFolder() + "barred.txt", "citrus\n");
+    QCOMPARE(BarredList::read().fullBars(), QStringList{"lcs"});
+    QVERIFY(BarredList::read().lastOnly().isEmpty());
+    TempEnvironment::writeFile(BarredList::path(), "dizum\r\naarg,last\r\n");
+    QCOMPARE(BarredList::read().fullBars(), (QStringList{"dizum", "lcs"}));
+    QCOMPARE(BarredList::read().lastOnly(), QStringList{"aarg"});
+
+    QVERIFY(QFile::remove(BarredList::path()) && QDir().mkdir(BarredList::path()));
+    QString error;
+    QVERIFY(!AppendNewlyBarred({"aarg"}, &error));
+    QVERIFY2(error.contains(BarredList::path()), qPrintable(error));
+    QVERIFY(QFileInfo(BarredList::path()).isDir());
+}
+
+void TestCore::barredStoredFiles_data() {
+    QTest::addColumn<QStringList>("barred");
+    QTest::addColumn<QStringList>("present");
+    QTest::addColumn<QString>("blocked");             // a folder in this page's place
+    QTest::addColumn<QList<QStringList>>("expected"); // mlist, pubring.mix, type2.list, rlist
+    const QStringList all = {"mlist.txt", "pubring.mix", "type2.list", "rlist.txt"};
+    const QStringList three = {"mlist.txt", "pubring.mix", "rlist.txt"};
+    const QStringList marker = {"type2.list as it was"};
+    const QStringList mlistDone = realEdited("mlist.txt", MlistBars);
+    const QStringList rlistDone = realEdited("rlist.txt", RlistBars + QList{AargMiddle});
+    const QStringList pubringDone = realEdited("pubring.mix", {AargM});
+    const QStringList none;
+    QTest::newRow("real pages, full and last-only bars")
+        << QStringList{"dizum", "aarg,last", "citrus , LAST"} << all << QString()
+        << QList{mlistDone, realEdited("pubring.mix", {AargM, CitrusM}),
+                 realEdited("type2.list", {AargM, CitrusM}), rlistDone};
+    QTest::newRow("keyring untouched: type2.list not rewritten")
+        << QStringList{"dizum", "cracker,last"} << all << QString()
+        << QList{mlistDone, RealPageLines("2001-11-07", "pubring.mix"), marker,
+                 realEdited("rlist.txt", RlistBars)};
+    QTest::newRow("keyring changed: type2.list made from its address lines")
+        << QStringList{"aarg,last"} << QStringList{"pubring.mix"} << QString()
+        << QList{none, pubringDone, realEdited("type2.list", {AargM}), none};
+    QTest::newRow("no barred.txt: only the fixed entry")
+        << QStringList() << QStringList{"mlist.txt"} << QString()
+        << QList{realEdited("mlist.txt", {MlistBars[1]}), none, none, none};
+    QTest::newRow("nothing stored")
+        << QStringList{"dizum"} << QStringList() << QString() << QList{none, none, none, none};
+    // The blocked one is left as it was; the others are done all the same.
+    QTest::newRow("type2.list cannot be replaced")
+        << QStringList{"dizum", "aarg,last"} << three << "type2.list"
+        << QList{mlistDone, pubringDone, none, rlistDone};
+    QTest::newRow("unreadable mlist.txt is not replaced")
+        << QStringList{"dizum", "aarg,last"} << three << "mlist.txt"
+        << QList{none, pubringDone, realEdited("type2.list", {AargM}), rlistDone};
+    QTest::newRow("unreadable pubring.mix is not replaced")
+        << QStringList{"dizum", "aarg,last"} << three << "pubring.mix"
+        << QList{mlistDone, none, none, rlistDone};
+}
+
+void TestCore::barredStoredFiles() {
+    QFETCH(QStringList, barred);
+    QFETCH(QStringList, present);
+    QFETCH(QString, blocked);
+    QFETCH(QList<QStringList>, expected);
+    if (!barred.isEmpty())
+        QVERIFY(WriteLines(BarredList::path(), barred));
+    for (const QString& name : present) {
+        if (name == "type2.list")
+            QVERIFY(WriteLines(PagePath(name), {"type2.list as it was"}));
+        else if (name != blocked)
+            QVERIFY(QFile::copy(QStringLiteral(VK_REALDATA "/2001-11-07/") + name, PagePath(name)));
+    }
+    if (!blocked.isEmpty())
+        QVERIFY(QDir().mkdir(PagePath(blocked)) &&
+                WriteLines(PagePath(blocked) + "/inside", {"kept"}));
+    QString error = QStringLiteral("not cleared");
+    QCOMPARE(ApplyBarredListToStoredFiles(&error), blocked.isEmpty());
+    QVERIFY2(blocked.isEmpty() ? error.isEmpty() : error.contains(PagePath(blocked)),
+             qPrintable(error));
+    const QStringList names = {"mlist.txt", "pubring.mix", "type2.list", "rlist.txt"};
+    for (int i = 0; i < 4; ++i) {
+        bool ok = false;
+        if (names[i] == blocked)
+            QCOMPARE(ReadLines(PagePath(blocked) + "/inside"), QStringList{"kept"});
+        else if (expected[i].isEmpty())
+            QVERIFY2(!QFileInfo::exists(PagePath(names[i])), qPrintable(names[i]));
+        else
+            QVERIFY2(ReadLines(PagePath(names[i]), &ok) == expected[i] && ok, qPrintable(names[i]));
+    }
+    // Nothing lands in the program folder but the list itself.
+    QCOMPARE(QDir(m_env->programFolder()).entryList(QDir::Files),
+             barred.isEmpty() ? QStringList() : QStringList{"barred.txt"});
+}
+
+// ---------------------------------------------------------------- bar editor
+
+namespace {
+
+// A small Mixmaster stats page holding the given remailers.
+QStringList statsPage(const QStringList& names) {
+    QStringList lines{"Last update: Wed 07 Nov 2001 12:00:00 GMT",
+                      "mixmaster           history  latency  uptime",
+                      "--------------------------------------------"};
+    for (const QString& name : names)
+        lines.append(name.leftJustified(15) + "************    25:00 100.00%");
+    return lines + QStringList{QString(), "Remailer-Capabilities:"};
+}
+
+// Rows as "name state listed|file [fixed]", so that a failure shows them all.
+QString describe(const BarredRow& row) {
+    static const char* const states[] = {"none", "full", "last"};
+    return row.name + ' ' + states[int(row.state)] + ' ' + (row.listed ? "listed" : "file") +
+           (row.fixed ? " fixed" : "");
+}
+
+QStringList describe(const QList<BarredRow>& rows) {
+    QStringList out;
+    for (const BarredRow& row : rows)
+        out.append(describe(row));
+    return out;
+}
+
+BarAction actionNamed(const QString& name) {
+    const int at = QStringList{"Bar", "BarFromLast", "Unbar", "UnbarFromLast"}.indexOf(name);
+    if (at < 0)
+        qFatal("unknown action %s", qPrintable(name));
+    return std::array{BarAction::Bar, BarAction::BarFromLast, BarAction::Unbar,
+                      BarAction::UnbarFromLast}[at];
+}
+
+} // namespace
+
+void TestCore::barEdit() {
+    QFETCH(QStringList, f);
+    if (f[0] == "rows") {
+        QList<QStringList> pages;
+        for (const QString& names : f[1] == u'-' ? QStringList() : f[1].split(" / "))
+            pages.append(statsPage(names.split(u' ')));
+        const BarredEdit edit(pages, list(f[2]));
+        QCOMPARE(describe(edit.rows()), list(f[3]));
+        QVERIFY(!edit.changed());
+        // Nothing changed, nothing rewritten: notes, spelling and repeats stay.
+        QCOMPARE(edit.fileLines(), list(f[2]));
+        for (const BarredRow& row : edit.rows())
+            QCOMPARE(row.initial, row.state);
+    } else if (f[0] == "apply") {
+        BarredEdit edit({statsPage(f[1].split(u' '))}, list(f[2]));
+        QString applied;
+        for (const QString& step : list(f[3])) {
+            // A name not in the list has no row (-1), and nothing applies to it.
+            const int row = edit.rowOf(step.section(' ', 0, 0));
+            const BarAction action = actionNamed(step.section(' ', 1));
+            const QList<BarredRow> before = edit.rows();
+            const bool done = edit.apply(row, action);
+            applied += done ? u'1' : u'0';
+            if (row >= 0)
+                QCOMPARE(edit.rows().at(row).state,
+                         done ? BarActionTarget(action) : before.at(row).state);
+        }
+        QCOMPARE(applied, f[4]);
+        QCOMPARE(edit.changed(), f[5] == u'1');
+        QCOMPARE(edit.fileLines(), list(f[6]));
+    } else if (f[0] == "caption") {
+        static const char* const states[] = {"none", "full", "last"};
+        QCOMPARE(BarActionCaption(actionNamed(f[1]), f[2]), f[3]);
+        QCOMPARE(QString::fromLatin1(states[int(BarActionTarget(actionNamed(f[1])))]), f[4]);
+    } else {
+        QFAIL("unknown case kind");
+    }
+}
+
+// A real page as the program stores it (barred remailers removed, the
+// unfiltered copy whole); then edits whose written lines BarredList reads
+// back to the very states the rows show.
+void TestCore::barEditRealPage() {
+    const QStringList file{"dizum", "paranoia,last", "gone"};
+    const QStringList unfiltered = RealPageLines("2001-11-07", "mlist.txt");
+    QStringList filtered = unfiltered;
+    QVERIFY(ApplyBarredList(filtered, "mlist.txt", BarredList(file)));
+    const BarredEdit edit({filtered, unfiltered}, file);
+    // aarg to xganon2 and cmeclax, xganon2 once although it has two lines,
+    // and the remailer that is only in the file.
+    QCOMPARE(edit.rows().size(), 35 + 1);
+    QStringList seen;
+    for (const char* name : {"aarg", "dizum", "lcs", "PARANOIA", "gone", "xganon2"})
+        seen << describe(edit.rows().value(edit.rowOf(name)));
+    QCOMPARE(seen, (QStringList{"aarg none listed", "dizum full listed", "lcs full listed fixed",
+                                "paranoia last listed", "gone full file", "xganon2 none listed"}));
+    QCOMPARE(describe(edit.rows().first()) + describe(edit.rows().last()),
+             "aarg none listedxganon2 none listed");
+    QCOMPARE(edit.rowOf("nobody"), -1);
+
+    const QList<std::pair<QStringList, QStringList>> runs = {
+        {{}, {"dizum Bar", "austria BarFromLast", "aarg Bar", "aarg Unbar"}},
+        {{"# note", "dizum,last", "DIZUM", "paranoia", "gone,last", "lcs,last"},
+         {"dizum Unbar", "paranoia BarFromLast", "gone UnbarFromLast", "cmeclax BarFromLast",
+          "cmeclax Bar"}}};
+    for (const auto& [lines, steps] : runs) {
+        BarredEdit edited({unfiltered}, lines);
+        for (const QString& step : steps)
+            QVERIFY2(edited.apply(edited.rowOf(step.section(' ', 0, 0)),
+                                  actionNamed(step.section(' ', 1))),
+                     qPrintable(step));
+        const BarredList applied(edited.fileLines());
+        // A list made afresh from the new file shows the same rows; only a
+        // remailer neither on the page nor barred any more drops out.
+        const BarredEdit again({unfiltered}, edited.fileLines());
+        int dropped = 0;
+        for (const BarredRow& row : edited.rows()) {
+            const BarState read = applied.isFullyBarred(row.name) ? BarState::Full
+                                  : applied.isLastOnly(row.name)  ? BarState::LastOnly
+                                                                  : BarState::None;
+            QVERIFY2(read == row.state, qPrintable(describe(row)));
+            const int at = again.rowOf(row.name);
+            if (at >= 0) {
+                QCOMPARE(describe(again.rows().at(at)), describe(row));
+                continue;
+            }
+            QVERIFY2(row.state == BarState::None && !row.listed, qPrintable(describe(row)));
+            ++dropped;
+        }
+        QCOMPARE(again.rows().size() + dropped, edited.rows().size());
+    }
+}
+
+// The editor starts from the stored pages and barred.txt; missing ones are
+// an empty start, an unreadable barred.txt (a folder) is not. A snapshot of
+// barred.txt puts back exactly what was there, or nothing.
+void TestCore::barEditStoredFiles() {
+    const QString barred = BarredList::path();
+    TempEnvironment::writeFile(PagePath("mlist.txt"), statsPage({"anon"}).join('\n').toLatin1());
+    TempEnvironment::writeFile(PagePath("mlist.org.txt"),
+                               statsPage({"anon", "slug"}).join('\n').toLatin1());
+    TempEnvironment::writeFile(barred, "slug\r\ngone,last\r\n");
+    bool ok = false;
+    QCOMPARE(describe(BarredEdit::fromStoredFiles(barred, &ok).rows()),
+             QStringList({"anon none listed", "gone last file", "lcs full file fixed",
+                          "slug full listed"}));
+    QVERIFY(ok);
+    QVERIFY(QFile::remove(PagePath("mlist.txt")) && QFile::remove(PagePath("mlist.org.txt")));
+    for (const QByteArray& bytes : {QByteArray("dizum\r\nslug,last\r\n\xe9t\xe9"), QByteArray()}) {
+        for (const bool existed : {true, false}) {
+            QFile::remove(barred);
+            if (existed)
+                TempEnvironment::writeFile(barred, bytes);
+            ok = false;
+            const BarredEdit edit = BarredEdit::fromStoredFiles(barred, &ok);
+            QVERIFY(ok);
+            if (!existed)
+                QCOMPARE(describe(edit.rows()), QStringList{"lcs full file fixed"});
+            FileSnapshot snapshot;
+            QVERIFY(snapshot.take(barred));
+            QCOMPARE(snapshot.existed(), existed);
+            QCOMPARE(snapshot.bytes(), existed ? bytes : QByteArray());
+            QVERIFY(WriteLines(barred, {"something", "else"}));
+            QString error;
+            QVERIFY2(snapshot.restore(barred, &error), qPrintable(error));
+            QCOMPARE(QFileInfo::exists(barred), existed);
+            QCOMPARE(TempEnvironment::readFile(barred), existed ? bytes : QByteArray());
+        }
+    }
+    // A folder in its place: not readable, and not removed to put back "none".
+    FileSnapshot none;
+    QVERIFY(none.take(barred) && QDir().mkpath(barred + "/inside"));
+    QString error;
+    QVERIFY(!none.restore(barred, &error) && error.contains(barred));
+    BarredEdit::fromStoredFiles(barred, &ok);
+    QVERIFY(!ok);
+    FileSnapshot snapshot;
+    error.clear();
+    QVERIFY(!snapshot.take(barred, &error));
+    QVERIFY(error.contains(barred));
+}
+
+// ---------------------------------------------------------------- remailer tracking
+
+namespace {
+
+QStringList words(const QString& text) {
+    return text.split(u' ', Qt::SkipEmptyParts);
+}
+
+// A version-1 mlist.txt around the given table rows.
+QStringList mlistPage(const QStringList& rows) {
+    return QStringList{"                              Mixmaster Remailers", QString(),
+                       "Last update: Tue 6 Nov 2001 20:36:36 GMT",
+                       "mixmaster           history  latency  uptime",
+                       "--------------------------------------------"} +
+           rows;
+}
+
+QString mixRow(const QString& name) {
+    return name.leftJustified(15) + QStringLiteral("##*#####+#+#    23:09 100.00%");
+}
+
+// A table field as lines: "-" is none; "@mixhead", "@cpkhead", "@mix names"
+// and "@cpk names" stand for a page's header lines and table rows; an
+// rlist.txt has capability lines above the table, as pingers print it.
+QStringList lines(const QString& field) {
+    QStringList out;
+    for (const QString& line : list(field)) {
+        const QStringList names = words(line.section(u' ', 1));
+        if (line == "@mixhead") {
+            out += mlistPage({});
+        } else if (line == "@cpkhead") {
+            out += QStringList{
+                "                              Cypherpunk Remailers",
+                QString(),
+                "$remailer{\"nym\"} = \"<config@nym.alias.net> newnym pgp klen1000\";",
+                QString(),
+                "Last update: Tue 6 Nov 2001 20:36:36 GMT",
+                "remailer  email address                        history  latency  uptime",
+                "-----------------------------------------------------------------------"};
+        } else if (line.startsWith("@mix ")) {
+            for (const QString& name : names)
+                out += mixRow(name);
+        } else if (line.startsWith("@cpk ")) {
+            for (const QString& name : names)
+                out +=
+                    name.leftJustified(9) + "remailer@example.net    ########+#+#    18:55 100.00%";
+        } else {
+            out += line;
+        }
+    }
+    return out;
+}
+
+} // namespace
+
+void TestCore::tracking() {
+    QFETCH(QStringList, f);
+    if (f[0] == "sort") {
+        QStringList names = lines(f[1]);
+        SortRemailerNames(names);
+        QCOMPARE(names, lines(f[2]));
+        for (const QString& name : lines(f[3]))
+            QVERIFY2(ContainsRemailerName(names, name), qPrintable(name));
+        for (const QString& name : lines(f[4]))
+            QVERIFY2(!ContainsRemailerName(names, name), qPrintable(name));
+    } else if (f[0] == "mix" || f[0] == "cpk") {
+        QStringList names = {QStringLiteral("left over")};
+        const int count = f[0] == "mix" ? ExtractMixmasterNames(lines(f[1]), names)
+                                        : ExtractCypherpunkNames(lines(f[1]), names);
+        QCOMPARE(names, lines(f[2]));
+        QCOMPARE(count, int(names.size()));
+    } else if (f[0] == "report") {
+        const bool mixmaster = f[1] == "mix";
+        const QString path = PagePath(mixmaster ? "mlist.txt" : "rlist.txt");
+        if (f[2] != u'-')
+            QVERIFY(WriteLines(path, lines(f[2])));
+        // A copy in the program folder is not the stored page.
+        QVERIFY(WriteLines(m_env->programFolder() + QFileInfo(path).fileName(), lines(f[3])));
+        const QByteArray stored = TempEnvironment::readFile(path);
+        QStringList report = lines(f[5]);
+        QStringList newbars;
+        const bool barnew = f[4] == u'1';
+        const bool result = mixmaster
+                                ? ReportMixmasterChanges(lines(f[3]), report, barnew, newbars)
+                                : ReportCypherpunkChanges(lines(f[3]), report, barnew, newbars);
+        QCOMPARE(report, lines(f[6]));
+        QCOMPARE(newbars, lines(f[7]));
+        QCOMPARE(result, f[8] == u'1');
+        // The comparison reads the stored copy; writing the new page is the
+        // saver's job.
+        QCOMPARE(TempEnvironment::readFile(path), stored);
+    } else {
+        QFAIL("unknown case kind");
+    }
+}
+
+// ---------------------------------------------------------------- pages
+
+namespace {
+
+// A page of the class the program makes for its name; any other name gets
+// the base class.
+std::unique_ptr<TRemailerDoc> makeDoc(const QString& name, const QStringList& lines,
+                                      PageView* view = nullptr) {
+    return PageSet::createDocument(name, QStringLiteral("http://example.org/page"),
+                                   view ? view : new PageView(lines));
+}
+
+QStringList withoutOuterBlankLines(QStringList lines) {
+    TrimLeadingBlankLines(lines);
+    TrimTrailingBlankLines(lines);
+    return lines;
+}
+
+} // namespace
+
+void TestCore::pageView() {
+    PageView view({"a", "b"});
+    QSignalSpy changed(&view, &PageView::linesChanged);
+    QSignalSpy appended(&view, &PageView::lineAppended);
+    view.appendLine("c");
+    view.appendToLastLine(" OK");
+    view.insertLine(1, "x");
+    view.insertLine(9, "end");
+    view.insertLine(-3, "top");
+    view.notifyChanged();
+    QCOMPARE(view.lines(), (QStringList{"top", "a", "x", "b", "c OK", "end"}));
+    QCOMPARE(changed.count(), 6);
+    QCOMPARE(appended.count(), 1);
+    QCOMPARE(appended.at(0).at(0).toString(), QStringLiteral("c"));
+    view.setLines({});
+    view.appendToLastLine("OK");
+    QCOMPARE(view.lines(), QStringList{"OK"});
+    // Programmatic edits do not make a page "unsaved".
+    QVERIFY(!view.isModified());
+}
+
+// Each class names its page, keeps its origin, works on its view's own lines
+// and owns the view.
+void TestCore::pageClasses() {
+    for (const char* name :
+         {"generic", "mlist.txt", "rlist.txt", "pubring.mix", "type2.list", "pubring.asc",
+          "advisory.txt", "urls.txt", "nymserver.asc", "mail2news.txt"}) {
+        auto* view = new PageView({"a"});
+        const QPointer<PageView> watched(view);
+        auto doc = makeDoc(QString::fromLatin1(name), {}, view);
+        QCOMPARE(doc->DocName, QString::fromLatin1(name));
+        QCOMPARE(doc->Origin, QStringLiteral("http://example.org/page"));
+        QCOMPARE(doc->Viewer, view);
+        QCOMPARE(&doc->Lines(), &view->lines());
+        doc.reset();
+        QVERIFY(watched.isNull());
+    }
+}
+
+void TestCore::docs() {
+    QFETCH(QStringList, f);
+    if (f[0] == "real")
+        return realStatsPage(f);
+    if (f[0] == "realvalid") {
+        const QStringList raw = ReadLines(QStringLiteral(VK_REALDATA "/") + f[1]);
+        QVERIFY(!raw.isEmpty());
+        auto doc = makeDoc(f[2], raw);
+        QCOMPARE(doc->IsValidPage(), f[3] == u'1');
+        if (f[2] != u"type2.list" && f[2] != u"mlist.txt")
+            QCOMPARE(doc->Lines(), raw);
+        QVERIFY(!doc->IsOutOfDate(QDate(2099, 1, 1)));
+        return;
+    }
+    if (f[0] == "today") {
+        // The date rule counts days on the local clock.
+        const QDate date = QDate::currentDate().addDays(-f[2].toInt());
+        const QString stamp = QStringLiteral("Last Update: Mon %1 %2 %3 00:00:00 GMT")
+                                  .arg(date.day())
+                                  .arg(QLocale::c().monthName(date.month(), QLocale::ShortFormat))
+                                  .arg(date.year());
+        QCOMPARE(makeDoc(f[1], {stamp})->IsOutOfDate(), f[3] == u'1');
+        return;
+    }
+    const QStringList page = f[2].split(u'|');
+    auto doc = makeDoc(f[1], page);
+    const QStringList made = doc->Lines();
+    QSignalSpy changed(doc->Viewer, &PageView::linesChanged);
+    QCOMPARE(doc->IsValidPage(), f[4] == u'1');
+    QCOMPARE(doc->IsStatsVersion2(), f[5] == u'1');
+    QCOMPARE(doc->IsOutOfDate(QDate::fromString(f[3], Qt::ISODate)), f[6] == u'1');
+    const QString& after = f[7];
+    QCOMPARE(doc->Lines(), after == u'='   ? page
+                           : after == u'*' ? made
+                           : after == u'-' ? QStringList()
+                                           : after.split(u'|'));
+    // A view showing the page hears of a trim, and only then.
+    QCOMPARE(changed.count(), doc->Lines() == made ? 0 : 1);
+}
+
+void TestCore::realStatsPage(const QStringList& f) {
+    const QString& name = f[2];
+    const QString& updateLine = f[3];
+    const int movedLines = f[4].toInt();
+    const QDate pageDate = QDate::fromString(f[6], Qt::ISODate);
+    const QByteArray bytes = TempEnvironment::readFile(QStringLiteral(VK_REALDATA "/") + f[1]);
+    const QStringList raw = BytesToLines(bytes);
+    auto doc = makeDoc(name, raw);
+    const QStringList& lines = doc->Lines();
+    QCOMPARE(lines.size(), f[5].toInt());
+    QCOMPARE(lines.first(), updateLine);
+    // What stood above the date line follows the table after one empty line.
+    const QStringList trimmed = withoutOuterBlankLines(raw);
+    QCOMPARE(lines, trimmed.mid(movedLines) + QStringList{QString()} + trimmed.first(movedLines));
+    QVERIFY(!doc->IsStatsVersion2());
+    QVERIFY(doc->IsValidPage());
+    // Pingers write "Last update: ", so even these old pages are not stale.
+    QVERIFY(!doc->IsOutOfDate(QDate(2099, 1, 1)));
+    // Each list is refused under the other list's name.
+    QVERIFY(!makeDoc(name == u"mlist.txt" ? "rlist.txt" : "mlist.txt", raw)->IsValidPage());
+    // Pingers on other systems send CR LF: the same page.
+    QVERIFY(!bytes.contains('\r'));
+    auto crlf = makeDoc(name, BytesToLines(QByteArray(bytes).replace("\n", "\r\n")));
+    QCOMPARE(crlf->Lines(), lines);
+    QVERIFY(crlf->IsValidPage());
+    // The real date line, written the way the date rule looks for it.
+    QStringList capital = raw;
+    QCOMPARE(capital.count(updateLine), 1);
+    capital[capital.indexOf(updateLine)].replace(0, 13, QStringLiteral("Last Update: "));
+    auto dated = makeDoc(name, capital);
+    QVERIFY(dated->IsValidPage());
+    QVERIFY(!dated->IsOutOfDate(pageDate.addDays(3)));
+    QVERIFY(dated->IsOutOfDate(pageDate.addDays(4)));
+}
+
+// The cases are files listed in tests/data/keyrings/cases.txt with what the
+// check must make of them.
+void TestCore::mixKeyring_data() {
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QString>("expected");
+    const QString folder = QStringLiteral(VK_TESTDATA "/keyrings/");
+    for (const QString& line : ReadLines(folder + QStringLiteral("cases.txt"))) {
+        if (!line.startsWith(u'#') && !line.trimmed().isEmpty())
+            QTest::newRow(qPrintable(line.section(" | ", 0, 0)))
+                << folder + line.section(" | ", 0, 0) << line.section(" | ", 1);
+    }
+}
+
+void TestCore::mixKeyring() {
+    QFETCH(QString, file);
+    QFETCH(QString, expected);
+    bool ok = false;
+    const QStringList page = ReadLines(file, &ok);
+    QVERIFY(ok);
+    const MixKeyringCheck check = CheckMixKeyring(page);
+    QCOMPARE(check.ok() ? QStringLiteral("ok %1").arg(check.keys.size()) : check.problem, expected);
+    QCOMPARE(makeDoc(QStringLiteral("pubring.mix"), page)->IsValidPage(), check.ok());
+}
+
+// Pinger pages are small, but nothing stops a broken or hostile one from
+// being huge: barring, comparing and normalising must each take one pass
+// (a scan or a deletion per line would take minutes here).
+void TestCore::largeInputsTakeOnePass() {
+    QElapsedTimer timer;
+    timer.start();
+    QStringList barred;
+    for (int i = 0; i < 1000; ++i)
+        barred.append(QStringLiteral("Barred%1").arg(i));
+    QStringList page;
+    // Every other row is barred; the rest differ from a barred name only by a suffix.
+    for (int i = 0; i < 1000000; ++i)
+        page.append(QStringLiteral("barred%1%2   ##*#####+#+#    23:09 100.00%")
+                        .arg(i % 1000)
+                        .arg(i % 2 ? "" : "x"));
+    QVERIFY(ApplyBarredList(page, QStringLiteral("mlist.txt"), BarredList(barred)));
+    QCOMPARE(page.size(), 500000);
+    QVERIFY(page.first().startsWith("barred0x ") && page.last().startsWith("barred998x "));
+
+    const int count = 200000;
+    QStringList oldRows;
+    QStringList newRows;
+    for (int i = 0; i < count; ++i) {
+        oldRows.append(mixRow(QStringLiteral("r%1").arg(i)));
+        newRows.append(mixRow(QStringLiteral("R%1").arg(i + count / 2)));
+    }
+    QVERIFY(WriteLines(PagePath(QStringLiteral("mlist.txt")), mlistPage(oldRows)));
+    QStringList report;
+    QStringList newbars;
+    QVERIFY(ReportMixmasterChanges(mlistPage(newRows), report, false, newbars));
+    QCOMPARE(newbars.size(), count / 2);
+    QCOMPARE(report.size(), 2 + count / 2 + 2 + count / 2);
+    QCOMPARE(report.at(2 + count / 2 + 1), QStringLiteral("DECEASED Mixmaster Remailers:"));
+
+    // 1,000,000 lines, 200,000 of them blank, the date line past the middle.
+    page = QStringList(200000, QString());
+    for (int i = 200000; i < 1000000; ++i)
+        page.append(i == 600000 ? QStringLiteral("Last update: Sat 15 Nov 2026")
+                                : QStringLiteral("line %1").arg(i));
+    auto doc = makeDoc("mlist.txt", page);
+    QCOMPARE(doc->Lines().size(), 800001);
+    QCOMPARE(doc->Lines().first(), QStringLiteral("Last update: Sat 15 Nov 2026"));
+    QCOMPARE(doc->Lines().at(400000), QString());
+    QCOMPARE(doc->Lines().last(), QStringLiteral("line 599999"));
+    page = QStringList(200000, QString());
+    for (int i = 200000; i < 1000000; ++i)
+        page.append(QStringLiteral("r%1 r@example.org").arg(i));
+    auto type2 = makeDoc(QStringLiteral("type2.list"), page);
+    QVERIFY(type2->IsValidPage());
+    QCOMPARE(type2->Lines().size(), 800000);
+    QVERIFY2(timer.elapsed() < 60000,
+             qPrintable(QStringLiteral("took %1 ms").arg(timer.elapsed())));
+}
+
+// ---------------------------------------------------------------- suite data file
+
+void TestCore::dataFileCreated_data() {
+    QTest::addColumn<int>("version");
+    QTest::newRow("format 1") << 1;
+    QTest::newRow("format 2") << 2;
+}
+
+// A new file of each format: made empty, refused by the other format's
+// class, and then holding its proxies in the order they were added.
+void TestCore::dataFileCreated() {
+    QFETCH(int, version);
+    QString error;
+    QVERIFY2(TVKDB::create(path(), version, &error), qPrintable(error));
+    QVERIFY(error.isEmpty());
+    QCOMPARE(TempEnvironment::readFile(path()).left(16), QByteArray("SQLite format 3", 16));
+    QCOMPARE(GetVKDBVersion(path()), version);
+    {
+        Raw raw(path());
+        QCOMPARE(raw.column("PRAGMA application_id"), QStringList{QString::number(0x564B4442)});
+        QCOMPARE(raw.column("PRAGMA user_version"), QStringList{QString::number(version)});
+    }
+    auto other = openAs(3 - version, path());
+    QCOMPARE(other->error(), int(TVKDB::ErrorNotDataFile));
+    QVERIFY2(other->errorText().contains(QString::number(3 - version)),
+             qPrintable(other->errorText()));
+    {
+        auto db = openAs(version, path());
+        QCOMPARE(db->error(), 0);
+        QCOMPARE(records(*db), QStringList{});
+        QCOMPARE(db->valueNames(), QStringList{});
+        QCOMPARE(db->readValue("statslastsource", "none yet"), QString("none yet"));
+        for (const ProxyEntry& e : {entry("Zeta", "socks5", "localhost", 1080),
+                                    entry("Tor", "socks5", "127.0.0.1", 9050, "alice", "s3cret"),
+                                    entry("Hidden", "http", "proxy.example", 3128, {}, {}, true),
+                                    entry("Work/Office", "http", "10.0.0.1", 8080, "bob"),
+                                    entry("a/b/c", "http", "h", 1)})
+            QVERIFY2(db->addProxy(e), qPrintable(db->errorText()));
+    }
+    // Written out by hand: the layout other suite programs read, "/" kept as a soft hyphen.
+    const QStringList expected = {
+        "Zeta,socks5,,localhost,1080,,", "Tor,socks5,,127.0.0.1,9050,alice,s3cret",
+        "Hidden,http, ,proxy.example,3128,,", "Work\u00ADOffice,http,,10.0.0.1,8080,bob,",
+        "a\u00ADb\u00ADc,http,,h,1,,"};
+    QStringList found{"kept"};
+    QVERIFY(openAs(version, path())->getProxyRecords(found));
+    QCOMPARE(found, QStringList{"kept"} + expected);
+}
+
+void TestCore::dataFile() {
+    QFETCH(QStringList, f);
+    const QString& kind = f[0];
+    if (kind == "settings") {
+        QStringList found{"already=there"};
+        QCOMPARE(TVKDB::proxyRecordToSettings(f[1], found), f[2] != u'-');
+        QCOMPARE(found.mid(1).join(u'|'), f[2] == u'-' ? QString() : f[2]);
+    } else if (kind == "refused") {
+        refused(f);
+    } else if (kind == "credentials") {
+        credentials(f[1].toInt(), f[2], f[3]);
+    } else if (kind == "delete") {
+        deleted(f[1].toInt(), f[2], f[3]);
+    } else if (kind == "value") {
+        dbValues(f[1].toInt(), f[2]);
+    } else if (kind == "stored") {
+        QVERIFY(made(f[1].toInt())
+                    ->addProxy(entry("Tor/1", "socks5", "127.0.0.1", 9050, "al,ice", "100%")));
+        QCOMPARE(Raw(path()).column(f[2]).join(u'\n'), f[3]);
+        // "/" never reaches the file: the suite keeps the mark in its place.
+        QVERIFY(!TempEnvironment::readFile(path()).contains("Tor/1"));
+    } else if (kind == "create") {
+        createRefused(f[1], f[2].toInt());
+    } else if (kind == "probe") {
+        probed(f[1], errorCode(f[2]), errorCode(f[3]));
+    } else if (kind == "locked") {
+        locked(f[1].toInt(), f[2]);
+    } else {
+        QFAIL("unknown case kind");
+    }
+}
+
+// An entry added beside Tor and Work/Office that is refused, leaving no
+// transaction open behind it.
+void TestCore::refused(const QStringList& f) {
+    const int version = f[1].toInt();
+    const ProxyEntry entered = entry(f[2], f[3], f[4], f[5].toInt());
+    auto db = made(version);
+    QVERIFY(db->addProxy(entry("Tor", "socks5", "127.0.0.1", 9050)));
+    QVERIFY(db->addProxy(entry("Work/Office", "http", "10.0.0.1", 8080)));
+    const QStringList before = records(*db);
+    QVERIFY(!db->addProxy(entered));
+    QCOMPARE(db->error(), errorCode(f[6]));
+    QVERIFY(!db->errorText().isEmpty());
+    QCOMPARE(records(*db), before);
+    // A bad entry is refused before either format is touched; a clash is
+    // looked for in each format's own table.
+    QCOMPARE(TVKDB::checkProxyEntry(entered), f[6] == "bad" ? db->errorText() : QString());
+    QVERIFY2(db->addProxy(entry("Fresh", "http", "h", 1)), qPrintable(db->errorText()));
+    QCOMPARE(records(*openAs(version, path())).size(), 3);
+}
+
+// A user and password kept through the record and back into settings.
+void TestCore::credentials(int version, const QString& user, const QString& password) {
+    QVERIFY(made(version)->addProxy(entry("Tor", "socks5", "127.0.0.1", 9050, user, password)));
+    const QStringList found = records(*openAs(version, path()));
+    QCOMPARE(found.size(), 1);
+    QCOMPARE(found.first().split(u',').size(), 7);
+    QStringList settings;
+    QVERIFY(TVKDB::proxyRecordToSettings(found.first(), settings));
+    QCOMPARE(settings, (QStringList{"kind=socks5", "host=127.0.0.1", "port=9050", "user=" + user,
+                                    "password=" + password}));
+}
+
+// Removing a name from Alpha, b/c and Delta (hidden): the records left.
+void TestCore::deleted(int version, const QString& name, const QString& left) {
+    const bool removed = left.count(u'|') < 2;
+    {
+        auto db = made(version);
+        QVERIFY(db->addProxy(entry("Alpha", "http", "h1", 1)));
+        QVERIFY(db->addProxy(entry("b/c", "socks5", "h2", 2)));
+        QVERIFY(db->addProxy(entry("Delta", "http", "h3", 3, {}, {}, true)));
+        QCOMPARE(db->deleteProxy(name), removed);
+        QCOMPARE(db->error(), removed ? int(TVKDB::NoError) : int(TVKDB::ErrorNotFound));
+        QCOMPARE(db->errorText().contains(name), !removed);
+    }
+    QCOMPARE(records(*openAs(version, path())), left.split(u'|'));
+}
+
+void TestCore::dbValues(int version, const QString& value) {
+    const QString name = QStringLiteral("statslastsource");
+    {
+        auto db = made(version);
+        QVERIFY(db->writeValue(name, value));
+        QCOMPARE(db->readValue(name, "default"), value);
+    }
+    auto db = openAs(version, path());
+    QCOMPARE(db->readValue(name, "default"), value);
+    QCOMPARE(db->valueNames(), QStringList{name});
+    QVERIFY(db->writeValue(name, "second"));
+    QCOMPARE(db->readValue(name), QString("second"));
+    QCOMPARE(db->valueNames(), QStringList{name});
+    QVERIFY(db->deleteValue(name));
+    QCOMPARE(db->readValue(name, "default"), QString("default"));
+    QCOMPARE(db->valueNames(), QStringList{});
+    // Names come back sorted, whatever the order they were written in.
+    QVERIFY(db->writeValues({{name, "third"}, {"mlist.txt", "x"}, {"advisory.txt", "y"}}));
+    QCOMPARE(db->readValue(name) + db->readValue("mlist.txt"), QString("thirdx"));
+    QCOMPARE(db->valueNames(), (QStringList{"advisory.txt", "mlist.txt", name}));
+    QCOMPARE(db->error(), 0);
+}
+
+void TestCore::createRefused(const QString& setup, int version) {
+    const QString target = setup == "nofolder" ? path("not/there/vk.dbc") : path();
+    QString error;
+    if (setup == "data")
+        QVERIFY(TVKDB::create(target, 2, &error));
+    const QByteArray before = TempEnvironment::readFile(target);
+    // "full": the disk takes no more than 100 bytes; what was begun goes.
+    std::optional<FileSizeLimit> limit;
+    if (setup == "full" && !limit.emplace(100).ok())
+        QSKIP("cannot lower the file-size limit here");
+    QVERIFY(!TVKDB::create(target, version, &error));
+    limit.reset();
+    QVERIFY(!error.isEmpty());
+    QCOMPARE(QDir(ProgramFolder()).entryList(QDir::Files),
+             setup == "data" ? QStringList{"vk.dbc"} : QStringList());
+    QCOMPARE(TempEnvironment::readFile(target), before);
+    QCOMPARE(GetVKDBVersion(target), setup == "data" ? 2 : 0);
+}
+
+// What probing and opening make of a file that is not a usable data file.
+void TestCore::probed(const QString& setup, int probed, int opened) {
+    const QString file = path();
+    QString error;
+    const auto foreign = [&](int id, int version, const char* sql) {
+        Raw raw(file);
+        for (const QString& s :
+             {QStringLiteral("PRAGMA application_id = %1").arg(id),
+              QStringLiteral("PRAGMA user_version = %1").arg(version), QString::fromLatin1(sql)})
+            QCOMPARE(raw.column(s), QStringList());
+    };
+    if (setup == "folder")
+        QVERIFY(QDir().mkpath(file));
+    else if (setup == "empty")
+        TempEnvironment::writeFile(file, {});
+    else if (setup == "header")
+        TempEnvironment::writeFile(file, QByteArray("SQLite format 3", 16));
+    else if (setup == "foreign")
+        foreign(0, 0, "CREATE TABLE vk_values (name TEXT, value TEXT)");
+    else if (setup.startsWith("v"))
+        foreign(VkdbApplicationId, setup.mid(1).toInt(), "CREATE TABLE t (x)");
+    else if (setup.startsWith("cut"))
+        QVERIFY(TVKDB::create(file, 2, &error) && QFile(file).resize(setup.mid(3).toInt()));
+    QVERIFY(!QTest::currentTestFailed());
+    const QByteArray before = TempEnvironment::readFile(file);
+    QString why;
+    int version = -1;
+    QCOMPARE(int(TVKDB::probe(file, &version, &why)), probed);
+    QCOMPARE(why.isEmpty(), probed == TVKDB::NoError);
+    QCOMPARE(version, probed == TVKDB::NoError ? 2 : 0);
+    QCOMPARE(GetVKDBVersion(file), version);
+    for (int format : {1, 2}) {
+        auto db = openAs(format, file);
+        QCOMPARE(db->error(), opened);
+        QVERIFY(!db->errorText().isEmpty());
+        // Using a file that failed to open reports failure, nothing worse.
+        QStringList found;
+        QVERIFY(!db->getProxyRecords(found));
+        QVERIFY(found.isEmpty());
+        QCOMPARE(db->readValue("statslastsource", "fallback"), QString("fallback"));
+    }
+    // Looking never changes or creates a file.
+    QCOMPARE(QFileInfo::exists(file), setup != "missing");
+    QCOMPARE(TempEnvironment::readFile(file), before);
+}
+
+// Each operation gives up after its busy time-out while another connection
+// holds the file, and leaves it whole.
+void TestCore::locked(int version, const QString& operation) {
+    {
+        auto db = made(version);
+        QVERIFY(db->addProxy(entry("Tor", "socks5", "127.0.0.1", 9050)));
+        QVERIFY(db->writeValue("statslastsource", "Pinger A"));
+    }
+    std::unique_ptr<TVKDB> db;
+    if (operation != "open")
+        db = openAs(version, path());
+    {
+        Raw holder(path());
+        QCOMPARE(holder.column("BEGIN EXCLUSIVE"), QStringList());
+        QElapsedTimer timer;
+        timer.start();
+        QStringList found;
+        if (operation == "open") {
+            QCOMPARE(TVKDB::probe(path()), TVKDB::ErrorLocked);
+            QCOMPARE(GetVKDBVersion(path()), 0);
+            db = openAs(version, path());
+        } else if (operation == "records") {
+            QVERIFY(!db->getProxyRecords(found));
+        } else if (operation == "add proxy") {
+            QVERIFY(!db->addProxy(entry("Other", "http", "h", 1)));
+        } else if (operation == "delete proxy") {
+            QVERIFY(!db->deleteProxy("Tor"));
+        } else if (operation == "write value") {
+            QVERIFY(!db->writeValue("statslastsource", "Pinger B"));
+        } else {
+            QVERIFY(!db->writeValues({{"mlist.txt", "2002-08-20"}, {"statslastsource", "B"}}));
+        }
+        QVERIFY(found.isEmpty());
+        QVERIFY2(timer.elapsed() < 20000, qPrintable(QString::number(timer.elapsed())));
+        QCOMPARE(db->error(), int(TVKDB::ErrorLocked));
+        QVERIFY2(db->errorText().contains("locked"), qPrintable(db->errorText()));
+        QCOMPARE(holder.column("ROLLBACK"), QStringList());
+    }
+    auto after = openAs(version, path());
+    QCOMPARE(after->error(), 0);
+    QCOMPARE(records(*after).size(), 1);
+    QCOMPARE(after->readValue("statslastsource"), QString("Pinger A"));
+    QCOMPARE(after->readValue("mlist.txt", "none"), QString("none"));
+    QVERIFY(after->addProxy(entry("Other", "http", "h", 1)));
+}
+
+// Damage behind an intact first page (header and schema) shows only when the
+// tables are read: the file opens, and reading then fails as damaged.
+void TestCore::damagedPagesFoundOnReading() {
+    made(2).reset();
+    int pageSize = 0;
+    {
+        Raw raw(path());
+        QCOMPARE(raw.column("BEGIN"), QStringList());
+        for (int i = 0; i < 300; ++i)
+            raw.column(QString("INSERT INTO vk_proxies (name, kind, hidden, host, port, user, "
+                               "password) VALUES ('proxy %1', 'http', 0, 'host.example', %2, "
+                               "'user', 'password')")
+                           .arg(i)
+                           .arg(i + 1));
+        QCOMPARE(raw.column("COMMIT"), QStringList());
+        pageSize = raw.column("PRAGMA page_size").value(0).toInt();
+    }
+    QCOMPARE(records(*openAs(2, path())).size(), 300);
+    QVERIFY(pageSize >= 512);
+    {
+        QFile file(path());
+        QVERIFY(file.open(QIODevice::ReadWrite) && file.size() > 8 * pageSize);
+        QVERIFY(file.seek(2 * pageSize));
+        const QByteArray noise(file.size() - 2 * pageSize, '\x55');
+        QCOMPARE(file.write(noise), noise.size());
+    }
+    QCOMPARE(TVKDB::probe(path()), TVKDB::NoError);
+    auto db = openAs(2, path());
+    QCOMPARE(db->error(), 0);
+    QStringList found;
+    QVERIFY(!db->getProxyRecords(found));
+    QCOMPARE(db->error(), int(TVKDB::ErrorDamaged));
+    QVERIFY2(db->errorText().contains("malformed"), qPrintable(db->errorText()));
+    QVERIFY(found.isEmpty());
+}
+
+// ---------------------------------------------------------------- vkdbtool
+
+void TestCore::toolSession_data() {
+    QTest::addColumn<QStringList>("format");
+    QTest::addColumn<int>("version");
+    QTest::newRow("default") << QStringList{} << 2;
+    QTest::newRow("format 1") << QStringList{"--format", "1"} << 1;
+    QTest::newRow("format=1") << QStringList{"--format=1"} << 1;
+}
+
+// A data file made, filled, listed and emptied through the tool (the
+// steps of tables/vkdbsession.txt in turn), and read by VKstats between.
+void TestCore::toolSession() {
+    QFETCH(QStringList, format);
+    QFETCH(int, version);
+    const QString file = ProgramFolder() + QStringLiteral("vk.dbc");
+    TempEnvironment::writeFile(ProgramFolder() + "bob.pw", "pa,ss%w\n");
+    for (const QStringList& row : TableRows(QStringLiteral("vkdbsession.txt"))) {
+        if (row[2] == "@vkstats") {
+            TestFrontEnd ui;
+            QVERIFY(OpenSuiteDataFile(&ui));
+            QCOMPARE(shown(ui), QString());
+            QCOMPARE(TheSuiteDataFile()->database->version(), version);
+            QStringList stored;
+            QVERIFY(TheSuiteDataFile()->database->getProxyRecords(stored));
+            QCOMPARE(stored.join(u'\n'), row[3]);
+            stored.clear();
+            for (const QString& name : TheSuiteDataFile()->database->valueNames())
+                stored << name + u'=' + TheSuiteDataFile()->database->readValue(name, "<none>");
+            QCOMPARE(stored.join(u'\n'), row[4]);
+            CloseSuiteDataFile();
+            continue;
+        }
+        QStringList arguments;
+        for (const QString& argument : row[2].split(u'|'))
+            arguments += argument == "$FORMAT"
+                             ? format
+                             : QStringList{QString(argument)
+                                               .replace("$FILE", file)
+                                               .replace("$FOLDER", ProgramFolder())};
+        VKDBTOOL_EXPECT(run, arguments, row[4].toInt(), row[3].toUtf8());
+        // It will hold passwords: its owner's alone, from the start.
+        QCOMPARE(int(QFileInfo(file).permissions() & 0x0077), 0);
+        QVERIFY2(run.out == row[5] && (run.code != 0 || run.err.isEmpty()),
+                 qPrintable("line " + row[0] + ":\n" + run.out + run.err));
+    }
+    QCOMPARE(GetVKDBVersion(file + ".d/new/vk.dbc"), version);
+}
+
+// The set-up a table row names: "data" and "data1" hold the proxy Tor and one
+// value, in format 2 or 1; "none" leaves no file.
+void TestCore::prepareTool(const QString& setup, const QString& file) {
+    QString error;
+    if (setup == "data" || setup == "data1" || setup == "locked") {
+        const int version = setup == "data1" ? 1 : 2;
+        QVERIFY(TVKDB::create(file, version, &error));
+        auto db = openAs(version, file);
+        QVERIFY(db->addProxy(ProxyEntry{"Tor", "socks5", false, "127.0.0.1", 9050, {}, {}}));
+        QVERIFY(db->writeValue("statslastsource", "Pinger A"));
+    } else if (setup == "text") {
+        TempEnvironment::writeFile(file, "[main]\nnot=a database\n");
+    } else if (setup == "foreign") {
+        QCOMPARE(Raw(file).column("CREATE TABLE vk_values (name TEXT, value TEXT)"), QStringList());
+    } else if (setup == "truncated") {
+        QVERIFY(TVKDB::create(file, 2, &error) && QFile(file).resize(1000));
+    } else if (setup == "odd") {
+        QVERIFY(TVKDB::create(file, 1, &error));
+    }
+}
+
+void TestCore::tool() {
+    QFETCH(QStringList, f);
+    const QString file = (ProgramFolder() + QStringLiteral("vk.dbc"));
+    const QString& kind = f[0];
+    prepareTool(kind == "odd" ? kind : kind == "error" ? f[1] : QStringLiteral("none"), file);
+    if (QTest::currentTestFailed())
+        return;
+    QStringList arguments = f[kind == "error" ? 2 : 1].split(u'|');
+    if (arguments == QStringList{QString()})
+        arguments.clear();
+    for (QString& argument : arguments)
+        argument.replace("$FILE", file).replace("$FOLDER", ProgramFolder());
+    const bool existed = QFileInfo::exists(file);
+    const QByteArray before = TempEnvironment::readFile(file);
+    std::optional<Raw> holder;
+    if (kind == "error" && f[1] == "locked") {
+        holder.emplace(file);
+        QCOMPARE(holder->column("BEGIN EXCLUSIVE"), QStringList());
+    }
+    const int code = kind == "help" ? 0 : f[kind == "error" ? 3 : 2].toInt();
+    const Run run = vkdbtool(arguments);
+    holder.reset();
+    QVERIFY2(run.code == code, qPrintable(QString::number(run.code) + ": " + run.err));
+    if (kind == "help") {
+        QVERIFY2(run.err.isEmpty(), qPrintable(run.err));
+        for (QString text : f[2].split(u'|'))
+            QVERIFY2(run.out.contains(text.replace("@VERSION@", VKSTATS_VERSION)),
+                     qPrintable(text + " missing from:\n" + run.out));
+    } else if (kind == "error") {
+        QVERIFY2(run.out.isEmpty(), qPrintable(run.out));
+        // One line, naming the tool, saying what is wrong.
+        QVERIFY2(run.err.endsWith('\n') && run.err.count('\n') == 1, qPrintable(run.err));
+        QVERIFY2(run.err.startsWith("vkdbtool"), qPrintable(run.err));
+        QVERIFY2(run.err.contains(QString(f[4]).replace("$FILE", file)), qPrintable(run.err));
+        // A refused command leaves the file as it was, or absent.
+        QCOMPARE(QFileInfo::exists(file), existed);
+        QCOMPARE(TempEnvironment::readFile(file), before);
+    } else {
+        QCOMPARE(run.err.isEmpty(), code == 0);
+        TVKDB1 db(file);
+        QStringList records;
+        QVERIFY(db.getProxyRecords(records));
+        QCOMPARE(records, f[3].isEmpty() ? QStringList{} : QStringList{f[3]});
+        if (code == 0 && arguments.first() == "set")
+            QCOMPARE(db.readValue(arguments.at(2)), arguments.at(3));
+    }
+}
+
+QTEST_GUILESS_MAIN(TestCore)
+#include "tst_core.moc"
