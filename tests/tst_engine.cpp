@@ -362,6 +362,14 @@ void TestEngine::proxyCase(const QStringList& f) {
     // Blocked: nothing a download could use, and the reason names the proxy.
     QCOMPARE(HttpSession::proxyFromSettings(selection.settings(), proxy), !blocked);
     QCOMPARE(selection.blockReason().join(u' ').contains(u'"' + f[1] + u'"'), blocked);
+    if (blocked) {
+        // A held-back run says why on the status page and the status bar.
+        engine().refuseRun(selection.blockReason());
+        QCOMPARE(engine().lastResult(), UpdateEngine::RefusedResult);
+        QCOMPARE(statusLines().mid(1), selection.blockReason());
+        QCOMPARE(m_ui->statusTexts.value(m_ui->statusTexts.size() - 1),
+                 QStringLiteral("Nothing downloaded: no proxy"));
+    }
     // The user's own choice lifts the hold.
     selection.choose(0);
     QVERIFY(!selection.blocked());
