@@ -164,6 +164,7 @@ private slots:
     void keyToolPaths();
     void chkAddKeysDefaultFrontEndCancels();
     void stalePageMarked();
+    void staleNotSavedSaysWhy();
     void failedPageReportedOnceWithoutFallBack();
     void cancelDuringDownload();
     void unsafeSuitePageNameRefused();
@@ -578,6 +579,22 @@ void TestEngine::stalePageMarked() {
     m_engine->runUpdate("first", {"mlist.txt"}, {});
     QCOMPARE(m_pages->tabTextAt(1), QStringLiteral("mlist.txt"));
     QVERIFY(!m_engine->worrying());
+}
+
+// Saved by hand with "Do not save stale pages", a stale page keeps its old
+// file and the window says so.
+void TestEngine::staleNotSavedSaysWhy() {
+    QCOMPARE(m_controller->startUp({}), StartResult::Ready);
+    m_controller->settings().noStaleSave = true;
+    m_controller->engine().today = QDate(2012, 12, 4);
+    m_controller->setLastSource("first");
+    m_controller->setCurrentSource(0);
+    m_controller->setTicked("mlist.txt", true);
+    m_controller->fileUpdate();
+    m_ui->messages.clear();
+    QCOMPARE(m_controller->savePages().skipped.size(), 1);
+    QCOMPARE(m_ui->messages.size(), 1);
+    QVERIFY(m_ui->messageTexts().constFirst().startsWith("Stale pages not saved"));
 }
 
 void TestEngine::failedPageReportedOnceWithoutFallBack() {
