@@ -1,3 +1,4 @@
+#include "FileSizeLimit.h"
 #include "Global2.h"
 #include "HeadlessFrontEnd.h"
 #include "HttpGet.h"
@@ -171,6 +172,7 @@ private slots:
     void throughProxy_data();
     void throughProxy();
     void failedAndLocalPagesNeverWritten();
+    void fullDiskKeepsOldFile();
     void rlistThenPubringShareTheUnfilteredCopy();
     void headlessMessageBreaksOpenLine();
     void headlessPausesOnlyHandlePendingEvents();
@@ -694,6 +696,21 @@ void TestEngine::failedAndLocalPagesNeverWritten() {
     QCOMPARE(SavePages(m_ui.get(), *m_pages, {}, false).written, 2); // status and rlist.txt
     QCOMPARE(ReadLines(m_env->mixFolder() + "mlist.txt"), QStringList{"old page"});
     QCOMPARE(ReadLines(advisory), QStringList{"changed on disk"});
+}
+
+// A disk that takes no more: the old file stays and the error says why
+// (the file layer itself only says "Unknown error").
+void TestEngine::fullDiskKeepsOldFile() {
+    add("rlist.txt", RealPageLines("2012-11-30", "rlist.txt"));
+    QVERIFY(WriteLines(m_env->mixFolder() + "rlist.txt", {"old"}));
+    SaveResult result;
+    {
+        const FileSizeLimit limit(16);
+        result = SavePages(m_ui.get(), *m_pages, {}, false);
+    }
+    const QString errors = result.errors.join(u'\n');
+    QVERIFY2(errors.contains("rlist.org.txt: File too large"), qPrintable(errors));
+    QCOMPARE(ReadLines(m_env->mixFolder() + "rlist.txt"), QStringList{"old"});
 }
 
 // Loaded in this order the two pages share one unfiltered copy, and
