@@ -30,8 +30,8 @@ import asyncio
 import functools
 import http.server
 import os
-import re
 import pathlib
+import re
 import shutil
 import socket
 import subprocess
@@ -285,9 +285,8 @@ def timed(name, runs, action):
 def vkstats_timed(setup, runs, expected_pages, name="vkstats", prefix=(), window=False):
     def once():
         # The window (drawn off screen) prints no status lines; its exit
-        # status says whether the run saved.
-        # The genuine 2012 pages are stale and their keys expired: such a
-        # run saves everything and ends with status 7.
+        # status says whether the run saved. The genuine 2012 pages are stale
+        # and their keys expired: such a run saves everything and exits 7.
         elapsed, out, err, code = run_vkstats(setup, prefix, "hide" if window else "--headless")
         good = sum(1 for line in out.splitlines() if re.search(r"\.\.\.(ok|good)\b", line))
         if code not in (0, 7) or (good != expected_pages and not window):
