@@ -58,8 +58,6 @@ struct Raw {
         QSqlDatabase::database(name, false).close();
         QSqlDatabase::removeDatabase(name);
     }
-    Raw(const Raw&) = delete;
-    Raw& operator=(const Raw&) = delete;
     QStringList column(const QString& sql) const {
         QSqlQuery query(QSqlDatabase::database(name, false));
         if (!query.exec(sql))
@@ -318,8 +316,7 @@ private slots:
     void barEditStoredFiles();
     void tracking_data() { AddTableRows(QStringLiteral("tracking.txt")); }
     void tracking();
-    void pageView();
-    void pageClasses();
+    void pageViewAndClasses();
     void docs_data() { AddTableRows(QStringLiteral("docs.txt")); }
     void docs();
     void largeInputsTakeOnePass();
@@ -439,29 +436,21 @@ void TestCore::iniOperations() {
 }
 // What a load made of the settings, as one line a table row can hold.
 static QString describe(const MainSettings& s) {
-    return QStringList{"tb=" + QString::number(s.showToolbar),
-                       "sb=" + QString::number(s.showStatusBar),
-                       "bar=" + QString::number(s.barNew),
-                       "exit=" + QString::number(s.exitLeft),
-                       "color=" + QString::number(s.windowColor),
-                       s.tickedPages.join(u','),
-                       s.statsFont,
-                       s.windowFont,
-                       s.editorFont,
-                       s.dialogFont}
-        .join(u'|');
+    const auto n = [](auto v) {
+        return QString::number(v);
+    };
+    return QStringLiteral("tb=%1|sb=%2|bar=%3|exit=%4|color=%5|%6|%7|%8|%9|%10")
+        .arg(n(s.showToolbar), n(s.showStatusBar), n(s.barNew), n(s.exitLeft), n(s.windowColor),
+             s.tickedPages.join(u','), s.statsFont, s.windowFont, s.editorFont, s.dialogFont);
 }
 
 static QString describe(const StatsOptions& o) {
-    return QStringList{QString::number(o.autoLoad) + QString::number(o.windowCentered) +
-                           QString::number(o.barNew) + QString::number(o.cascadeStatsOnly) +
-                           QString::number(o.cascade),
-                       "color=" + QString::number(o.windowColor),
-                       o.windowFont,
-                       o.dialogFont,
-                       o.editorFont,
-                       QString::number(o.timeoutSeconds)}
-        .join(u'|');
+    const auto n = [](auto v) {
+        return QString::number(v);
+    };
+    return QStringLiteral("%1%2%3%4%5|color=%6|%7|%8|%9|%10")
+        .arg(n(o.autoLoad), n(o.windowCentered), n(o.barNew), n(o.cascadeStatsOnly), n(o.cascade),
+             n(o.windowColor), o.windowFont, o.dialogFont, o.editorFont, n(o.timeoutSeconds));
 }
 
 void TestCore::settings() {
@@ -1266,7 +1255,7 @@ QStringList withoutOuterBlankLines(QStringList lines) {
 
 } // namespace
 
-void TestCore::pageView() {
+void TestCore::pageViewAndClasses() {
     PageView view({"a", "b"});
     QSignalSpy changed(&view, &PageView::linesChanged);
     QSignalSpy appended(&view, &PageView::lineAppended);
@@ -1285,11 +1274,8 @@ void TestCore::pageView() {
     QCOMPARE(view.lines(), QStringList{"OK"});
     // Programmatic edits do not make a page "unsaved".
     QVERIFY(!view.isModified());
-}
-
-// Each class names its page, keeps its origin, works on its view's own lines
-// and owns the view.
-void TestCore::pageClasses() {
+    // Each class names its page, keeps its origin, works on its view's own
+    // lines and owns the view.
     for (const char* name :
          {"generic", "mlist.txt", "rlist.txt", "pubring.mix", "type2.list", "pubring.asc",
           "advisory.txt", "urls.txt", "nymserver.asc", "mail2news.txt"}) {
