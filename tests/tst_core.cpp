@@ -78,6 +78,17 @@ std::unique_ptr<TVKDB> openAs(int version, const QString& path) {
     return std::make_unique<TVKDB2>(path);
 }
 
+QString path(const QString& name = QStringLiteral("vk.dbc")) {
+    return ProgramFolder() + name;
+}
+
+std::unique_ptr<TVKDB> made(int version) {
+    QString error;
+    if (!TVKDB::create(path(), version, &error))
+        qFatal("cannot make a data file: %s", qPrintable(error));
+    return openAs(version, path());
+}
+
 ProxyEntry entry(const QString& name, const QString& kind, const QString& host, int port,
                  const QString& user = {}, const QString& password = {}, bool hidden = false) {
     return ProxyEntry{name, kind, hidden, host, port, user, password};
@@ -331,26 +342,9 @@ private:
     QString urlsPath() const { return ProgramFolder() + "urls.txt"; }
     void realStatsPage(const QStringList& f);
     void mixKeyring(const QString& file, const QString& expected);
-    void refused(const QStringList& f);
     void barredStoredFiles(const QStringList& f);
-    void created(int version);
     void installDefault(const QString& before, bool written);
     void toolSession(const QStringList& format, int version);
-    void credentials(int version, const QString& user, const QString& password);
-    void deleted(int version, const QString& name, const QString& left);
-    void dbValues(int version, const QString& value);
-    void createRefused(const QString& setup, int version);
-    void probed(const QString& setup, int probed, int opened);
-    void locked(int version, const QString& operation);
-    std::unique_ptr<TVKDB> made(int version) {
-        QString error;
-        if (!TVKDB::create(path(), version, &error))
-            qFatal("cannot make a data file: %s", qPrintable(error));
-        return openAs(version, path());
-    }
-    QString path(const QString& name = QStringLiteral("vk.dbc")) const {
-        return ProgramFolder() + name;
-    }
     void prepareTool(const QString& setup, const QString& file);
     std::unique_ptr<TempEnvironment> m_env;
     TestFrontEnd m_ui;
@@ -1435,7 +1429,7 @@ void TestCore::largeInputsTakeOnePass() {
 
 // A new file of each format: made empty, refused by the other format's
 // class, and then holding its proxies in the order they were added.
-void TestCore::created(int version) {
+static void created(int version) {
     QString error;
     QVERIFY2(TVKDB::create(path(), version, &error), qPrintable(error));
     QVERIFY(error.isEmpty());
@@ -1473,43 +1467,9 @@ void TestCore::created(int version) {
     QCOMPARE(found, QStringList{"kept"} + expected);
 }
 
-void TestCore::dataFile() {
-    QFETCH(QStringList, f);
-    const QString& kind = f[0];
-    if (kind == "settings") {
-        QStringList found{"already=there"};
-        QCOMPARE(TVKDB::proxyRecordToSettings(f[1], found), f[2] != u'-');
-        QCOMPARE(found.mid(1).join(u'|'), f[2] == u'-' ? QString() : f[2]);
-    } else if (kind == "created") {
-        created(f[1].toInt());
-    } else if (kind == "refused") {
-        refused(f);
-    } else if (kind == "credentials") {
-        credentials(f[1].toInt(), f[2], f[3]);
-    } else if (kind == "delete") {
-        deleted(f[1].toInt(), f[2], f[3]);
-    } else if (kind == "value") {
-        dbValues(f[1].toInt(), f[2]);
-    } else if (kind == "stored") {
-        QVERIFY(made(f[1].toInt())
-                    ->addProxy(entry("Tor/1", "socks5", "127.0.0.1", 9050, "al,ice", "100%")));
-        QCOMPARE(Raw(path()).column(f[2]).join(u'\n'), f[3]);
-        // "/" never reaches the file: the suite keeps the mark in its place.
-        QVERIFY(!TempEnvironment::readFile(path()).contains("Tor/1"));
-    } else if (kind == "create") {
-        createRefused(f[1], f[2].toInt());
-    } else if (kind == "probe") {
-        probed(f[1], errorCode(f[2]), errorCode(f[3]));
-    } else if (kind == "locked") {
-        locked(f[1].toInt(), f[2]);
-    } else {
-        QFAIL("unknown case kind");
-    }
-}
-
 // An entry added beside Tor and Work/Office that is refused, leaving no
 // transaction open behind it.
-void TestCore::refused(const QStringList& f) {
+static void refused(const QStringList& f) {
     const int version = f[1].toInt();
     const ProxyEntry entered = entry(f[2], f[3], f[4], f[5].toInt());
     auto db = made(version);
@@ -1528,7 +1488,7 @@ void TestCore::refused(const QStringList& f) {
 }
 
 // A user and password kept through the record and back into settings.
-void TestCore::credentials(int version, const QString& user, const QString& password) {
+static void credentials(int version, const QString& user, const QString& password) {
     QVERIFY(made(version)->addProxy(entry("Tor", "socks5", "127.0.0.1", 9050, user, password)));
     const QStringList found = records(*openAs(version, path()));
     QCOMPARE(found.size(), 1);
@@ -1540,7 +1500,7 @@ void TestCore::credentials(int version, const QString& user, const QString& pass
 }
 
 // Removing a name from Alpha, b/c and Delta (hidden): the records left.
-void TestCore::deleted(int version, const QString& name, const QString& left) {
+static void deleted(int version, const QString& name, const QString& left) {
     const bool removed = left.count(u'|') < 2;
     {
         auto db = made(version);
@@ -1554,7 +1514,7 @@ void TestCore::deleted(int version, const QString& name, const QString& left) {
     QCOMPARE(records(*openAs(version, path())), left.split(u'|'));
 }
 
-void TestCore::dbValues(int version, const QString& value) {
+static void dbValues(int version, const QString& value) {
     const QString name = QStringLiteral("statslastsource");
     {
         auto db = made(version);
@@ -1577,7 +1537,7 @@ void TestCore::dbValues(int version, const QString& value) {
     QCOMPARE(db->error(), 0);
 }
 
-void TestCore::createRefused(const QString& setup, int version) {
+static void createRefused(const QString& setup, int version) {
     const QString target = setup == "nofolder" ? path("not/there/vk.dbc") : path();
     QString error;
     if (setup == "data")
@@ -1597,7 +1557,7 @@ void TestCore::createRefused(const QString& setup, int version) {
 }
 
 // What probing and opening make of a file that is not a usable data file.
-void TestCore::probed(const QString& setup, int probed, int opened) {
+static void probed(const QString& setup, int probed, int opened) {
     const QString file = path();
     QString error;
     const auto foreign = [&](int id, int version, const char* sql) {
@@ -1644,7 +1604,7 @@ void TestCore::probed(const QString& setup, int probed, int opened) {
 
 // Each operation gives up after its busy time-out while another connection
 // holds the file, and leaves it whole.
-void TestCore::locked(int version, const QString& operation) {
+static void locked(int version, const QString& operation) {
     {
         auto db = made(version);
         QVERIFY(db->addProxy(entry("Tor", "socks5", "127.0.0.1", 9050)));
@@ -1686,6 +1646,40 @@ void TestCore::locked(int version, const QString& operation) {
     QCOMPARE(after->readValue("statslastsource"), QString("Pinger A"));
     QCOMPARE(after->readValue("mlist.txt", "none"), QString("none"));
     QVERIFY(after->addProxy(entry("Other", "http", "h", 1)));
+}
+
+void TestCore::dataFile() {
+    QFETCH(QStringList, f);
+    const QString& kind = f[0];
+    if (kind == "settings") {
+        QStringList found{"already=there"};
+        QCOMPARE(TVKDB::proxyRecordToSettings(f[1], found), f[2] != u'-');
+        QCOMPARE(found.mid(1).join(u'|'), f[2] == u'-' ? QString() : f[2]);
+    } else if (kind == "created") {
+        created(f[1].toInt());
+    } else if (kind == "refused") {
+        refused(f);
+    } else if (kind == "credentials") {
+        credentials(f[1].toInt(), f[2], f[3]);
+    } else if (kind == "delete") {
+        deleted(f[1].toInt(), f[2], f[3]);
+    } else if (kind == "value") {
+        dbValues(f[1].toInt(), f[2]);
+    } else if (kind == "stored") {
+        QVERIFY(made(f[1].toInt())
+                    ->addProxy(entry("Tor/1", "socks5", "127.0.0.1", 9050, "al,ice", "100%")));
+        QCOMPARE(Raw(path()).column(f[2]).join(u'\n'), f[3]);
+        // "/" never reaches the file: the suite keeps the mark in its place.
+        QVERIFY(!TempEnvironment::readFile(path()).contains("Tor/1"));
+    } else if (kind == "create") {
+        createRefused(f[1], f[2].toInt());
+    } else if (kind == "probe") {
+        probed(f[1], errorCode(f[2]), errorCode(f[3]));
+    } else if (kind == "locked") {
+        locked(f[1].toInt(), f[2]);
+    } else {
+        QFAIL("unknown case kind");
+    }
 }
 
 // Damage behind an intact first page (header and schema) shows only when the
