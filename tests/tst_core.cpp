@@ -58,8 +58,6 @@ struct Raw {
         QSqlDatabase::database(name, false).close();
         QSqlDatabase::removeDatabase(name);
     }
-    Raw(const Raw&) = delete;
-    Raw& operator=(const Raw&) = delete;
     QStringList column(const QString& sql) const {
         QSqlQuery query(QSqlDatabase::database(name, false));
         if (!query.exec(sql))
@@ -78,6 +76,17 @@ std::unique_ptr<TVKDB> openAs(int version, const QString& path) {
     if (version == 1)
         return std::make_unique<TVKDB1>(path);
     return std::make_unique<TVKDB2>(path);
+}
+
+QString path(const QString& name = QStringLiteral("vk.dbc")) {
+    return ProgramFolder() + name;
+}
+
+std::unique_ptr<TVKDB> made(int version) {
+    QString error;
+    if (!TVKDB::create(path(), version, &error))
+        qFatal("cannot make a data file: %s", qPrintable(error));
+    return openAs(version, path());
 }
 
 ProxyEntry entry(const QString& name, const QString& kind, const QString& host, int port,
@@ -276,15 +285,6 @@ Run vkdbtool(const QStringList& arguments, const QByteArray& input = {}) {
     return run;
 }
 
-// Runs the tool and checks that it ended by itself with the given code.
-#define VKDBTOOL_EXPECT(run, arguments, expectedCode, ...)                                         \
-    const Run run = vkdbtool(arguments __VA_OPT__(, ) __VA_ARGS__);                                \
-    QVERIFY2(run.code == (expectedCode),                                                           \
-             qPrintable(QStringLiteral("vkdbtool %1\nexit %2\nstdout: %3\nstderr: %4")             \
-                            .arg((arguments).join(u' '))                                           \
-                            .arg(run.code)                                                         \
-                            .arg(run.out, run.err)))
-
 } // namespace
 
 class TestCore : public QObject {
@@ -313,63 +313,38 @@ private slots:
     void urlsReadAfresh();
     void urlsOddFiles();
     void shippedUrls();
-    void installDefault_data();
-    void installDefault();
     void sourceOrder_data() { AddTableRows(QStringLiteral("sourceorder.txt")); }
     void sourceOrder();
-    void moveSourceRefused_data() { AddSaveObstacleRows(); }
-    void moveSourceRefused();
     void sourceOrderRefused_data() { AddSaveObstacleRows(); }
     void sourceOrderRefused();
 
     void barred_data() { AddTableRows(QStringLiteral("barred.txt")); }
     void barred();
     void barredFromProgramFolder();
-    void barredStoredFiles_data();
-    void barredStoredFiles();
     void barEdit_data() { AddTableRows(QStringLiteral("baredit.txt")); }
     void barEdit();
     void barEditRealPage();
     void barEditStoredFiles();
     void tracking_data() { AddTableRows(QStringLiteral("tracking.txt")); }
     void tracking();
-    void pageView();
-    void pageClasses();
+    void pageViewAndClasses();
     void docs_data() { AddTableRows(QStringLiteral("docs.txt")); }
     void docs();
-    void mixKeyring_data();
-    void mixKeyring();
     void largeInputsTakeOnePass();
 
-    void dataFileCreated_data();
-    void dataFileCreated();
     void dataFile_data() { AddTableRows(QStringLiteral("proxies.txt")); }
     void dataFile();
     void damagedPagesFoundOnReading();
     void tool_data() { AddTableRows(QStringLiteral("vkdbtool.txt")); }
     void tool();
-    void toolSession_data();
-    void toolSession();
 
 private:
     QString urlsPath() const { return ProgramFolder() + "urls.txt"; }
     void realStatsPage(const QStringList& f);
-    void refused(const QStringList& f);
-    void credentials(int version, const QString& user, const QString& password);
-    void deleted(int version, const QString& name, const QString& left);
-    void dbValues(int version, const QString& value);
-    void createRefused(const QString& setup, int version);
-    void probed(const QString& setup, int probed, int opened);
-    void locked(int version, const QString& operation);
-    std::unique_ptr<TVKDB> made(int version) {
-        QString error;
-        if (!TVKDB::create(path(), version, &error))
-            qFatal("cannot make a data file: %s", qPrintable(error));
-        return openAs(version, path());
-    }
-    QString path(const QString& name = QStringLiteral("vk.dbc")) const {
-        return ProgramFolder() + name;
-    }
+    void mixKeyring(const QString& file, const QString& expected);
+    void barredStoredFiles(const QStringList& f);
+    void installDefault(const QString& before, bool written);
+    void toolSession(const QStringList& format, int version);
     void prepareTool(const QString& setup, const QString& file);
     std::unique_ptr<TempEnvironment> m_env;
     TestFrontEnd m_ui;
@@ -455,29 +430,21 @@ void TestCore::iniOperations() {
 }
 // What a load made of the settings, as one line a table row can hold.
 static QString describe(const MainSettings& s) {
-    return QStringList{"tb=" + QString::number(s.showToolbar),
-                       "sb=" + QString::number(s.showStatusBar),
-                       "bar=" + QString::number(s.barNew),
-                       "exit=" + QString::number(s.exitLeft),
-                       "color=" + QString::number(s.windowColor),
-                       s.tickedPages.join(u','),
-                       s.statsFont,
-                       s.windowFont,
-                       s.editorFont,
-                       s.dialogFont}
-        .join(u'|');
+    const auto n = [](auto v) {
+        return QString::number(v);
+    };
+    return QStringLiteral("tb=%1|sb=%2|bar=%3|exit=%4|color=%5|%6|%7|%8|%9|%10")
+        .arg(n(s.showToolbar), n(s.showStatusBar), n(s.barNew), n(s.exitLeft), n(s.windowColor),
+             s.tickedPages.join(u','), s.statsFont, s.windowFont, s.editorFont, s.dialogFont);
 }
 
 static QString describe(const StatsOptions& o) {
-    return QStringList{QString::number(o.autoLoad) + QString::number(o.windowCentered) +
-                           QString::number(o.barNew) + QString::number(o.cascadeStatsOnly) +
-                           QString::number(o.cascade),
-                       "color=" + QString::number(o.windowColor),
-                       o.windowFont,
-                       o.dialogFont,
-                       o.editorFont,
-                       QString::number(o.timeoutSeconds)}
-        .join(u'|');
+    const auto n = [](auto v) {
+        return QString::number(v);
+    };
+    return QStringLiteral("%1%2%3%4%5|color=%6|%7|%8|%9|%10")
+        .arg(n(o.autoLoad), n(o.windowCentered), n(o.barNew), n(o.cascadeStatsOnly), n(o.cascade),
+             n(o.windowColor), o.windowFont, o.dialogFont, o.editorFont, n(o.timeoutSeconds));
 }
 
 void TestCore::settings() {
@@ -618,6 +585,8 @@ void TestCore::msgDlgWaitTicksRunProgram() {
 
 void TestCore::urls() {
     QFETCH(QStringList, f);
+    if (f[0] == "install")
+        return installDefault(f[1], f[2] == u'1');
     QVERIFY(PlaceUrls(urlsPath(), f[1] == u'-' ? MissingUrls : f[1].toLatin1()));
     const StatsSourceList sources(urlsPath(), &m_ui);
     const QString& kind = f[0];
@@ -746,20 +715,7 @@ void TestCore::shippedUrls() {
     QCOMPARE(shown(m_ui), QString());
 }
 
-void TestCore::installDefault_data() {
-    QTest::addColumn<QString>("before");
-    QTest::addColumn<bool>("written");
-    QTest::newRow("no urls.txt yet") << "nothing" << true;
-    QTest::newRow("user's own file kept") << "file" << false;
-    QTest::newRow("empty file kept") << "" << false;
-    QTest::newRow("directory left alone") << "directory" << false;
-    QTest::newRow("dangling link left alone") << "dangling link" << false;
-    QTest::newRow("folder missing") << "no folder" << false;
-}
-
-void TestCore::installDefault() {
-    QFETCH(QString, before);
-    QFETCH(bool, written);
+void TestCore::installDefault(const QString& before, bool written) {
     QString path = urlsPath();
     if (before == "file" || before.isEmpty())
         TempEnvironment::writeFile(path, before.toLatin1());
@@ -822,15 +778,15 @@ void TestCore::sourceOrder() {
     }
 }
 
-void TestCore::moveSourceRefused() {
+// Both ways of reordering the sources, each from a fresh set-up.
+void TestCore::sourceOrderRefused() {
     QFETCH(QString, obstacle);
     CheckSaveRefused(obstacle, urlsPath(), m_ui, [this](const QString& path) {
         return StatsSourceList(path, &m_ui).moveSource("b", 0);
     });
-}
-
-void TestCore::sourceOrderRefused() {
-    QFETCH(QString, obstacle);
+    if (QTest::currentTestFailed())
+        return;
+    init();
     CheckSaveRefused(obstacle, urlsPath(), m_ui, [this](const QString& path) {
         return WriteSourceOrder(path, {"b", "a"}, &m_ui);
     });
@@ -843,8 +799,8 @@ namespace {
 // A real page of 2001-11-07 with edits, each naming the exact line it
 // expects so that an expectation cannot silently miss its target: the line
 // is replaced by the second of the pair, or removed when that is null.
-QStringList realEdited(const char* name, const QList<std::pair<QString, QString>>& edits) {
-    QStringList page = RealPageLines("2001-11-07", QString::fromLatin1(name));
+QStringList realEdited(const QString& name, const QList<std::pair<QString, QString>>& edits) {
+    QStringList page = RealPageLines("2001-11-07", name);
     for (const auto& [from, to] : edits) {
         if (page.count(from) != 1)
             qFatal("test page does not hold exactly one line \"%s\"", qPrintable(from));
@@ -907,6 +863,8 @@ void TestCore::barred() {
         QStringList filtered = page;
         RemoveBarredRemailers(filtered, f[2]);
         QCOMPARE(filtered, expected);
+    } else if (f[0] == "stored") {
+        barredStoredFiles(f);
     } else if (f[0] == "append") {
         // CR LF as a Windows editor leaves it; the lines themselves must survive.
         const QString path = BarredList::path();
@@ -941,51 +899,27 @@ void TestCore::barredFromProgramFolder() {
     QVERIFY(QFileInfo(BarredList::path()).isDir());
 }
 
-void TestCore::barredStoredFiles_data() {
-    QTest::addColumn<QStringList>("barred");
-    QTest::addColumn<QStringList>("present");
-    QTest::addColumn<QString>("blocked");             // a folder in this page's place
-    QTest::addColumn<QList<QStringList>>("expected"); // mlist, pubring.mix, type2.list, rlist
-    const QStringList all = {"mlist.txt", "pubring.mix", "type2.list", "rlist.txt"};
-    const QStringList three = {"mlist.txt", "pubring.mix", "rlist.txt"};
-    const QStringList marker = {"type2.list as it was"};
-    const QStringList mlistDone = realEdited("mlist.txt", MlistBars);
-    const QStringList rlistDone = realEdited("rlist.txt", RlistBars + QList{AargMiddle});
-    const QStringList pubringDone = realEdited("pubring.mix", {AargM});
-    const QStringList none;
-    QTest::newRow("real pages, full and last-only bars")
-        << QStringList{"dizum", "aarg,last", "citrus , LAST"} << all << QString()
-        << QList{mlistDone, realEdited("pubring.mix", {AargM, CitrusM}),
-                 realEdited("type2.list", {AargM, CitrusM}), rlistDone};
-    QTest::newRow("keyring untouched: type2.list not rewritten")
-        << QStringList{"dizum", "cracker,last"} << all << QString()
-        << QList{mlistDone, RealPageLines("2001-11-07", "pubring.mix"), marker,
-                 realEdited("rlist.txt", RlistBars)};
-    QTest::newRow("keyring changed: type2.list made from its address lines")
-        << QStringList{"aarg,last"} << QStringList{"pubring.mix"} << QString()
-        << QList{none, pubringDone, realEdited("type2.list", {AargM}), none};
-    QTest::newRow("no barred.txt: only the fixed entry")
-        << QStringList() << QStringList{"mlist.txt"} << QString()
-        << QList{realEdited("mlist.txt", {MlistBars[1]}), none, none, none};
-    QTest::newRow("nothing stored")
-        << QStringList{"dizum"} << QStringList() << QString() << QList{none, none, none, none};
-    // The blocked one is left as it was; the others are done all the same.
-    QTest::newRow("type2.list cannot be replaced")
-        << QStringList{"dizum", "aarg,last"} << three << "type2.list"
-        << QList{mlistDone, pubringDone, none, rlistDone};
-    QTest::newRow("unreadable mlist.txt is not replaced")
-        << QStringList{"dizum", "aarg,last"} << three << "mlist.txt"
-        << QList{none, pubringDone, realEdited("type2.list", {AargM}), rlistDone};
-    QTest::newRow("unreadable pubring.mix is not replaced")
-        << QStringList{"dizum", "aarg,last"} << three << "pubring.mix"
-        << QList{mlistDone, none, none, rlistDone};
+// A row's stored pages after the bars: "-" none, "=" as placed, else the
+// real page with the named edits joined by +.
+static QStringList storedPage(const QString& name, const QString& spec) {
+    if (spec == u'-')
+        return {};
+    if (spec == u'=')
+        return name == "type2.list" ? QStringList{"type2.list as it was"}
+                                    : RealPageLines("2001-11-07", name);
+    QList<std::pair<QString, QString>> edits;
+    for (const QString& e : spec.split(u'+'))
+        edits += e == "bars"      ? (name == "mlist.txt" ? MlistBars : RlistBars)
+                 : e == "lcs"     ? QList{MlistBars[1]}
+                 : e == "aargM"   ? QList{AargM}
+                 : e == "citrusM" ? QList{CitrusM}
+                                  : QList{AargMiddle};
+    return realEdited(name, edits);
 }
 
-void TestCore::barredStoredFiles() {
-    QFETCH(QStringList, barred);
-    QFETCH(QStringList, present);
-    QFETCH(QString, blocked);
-    QFETCH(QList<QStringList>, expected);
+void TestCore::barredStoredFiles(const QStringList& f) {
+    const QStringList barred = split(f[1]), present = split(f[2]);
+    const QString blocked = f[3] == u'-' ? QString() : f[3];
     if (!barred.isEmpty())
         QVERIFY(WriteLines(BarredList::path(), barred));
     for (const QString& name : present) {
@@ -1002,6 +936,9 @@ void TestCore::barredStoredFiles() {
     QVERIFY2(blocked.isEmpty() ? error.isEmpty() : error.contains(PagePath(blocked)),
              qPrintable(error));
     const QStringList names = {"mlist.txt", "pubring.mix", "type2.list", "rlist.txt"};
+    QList<QStringList> expected;
+    for (int i = 0; i < 4; ++i)
+        expected += storedPage(names[i], f[4 + i]);
     for (int i = 0; i < 4; ++i) {
         bool ok = false;
         if (names[i] == blocked)
@@ -1312,7 +1249,7 @@ QStringList withoutOuterBlankLines(QStringList lines) {
 
 } // namespace
 
-void TestCore::pageView() {
+void TestCore::pageViewAndClasses() {
     PageView view({"a", "b"});
     QSignalSpy changed(&view, &PageView::linesChanged);
     QSignalSpy appended(&view, &PageView::lineAppended);
@@ -1331,11 +1268,8 @@ void TestCore::pageView() {
     QCOMPARE(view.lines(), QStringList{"OK"});
     // Programmatic edits do not make a page "unsaved".
     QVERIFY(!view.isModified());
-}
-
-// Each class names its page, keeps its origin, works on its view's own lines
-// and owns the view.
-void TestCore::pageClasses() {
+    // Each class names its page, keeps its origin, works on its view's own
+    // lines and owns the view.
     for (const char* name :
          {"generic", "mlist.txt", "rlist.txt", "pubring.mix", "type2.list", "pubring.asc",
           "advisory.txt", "urls.txt", "nymserver.asc", "mail2news.txt"}) {
@@ -1355,6 +1289,8 @@ void TestCore::docs() {
     QFETCH(QStringList, f);
     if (f[0] == "real")
         return realStatsPage(f);
+    if (f[0] == "keyring")
+        return mixKeyring(f[1], f[2]);
     if (f[0] == "realvalid") {
         const QStringList raw = ReadLines(QStringLiteral(VK_REALDATA "/") + f[1]);
         QVERIFY(!raw.isEmpty());
@@ -1426,24 +1362,9 @@ void TestCore::realStatsPage(const QStringList& f) {
     QVERIFY(dated->IsOutOfDate(pageDate.addDays(4)));
 }
 
-// The cases are files listed in tests/data/keyrings/cases.txt with what the
-// check must make of them.
-void TestCore::mixKeyring_data() {
-    QTest::addColumn<QString>("file");
-    QTest::addColumn<QString>("expected");
-    const QString folder = QStringLiteral(VK_TESTDATA "/keyrings/");
-    for (const QString& line : ReadLines(folder + QStringLiteral("cases.txt"))) {
-        if (!line.startsWith(u'#') && !line.trimmed().isEmpty())
-            QTest::newRow(qPrintable(line.section(" | ", 0, 0)))
-                << folder + line.section(" | ", 0, 0) << line.section(" | ", 1);
-    }
-}
-
-void TestCore::mixKeyring() {
-    QFETCH(QString, file);
-    QFETCH(QString, expected);
+void TestCore::mixKeyring(const QString& file, const QString& expected) {
     bool ok = false;
-    const QStringList page = ReadLines(file, &ok);
+    const QStringList page = ReadLines(QStringLiteral(VK_TESTDATA "/keyrings/") + file, &ok);
     QVERIFY(ok);
     const MixKeyringCheck check = CheckMixKeyring(page);
     QCOMPARE(check.ok() ? QStringLiteral("ok %1").arg(check.keys.size()) : check.problem, expected);
@@ -1506,16 +1427,9 @@ void TestCore::largeInputsTakeOnePass() {
 
 // ---------------------------------------------------------------- suite data file
 
-void TestCore::dataFileCreated_data() {
-    QTest::addColumn<int>("version");
-    QTest::newRow("format 1") << 1;
-    QTest::newRow("format 2") << 2;
-}
-
 // A new file of each format: made empty, refused by the other format's
 // class, and then holding its proxies in the order they were added.
-void TestCore::dataFileCreated() {
-    QFETCH(int, version);
+static void created(int version) {
     QString error;
     QVERIFY2(TVKDB::create(path(), version, &error), qPrintable(error));
     QVERIFY(error.isEmpty());
@@ -1553,41 +1467,9 @@ void TestCore::dataFileCreated() {
     QCOMPARE(found, QStringList{"kept"} + expected);
 }
 
-void TestCore::dataFile() {
-    QFETCH(QStringList, f);
-    const QString& kind = f[0];
-    if (kind == "settings") {
-        QStringList found{"already=there"};
-        QCOMPARE(TVKDB::proxyRecordToSettings(f[1], found), f[2] != u'-');
-        QCOMPARE(found.mid(1).join(u'|'), f[2] == u'-' ? QString() : f[2]);
-    } else if (kind == "refused") {
-        refused(f);
-    } else if (kind == "credentials") {
-        credentials(f[1].toInt(), f[2], f[3]);
-    } else if (kind == "delete") {
-        deleted(f[1].toInt(), f[2], f[3]);
-    } else if (kind == "value") {
-        dbValues(f[1].toInt(), f[2]);
-    } else if (kind == "stored") {
-        QVERIFY(made(f[1].toInt())
-                    ->addProxy(entry("Tor/1", "socks5", "127.0.0.1", 9050, "al,ice", "100%")));
-        QCOMPARE(Raw(path()).column(f[2]).join(u'\n'), f[3]);
-        // "/" never reaches the file: the suite keeps the mark in its place.
-        QVERIFY(!TempEnvironment::readFile(path()).contains("Tor/1"));
-    } else if (kind == "create") {
-        createRefused(f[1], f[2].toInt());
-    } else if (kind == "probe") {
-        probed(f[1], errorCode(f[2]), errorCode(f[3]));
-    } else if (kind == "locked") {
-        locked(f[1].toInt(), f[2]);
-    } else {
-        QFAIL("unknown case kind");
-    }
-}
-
 // An entry added beside Tor and Work/Office that is refused, leaving no
 // transaction open behind it.
-void TestCore::refused(const QStringList& f) {
+static void refused(const QStringList& f) {
     const int version = f[1].toInt();
     const ProxyEntry entered = entry(f[2], f[3], f[4], f[5].toInt());
     auto db = made(version);
@@ -1606,7 +1488,7 @@ void TestCore::refused(const QStringList& f) {
 }
 
 // A user and password kept through the record and back into settings.
-void TestCore::credentials(int version, const QString& user, const QString& password) {
+static void credentials(int version, const QString& user, const QString& password) {
     QVERIFY(made(version)->addProxy(entry("Tor", "socks5", "127.0.0.1", 9050, user, password)));
     const QStringList found = records(*openAs(version, path()));
     QCOMPARE(found.size(), 1);
@@ -1618,7 +1500,7 @@ void TestCore::credentials(int version, const QString& user, const QString& pass
 }
 
 // Removing a name from Alpha, b/c and Delta (hidden): the records left.
-void TestCore::deleted(int version, const QString& name, const QString& left) {
+static void deleted(int version, const QString& name, const QString& left) {
     const bool removed = left.count(u'|') < 2;
     {
         auto db = made(version);
@@ -1632,7 +1514,7 @@ void TestCore::deleted(int version, const QString& name, const QString& left) {
     QCOMPARE(records(*openAs(version, path())), left.split(u'|'));
 }
 
-void TestCore::dbValues(int version, const QString& value) {
+static void dbValues(int version, const QString& value) {
     const QString name = QStringLiteral("statslastsource");
     {
         auto db = made(version);
@@ -1655,7 +1537,7 @@ void TestCore::dbValues(int version, const QString& value) {
     QCOMPARE(db->error(), 0);
 }
 
-void TestCore::createRefused(const QString& setup, int version) {
+static void createRefused(const QString& setup, int version) {
     const QString target = setup == "nofolder" ? path("not/there/vk.dbc") : path();
     QString error;
     if (setup == "data")
@@ -1675,7 +1557,7 @@ void TestCore::createRefused(const QString& setup, int version) {
 }
 
 // What probing and opening make of a file that is not a usable data file.
-void TestCore::probed(const QString& setup, int probed, int opened) {
+static void probed(const QString& setup, int probed, int opened) {
     const QString file = path();
     QString error;
     const auto foreign = [&](int id, int version, const char* sql) {
@@ -1722,7 +1604,7 @@ void TestCore::probed(const QString& setup, int probed, int opened) {
 
 // Each operation gives up after its busy time-out while another connection
 // holds the file, and leaves it whole.
-void TestCore::locked(int version, const QString& operation) {
+static void locked(int version, const QString& operation) {
     {
         auto db = made(version);
         QVERIFY(db->addProxy(entry("Tor", "socks5", "127.0.0.1", 9050)));
@@ -1766,6 +1648,40 @@ void TestCore::locked(int version, const QString& operation) {
     QVERIFY(after->addProxy(entry("Other", "http", "h", 1)));
 }
 
+void TestCore::dataFile() {
+    QFETCH(QStringList, f);
+    const QString& kind = f[0];
+    if (kind == "settings") {
+        QStringList found{"already=there"};
+        QCOMPARE(TVKDB::proxyRecordToSettings(f[1], found), f[2] != u'-');
+        QCOMPARE(found.mid(1).join(u'|'), f[2] == u'-' ? QString() : f[2]);
+    } else if (kind == "created") {
+        created(f[1].toInt());
+    } else if (kind == "refused") {
+        refused(f);
+    } else if (kind == "credentials") {
+        credentials(f[1].toInt(), f[2], f[3]);
+    } else if (kind == "delete") {
+        deleted(f[1].toInt(), f[2], f[3]);
+    } else if (kind == "value") {
+        dbValues(f[1].toInt(), f[2]);
+    } else if (kind == "stored") {
+        QVERIFY(made(f[1].toInt())
+                    ->addProxy(entry("Tor/1", "socks5", "127.0.0.1", 9050, "al,ice", "100%")));
+        QCOMPARE(Raw(path()).column(f[2]).join(u'\n'), f[3]);
+        // "/" never reaches the file: the suite keeps the mark in its place.
+        QVERIFY(!TempEnvironment::readFile(path()).contains("Tor/1"));
+    } else if (kind == "create") {
+        createRefused(f[1], f[2].toInt());
+    } else if (kind == "probe") {
+        probed(f[1], errorCode(f[2]), errorCode(f[3]));
+    } else if (kind == "locked") {
+        locked(f[1].toInt(), f[2]);
+    } else {
+        QFAIL("unknown case kind");
+    }
+}
+
 // Damage behind an intact first page (header and schema) shows only when the
 // tables are read: the file opens, and reading then fails as damaged.
 void TestCore::damagedPagesFoundOnReading() {
@@ -1804,19 +1720,9 @@ void TestCore::damagedPagesFoundOnReading() {
 
 // ---------------------------------------------------------------- vkdbtool
 
-void TestCore::toolSession_data() {
-    QTest::addColumn<QStringList>("format");
-    QTest::addColumn<int>("version");
-    QTest::newRow("default") << QStringList{} << 2;
-    QTest::newRow("format 1") << QStringList{"--format", "1"} << 1;
-    QTest::newRow("format=1") << QStringList{"--format=1"} << 1;
-}
-
 // A data file made, filled, listed and emptied through the tool (the
 // steps of tables/vkdbsession.txt in turn), and read by VKstats between.
-void TestCore::toolSession() {
-    QFETCH(QStringList, format);
-    QFETCH(int, version);
+void TestCore::toolSession(const QStringList& format, int version) {
     const QString file = ProgramFolder() + QStringLiteral("vk.dbc");
     TempEnvironment::writeFile(ProgramFolder() + "bob.pw", "pa,ss%w\n");
     for (const QStringList& row : TableRows(QStringLiteral("vkdbsession.txt"))) {
@@ -1842,11 +1748,12 @@ void TestCore::toolSession() {
                              : QStringList{QString(argument)
                                                .replace("$FILE", file)
                                                .replace("$FOLDER", ProgramFolder())};
-        VKDBTOOL_EXPECT(run, arguments, row[4].toInt(), row[3].toUtf8());
+        const Run run = vkdbtool(arguments, row[3].toUtf8());
+        QVERIFY2(
+            run.code == row[4].toInt() && run.out == row[5] && (run.code != 0 || run.err.isEmpty()),
+            qPrintable("line " + row[0] + QString(": %1\n").arg(run.code) + run.out + run.err));
         // It will hold passwords: its owner's alone, from the start.
         QCOMPARE(int(QFileInfo(file).permissions() & 0x0077), 0);
-        QVERIFY2(run.out == row[5] && (run.code != 0 || run.err.isEmpty()),
-                 qPrintable("line " + row[0] + ":\n" + run.out + run.err));
     }
     QCOMPARE(GetVKDBVersion(file + ".d/new/vk.dbc"), version);
 }
@@ -1876,6 +1783,8 @@ void TestCore::tool() {
     QFETCH(QStringList, f);
     const QString file = (ProgramFolder() + QStringLiteral("vk.dbc"));
     const QString& kind = f[0];
+    if (kind == "session")
+        return toolSession(split(f[1]), f[2].toInt());
     prepareTool(kind == "odd" ? kind : kind == "error" ? f[1] : QStringLiteral("none"), file);
     if (QTest::currentTestFailed())
         return;
