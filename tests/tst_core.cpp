@@ -11,6 +11,7 @@
 #include "PagePaths.h"
 #include "PageSet.h"
 #include "PageView.h"
+#include "ProgramRun.h"
 #include "RemailerDocs.h"
 #include "RemailerTracking.h"
 #include "SourceOrder.h"
@@ -256,33 +257,10 @@ QString openDataFile(const QString& setup, const QString& answer) {
     return error;
 }
 
-} // namespace
-
-namespace {
-
-struct Run {
-    int code = -1; // -2: did not end by itself within a minute
-    QString out;
-    QString err;
-};
-
 // Runs the built tool with input on its standard input and waits for it.
-Run vkdbtool(const QStringList& arguments, const QByteArray& input = {}) {
-    QProcess process;
-    process.start(QStringLiteral(VKDBTOOL), arguments);
-    process.write(input);
-    process.closeWriteChannel();
-    Run run;
-    if (!process.waitForFinished(60000)) {
-        process.kill();
-        process.waitForFinished();
-        run.code = -2;
-    } else if (process.exitStatus() == QProcess::NormalExit) {
-        run.code = process.exitCode();
-    }
-    run.out = QString::fromUtf8(process.readAllStandardOutput());
-    run.err = QString::fromUtf8(process.readAllStandardError());
-    return run;
+ProgramRun vkdbtool(const QStringList& arguments, const QByteArray& input = {}) {
+    return RunToEnd(QStringLiteral(VKDBTOOL), arguments, QProcessEnvironment::systemEnvironment(),
+                    60000, input);
 }
 
 } // namespace
@@ -1748,9 +1726,10 @@ void TestCore::toolSession(const QStringList& format, int version) {
                              : QStringList{QString(argument)
                                                .replace("$FILE", file)
                                                .replace("$FOLDER", ProgramFolder())};
-        const Run run = vkdbtool(arguments, row[3].toUtf8());
+        const ProgramRun run = vkdbtool(arguments, row[3].toUtf8());
         QVERIFY2(
-            run.code == row[4].toInt() && run.out == row[5] && (run.code != 0 || run.err.isEmpty()),
+            run.endedWith(row[4].toInt()) && run.out == row[5] &&
+                (run.code != 0 || run.err.isEmpty()),
             qPrintable("line " + row[0] + QString(": %1\n").arg(run.code) + run.out + run.err));
         // It will hold passwords: its owner's alone, from the start.
         QCOMPARE(int(QFileInfo(file).permissions() & 0x0077), 0);
@@ -1801,9 +1780,9 @@ void TestCore::tool() {
         QCOMPARE(holder->column("BEGIN EXCLUSIVE"), QStringList());
     }
     const int code = kind == "help" ? 0 : f[kind == "error" ? 3 : 2].toInt();
-    const Run run = vkdbtool(arguments);
+    const ProgramRun run = vkdbtool(arguments);
     holder.reset();
-    QVERIFY2(run.code == code, qPrintable(QString::number(run.code) + ": " + run.err));
+    QVERIFY2(run.endedWith(code), qPrintable(QString::number(run.code) + ": " + run.err));
     if (kind == "help") {
         QVERIFY2(run.err.isEmpty(), qPrintable(run.err));
         for (QString text : f[2].split(u'|'))

@@ -31,12 +31,15 @@ bool WaitForEnd(QProcess& process, int timeoutMs) {
 }
 
 ProgramRun RunToEnd(const QString& program, const QStringList& arguments,
-                    const QProcessEnvironment& environment, int timeoutMs) {
+                    const QProcessEnvironment& environment, int timeoutMs,
+                    const QByteArray& input) {
     QProcess process;
     process.setProgram(program);
     process.setArguments(arguments);
     process.setProcessEnvironment(environment);
     process.start();
+    process.write(input);
+    process.closeWriteChannel();
     ProgramRun run;
     run.finished = WaitForEnd(process, timeoutMs) && process.error() != QProcess::FailedToStart;
     if (!run.finished && process.state() != QProcess::NotRunning) {

@@ -24,10 +24,12 @@ struct ProgramRun {
 };
 
 // Runs a program to its end while this process's event loop keeps turning,
-// so that a TestPinger or a bus object of the test can answer it. A program
-// still running after timeoutMs is killed and reported as not finished.
+// so that a TestPinger or a bus object of the test can answer it. It reads
+// input on its standard input, then the end. A program still running after
+// timeoutMs is killed and reported as not finished.
 ProgramRun RunToEnd(const QString& program, const QStringList& arguments,
-                    const QProcessEnvironment& environment, int timeoutMs = 120000);
+                    const QProcessEnvironment& environment, int timeoutMs = 120000,
+                    const QByteArray& input = {});
 
 // Turns this process's event loop until process ends or timeoutMs pass;
 // false when it is still running.
