@@ -12,6 +12,9 @@
 // sizes so that each doubling is measured. The pauses the page set makes for
 // the window (20 ms a document) are left out here: they are no work.
 //
+// Other large inputs: the change report and a urls.txt of many sections,
+// each at two sizes, so that a second pass over the input shows.
+//
 // Whole run: nine pages (mlist.txt, pubring.mix, rlist.txt, pubring.asc from
 // the source; nymserver.asc, mail2news.txt, advisory.txt, advisory.html,
 // urls.txt from the suite's section) from a pinger in this process, in
@@ -23,7 +26,9 @@
 #include "KeyringUpdate.h"
 #include "PagePaths.h"
 #include "PageSet.h"
+#include "RemailerTracking.h"
 #include "SavePages.h"
+#include "StatsSources.h"
 #include "SuiteDatabase.h"
 #include "SyntheticPages.h"
 #include "TempEnvironment.h"
@@ -39,6 +44,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <functional>
+#include <tuple>
 #include <vector>
 
 namespace {
@@ -251,6 +257,82 @@ bool pageWork(int minLines, int maxLines) {
     return verdict.met;
 }
 
+// Figures for the other work whose input a hostile pinger can make huge:
+// the change report against the stored mlist.txt (half the remailers new,
+// half gone) and a urls.txt of many sections (read, looked up, one moved to
+// the top). Each must take one pass: doubling the input at most doubles the
+// time.
+bool largeInputs() {
+    std::printf("== Other large inputs ==\n");
+    TempEnvironment env;
+    if (!env.isValid())
+        qFatal("no temporary folders");
+    const auto mlist = [](int from, int count, const char* prefix) {
+        QStringList page{QStringLiteral("Last update: Tue 6 Nov 2001 20:36:36 GMT"),
+                         QStringLiteral("mixmaster           history  latency  uptime"),
+                         QStringLiteral("--------------------------------------------")};
+        for (int i = from; i < from + count; ++i)
+            page.append(QStringLiteral("%1%2").arg(prefix).arg(i).leftJustified(15) +
+                        QStringLiteral("##*#####+#+#    23:09 100.00%"));
+        return page;
+    };
+    const auto report = [&](int count) {
+        WriteLines(PagePath(QStringLiteral("mlist.txt")), mlist(0, count, "r"));
+        const QStringList fresh = mlist(count / 2, count, "R");
+        QStringList lines;
+        QStringList newbars;
+        QElapsedTimer clock;
+        clock.start();
+        ReportMixmasterChanges(fresh, lines, false, newbars);
+        const double ms = elapsedMs(clock);
+        if (lines.size() != 2 + count / 2 + 2 + count / 2)
+            qFatal("the change report has %d lines", int(lines.size()));
+        return ms;
+    };
+    const auto urls = [&](int count) {
+        QByteArray bytes = "velkin urls\r\n";
+        for (int i = 0; i < count; ++i) {
+            const QByteArray n = QByteArray::number(i);
+            bytes += "[src" + n + "]\r\n";
+            for (const char* page : {"mlist.txt", "pubring.mix", "rlist.txt", "pubring.asc"})
+                bytes += QByteArray(page) + " https://pinger" + n + ".example/" + page + "\r\n";
+            bytes += "\r\n";
+        }
+        const QString path = env.programFolder() + QStringLiteral("urls.txt");
+        TempEnvironment::writeFile(path, bytes + "[velkin]\r\n");
+        TestFrontEnd ui;
+        const StatsSourceList sources(path, &ui);
+        QElapsedTimer clock;
+        clock.start();
+        const int entries = int(sources.sourceBoxContent(QStringLiteral("src1")).entries.size());
+        const QString url = sources.urlOfPage(QStringLiteral("src%1").arg(count - 1),
+                                              QStringLiteral("pubring.asc"));
+        const bool moved = sources.moveSource(QStringLiteral("src%1").arg(count - 2), 0);
+        const double ms = elapsedMs(clock);
+        if (entries != count || url.isEmpty() || !moved ||
+            sources.sourceNameByIndex(0) != QStringLiteral("src%1").arg(count - 2))
+            qFatal("the urls.txt of %d sections was not read right", count);
+        return ms;
+    };
+    Verdict verdict;
+    std::printf("%-30s %9s %9s %9s %9s\n", "best of 3, ms", "n", "time", "2n", "time");
+    for (const auto& [what, run, n] :
+         {std::tuple{"change report (n remailers)", std::function<double(int)>(report), 100000},
+          std::tuple{"urls.txt (n sections)", std::function<double(int)>(urls), 20000}}) {
+        double once = 1e300;
+        double twice = 1e300;
+        for (int r = 0; r < 3; ++r) {
+            once = std::min(once, run(n));
+            twice = std::min(twice, run(2 * n));
+        }
+        std::printf("%-30s %9d %9.1f %9d %9.1f; ", what, n, once, 2 * n, twice);
+        verdict.doubling("doubled", twice / once);
+        std::printf("\n");
+    }
+    std::printf("\n");
+    return verdict.met;
+}
+
 // The pages of the run: the real pages of one day from the source, small
 // suite pages from "[velkin]".
 struct RunPages {
@@ -393,8 +475,10 @@ int main(int argc, char** argv) {
     }
 
     bool met = true;
-    if (pages)
+    if (pages) {
         met = pageWork(minLines, maxLines) && met;
+        met = largeInputs() && met;
+    }
     if (run)
         met = wholeRun(runs) && met;
     std::printf("\nAll targets %s\n", met ? "met" : "NOT met (see above)");
