@@ -360,11 +360,6 @@ private slots:
 
 private:
     QString urlsPath() const { return ProgramFolder() + "urls.txt"; }
-    void realStatsPage(const QStringList& f);
-    void mixKeyring(const QString& file, const QString& expected);
-    void barredStoredFiles(const QStringList& f);
-    void installDefault(const QString& before, bool written);
-    void toolSession(const QString& name, const QStringList& format, int version);
     std::unique_ptr<TempEnvironment> m_env;
     TestFrontEnd m_ui;
 };
@@ -555,6 +550,31 @@ void TestCore::msgDlgWaitTicksRunProgram() {
 
 // ---------------------------------------------------------------- urls.txt
 
+static void installDefault(const QString& before, bool written) {
+    QString path = ProgramFolder() + "urls.txt";
+    if (before == "file" || before.isEmpty())
+        TempEnvironment::writeFile(path, before.toLatin1());
+    else if (before == "directory")
+        QVERIFY(QDir().mkdir(path));
+    else if (before == "dangling link")
+        QVERIFY(QFile::link(ProgramFolder() + "nowhere/urls.txt", path));
+    else if (before == "no folder")
+        path = ProgramFolder() + "missing/urls.txt";
+    const QFileInfo was(path);
+    QString error;
+    bool didWrite = !written;
+    QCOMPARE(InstallDefaultUrls(path, &error, &didWrite), before != "no folder");
+    QCOMPARE(didWrite, written);
+    QCOMPARE(error.isEmpty(), before != "no folder");
+    const QFileInfo is(path);
+    QCOMPARE(is.isDir(), was.isDir());
+    QCOMPARE(is.isSymLink(), was.isSymLink());
+    QCOMPARE(TempEnvironment::readFile(path), written            ? DefaultUrlsBytes()
+                                              : before == "file" ? "file"
+                                                                 : QByteArray());
+    QCOMPARE(QFileInfo::exists(path), before != "no folder" && before != "dangling link");
+}
+
 void TestCore::urls() {
     QFETCH(QStringList, f);
     if (f[0] == "install")
@@ -638,31 +658,6 @@ void TestCore::shippedUrls() {
     QCOMPARE(shown(m_ui), QString());
 }
 
-void TestCore::installDefault(const QString& before, bool written) {
-    QString path = urlsPath();
-    if (before == "file" || before.isEmpty())
-        TempEnvironment::writeFile(path, before.toLatin1());
-    else if (before == "directory")
-        QVERIFY(QDir().mkdir(path));
-    else if (before == "dangling link")
-        QVERIFY(QFile::link(ProgramFolder() + "nowhere/urls.txt", path));
-    else if (before == "no folder")
-        path = ProgramFolder() + "missing/urls.txt";
-    const QFileInfo was(path);
-    QString error;
-    bool didWrite = !written;
-    QCOMPARE(InstallDefaultUrls(path, &error, &didWrite), before != "no folder");
-    QCOMPARE(didWrite, written);
-    QCOMPARE(error.isEmpty(), before != "no folder");
-    const QFileInfo is(path);
-    QCOMPARE(is.isDir(), was.isDir());
-    QCOMPARE(is.isSymLink(), was.isSymLink());
-    QCOMPARE(TempEnvironment::readFile(path), written            ? DefaultUrlsBytes()
-                                              : before == "file" ? "file"
-                                                                 : QByteArray());
-    QCOMPARE(QFileInfo::exists(path), before != "no folder" && before != "dangling link");
-}
-
 // ---------------------------------------------------------------- source order
 
 void TestCore::sourceOrder() {
@@ -717,6 +712,58 @@ void TestCore::sourceOrderRefused() {
 
 // ---------------------------------------------------------------- barred remailers
 
+// A row's stored pages after the bars: "-" none, "=" as placed, else the
+// real page with the named edits joined by +, in tests/data/barred.
+static QStringList storedPage(const QString& name, const QString& spec) {
+    if (spec == u'-')
+        return {};
+    if (spec == u'=')
+        return name == "type2.list" ? QStringList{"type2.list as it was"}
+                                    : RealPageLines("2001-11-07", name);
+    bool ok = false;
+    const QStringList lines =
+        ReadLines(QStringLiteral(VK_TESTDATA "/barred/%1.%2").arg(name, spec), &ok);
+    if (!ok)
+        qFatal("no test page %s.%s", qPrintable(name), qPrintable(spec));
+    return lines;
+}
+
+static void barredStoredFiles(const QStringList& f) {
+    const QStringList barred = split(f[1]), present = split(f[2]);
+    const QString blocked = f[3] == u'-' ? QString() : f[3];
+    if (!barred.isEmpty())
+        QVERIFY(WriteLines(BarredList::path(), barred));
+    for (const QString& name : present) {
+        if (name == "type2.list")
+            QVERIFY(WriteLines(PagePath(name), {"type2.list as it was"}));
+        else if (name != blocked)
+            QVERIFY(QFile::copy(QStringLiteral(VK_REALDATA "/2001-11-07/") + name, PagePath(name)));
+    }
+    if (!blocked.isEmpty())
+        QVERIFY(QDir().mkdir(PagePath(blocked)) &&
+                WriteLines(PagePath(blocked) + "/inside", {"kept"}));
+    QString error = QStringLiteral("not cleared");
+    QCOMPARE(ApplyBarredListToStoredFiles(&error), blocked.isEmpty());
+    QVERIFY2(blocked.isEmpty() ? error.isEmpty() : error.contains(PagePath(blocked)),
+             qPrintable(error));
+    const QStringList names = {"mlist.txt", "pubring.mix", "type2.list", "rlist.txt"};
+    QList<QStringList> expected;
+    for (int i = 0; i < 4; ++i)
+        expected += storedPage(names[i], f[4 + i]);
+    for (int i = 0; i < 4; ++i) {
+        bool ok = false;
+        if (names[i] == blocked)
+            QCOMPARE(ReadLines(PagePath(blocked) + "/inside"), QStringList{"kept"});
+        else if (expected[i].isEmpty())
+            QVERIFY2(!QFileInfo::exists(PagePath(names[i])), qPrintable(names[i]));
+        else
+            QVERIFY2(ReadLines(PagePath(names[i]), &ok) == expected[i] && ok, qPrintable(names[i]));
+    }
+    // Nothing lands in the program folder but the list itself.
+    QCOMPARE(QDir(ProgramFolder()).entryList(QDir::Files),
+             barred.isEmpty() ? QStringList() : QStringList{"barred.txt"});
+}
+
 void TestCore::barred() {
     QFETCH(QStringList, f);
     if (f[0] == "parse") {
@@ -762,58 +809,6 @@ void TestCore::barred() {
     } else {
         QFAIL("unknown case kind");
     }
-}
-
-// A row's stored pages after the bars: "-" none, "=" as placed, else the
-// real page with the named edits joined by +, in tests/data/barred.
-static QStringList storedPage(const QString& name, const QString& spec) {
-    if (spec == u'-')
-        return {};
-    if (spec == u'=')
-        return name == "type2.list" ? QStringList{"type2.list as it was"}
-                                    : RealPageLines("2001-11-07", name);
-    bool ok = false;
-    const QStringList lines =
-        ReadLines(QStringLiteral(VK_TESTDATA "/barred/%1.%2").arg(name, spec), &ok);
-    if (!ok)
-        qFatal("no test page %s.%s", qPrintable(name), qPrintable(spec));
-    return lines;
-}
-
-void TestCore::barredStoredFiles(const QStringList& f) {
-    const QStringList barred = split(f[1]), present = split(f[2]);
-    const QString blocked = f[3] == u'-' ? QString() : f[3];
-    if (!barred.isEmpty())
-        QVERIFY(WriteLines(BarredList::path(), barred));
-    for (const QString& name : present) {
-        if (name == "type2.list")
-            QVERIFY(WriteLines(PagePath(name), {"type2.list as it was"}));
-        else if (name != blocked)
-            QVERIFY(QFile::copy(QStringLiteral(VK_REALDATA "/2001-11-07/") + name, PagePath(name)));
-    }
-    if (!blocked.isEmpty())
-        QVERIFY(QDir().mkdir(PagePath(blocked)) &&
-                WriteLines(PagePath(blocked) + "/inside", {"kept"}));
-    QString error = QStringLiteral("not cleared");
-    QCOMPARE(ApplyBarredListToStoredFiles(&error), blocked.isEmpty());
-    QVERIFY2(blocked.isEmpty() ? error.isEmpty() : error.contains(PagePath(blocked)),
-             qPrintable(error));
-    const QStringList names = {"mlist.txt", "pubring.mix", "type2.list", "rlist.txt"};
-    QList<QStringList> expected;
-    for (int i = 0; i < 4; ++i)
-        expected += storedPage(names[i], f[4 + i]);
-    for (int i = 0; i < 4; ++i) {
-        bool ok = false;
-        if (names[i] == blocked)
-            QCOMPARE(ReadLines(PagePath(blocked) + "/inside"), QStringList{"kept"});
-        else if (expected[i].isEmpty())
-            QVERIFY2(!QFileInfo::exists(PagePath(names[i])), qPrintable(names[i]));
-        else
-            QVERIFY2(ReadLines(PagePath(names[i]), &ok) == expected[i] && ok, qPrintable(names[i]));
-    }
-    // Nothing lands in the program folder but the list itself.
-    QCOMPARE(QDir(m_env->programFolder()).entryList(QDir::Files),
-             barred.isEmpty() ? QStringList() : QStringList{"barred.txt"});
 }
 
 // ---------------------------------------------------------------- bar editor
@@ -1078,6 +1073,50 @@ void TestCore::pageViewAndClasses() {
     QVERIFY(watched.isNull());
 }
 
+static void realStatsPage(const QStringList& f) {
+    const QString& name = f[2];
+    const QString& updateLine = f[3];
+    const int movedLines = f[4].toInt();
+    const QDate pageDate = QDate::fromString(f[6], Qt::ISODate);
+    const QByteArray bytes = TempEnvironment::readFile(QStringLiteral(VK_REALDATA "/") + f[1]);
+    const QStringList raw = BytesToLines(bytes);
+    auto doc = makeDoc(name, raw);
+    const QStringList& lines = doc->Lines();
+    QCOMPARE(lines.size(), f[5].toInt());
+    QCOMPARE(lines.first(), updateLine);
+    // What stood above the date line follows the table after one empty line.
+    const QStringList trimmed = withoutOuterBlankLines(raw);
+    QCOMPARE(lines, trimmed.mid(movedLines) + QStringList{QString()} + trimmed.first(movedLines));
+    QVERIFY(!doc->IsStatsVersion2());
+    QVERIFY(doc->IsValidPage());
+    // Pingers write "Last update: ", so even these old pages are not stale.
+    QVERIFY(!doc->IsOutOfDate(QDate(2099, 1, 1)));
+    // Each list is refused under the other list's name.
+    QVERIFY(!makeDoc(name == u"mlist.txt" ? "rlist.txt" : "mlist.txt", raw)->IsValidPage());
+    // Pingers on other systems send CR LF: the same page.
+    QVERIFY(!bytes.contains('\r'));
+    auto crlf = makeDoc(name, BytesToLines(QByteArray(bytes).replace("\n", "\r\n")));
+    QCOMPARE(crlf->Lines(), lines);
+    QVERIFY(crlf->IsValidPage());
+    // The real date line, written the way the date rule looks for it.
+    QStringList capital = raw;
+    QCOMPARE(capital.count(updateLine), 1);
+    capital[capital.indexOf(updateLine)].replace(0, 13, QStringLiteral("Last Update: "));
+    auto dated = makeDoc(name, capital);
+    QVERIFY(dated->IsValidPage());
+    QVERIFY(!dated->IsOutOfDate(pageDate.addDays(3)));
+    QVERIFY(dated->IsOutOfDate(pageDate.addDays(4)));
+}
+
+static void mixKeyring(const QString& file, const QString& expected) {
+    bool ok = false;
+    const QStringList page = ReadLines(QStringLiteral(VK_TESTDATA "/keyrings/") + file, &ok);
+    QVERIFY(ok);
+    const MixKeyringCheck check = CheckMixKeyring(page);
+    QCOMPARE(check.ok() ? QStringLiteral("ok %1").arg(check.keys.size()) : check.problem, expected);
+    QCOMPARE(makeDoc(QStringLiteral("pubring.mix"), page)->IsValidPage(), check.ok());
+}
+
 void TestCore::docs() {
     QFETCH(QStringList, f);
     if (f[0] == "real")
@@ -1118,50 +1157,6 @@ void TestCore::docs() {
                                            : after.split(u'|'));
     // A view showing the page hears of a trim, and only then.
     QCOMPARE(changed.count(), doc->Lines() == made ? 0 : 1);
-}
-
-void TestCore::realStatsPage(const QStringList& f) {
-    const QString& name = f[2];
-    const QString& updateLine = f[3];
-    const int movedLines = f[4].toInt();
-    const QDate pageDate = QDate::fromString(f[6], Qt::ISODate);
-    const QByteArray bytes = TempEnvironment::readFile(QStringLiteral(VK_REALDATA "/") + f[1]);
-    const QStringList raw = BytesToLines(bytes);
-    auto doc = makeDoc(name, raw);
-    const QStringList& lines = doc->Lines();
-    QCOMPARE(lines.size(), f[5].toInt());
-    QCOMPARE(lines.first(), updateLine);
-    // What stood above the date line follows the table after one empty line.
-    const QStringList trimmed = withoutOuterBlankLines(raw);
-    QCOMPARE(lines, trimmed.mid(movedLines) + QStringList{QString()} + trimmed.first(movedLines));
-    QVERIFY(!doc->IsStatsVersion2());
-    QVERIFY(doc->IsValidPage());
-    // Pingers write "Last update: ", so even these old pages are not stale.
-    QVERIFY(!doc->IsOutOfDate(QDate(2099, 1, 1)));
-    // Each list is refused under the other list's name.
-    QVERIFY(!makeDoc(name == u"mlist.txt" ? "rlist.txt" : "mlist.txt", raw)->IsValidPage());
-    // Pingers on other systems send CR LF: the same page.
-    QVERIFY(!bytes.contains('\r'));
-    auto crlf = makeDoc(name, BytesToLines(QByteArray(bytes).replace("\n", "\r\n")));
-    QCOMPARE(crlf->Lines(), lines);
-    QVERIFY(crlf->IsValidPage());
-    // The real date line, written the way the date rule looks for it.
-    QStringList capital = raw;
-    QCOMPARE(capital.count(updateLine), 1);
-    capital[capital.indexOf(updateLine)].replace(0, 13, QStringLiteral("Last Update: "));
-    auto dated = makeDoc(name, capital);
-    QVERIFY(dated->IsValidPage());
-    QVERIFY(!dated->IsOutOfDate(pageDate.addDays(3)));
-    QVERIFY(dated->IsOutOfDate(pageDate.addDays(4)));
-}
-
-void TestCore::mixKeyring(const QString& file, const QString& expected) {
-    bool ok = false;
-    const QStringList page = ReadLines(QStringLiteral(VK_TESTDATA "/keyrings/") + file, &ok);
-    QVERIFY(ok);
-    const MixKeyringCheck check = CheckMixKeyring(page);
-    QCOMPARE(check.ok() ? QStringLiteral("ok %1").arg(check.keys.size()) : check.problem, expected);
-    QCOMPARE(makeDoc(QStringLiteral("pubring.mix"), page)->IsValidPage(), check.ok());
 }
 
 // ---------------------------------------------------------------- suite data file
@@ -1241,20 +1236,14 @@ static void probed(const QString& setup, int probed, int opened1, int opened2) {
 // holds the file, and leaves it whole.
 static void locked(int version, const QString& operation) {
     prepare(version == 1 ? "data1" : "data", path());
-    std::unique_ptr<TVKDB> db;
-    if (operation != "open")
-        db = openAs(version, path());
+    auto db = openAs(version, path());
     {
         Raw holder(path());
         QCOMPARE(holder.column("BEGIN EXCLUSIVE"), QStringList());
         QElapsedTimer timer;
         timer.start();
         QStringList found;
-        if (operation == "open") {
-            QCOMPARE(TVKDB::probe(path()), TVKDB::ErrorLocked);
-            QCOMPARE(GetVKDBVersion(path()), 0);
-            db = openAs(version, path());
-        } else if (operation == "records") {
+        if (operation == "records") {
             QVERIFY(!db->getProxyRecords(found));
         } else if (operation == "add proxy") {
             QVERIFY(!db->addProxy(entry("Other", "http", "h", 1)));
@@ -1310,7 +1299,7 @@ void TestCore::dataFile() {
 // A data file made, filled, listed and emptied through the tool (the
 // steps of the named session in tables/vkdbsession.txt in turn), and read
 // by VKstats between.
-void TestCore::toolSession(const QString& name, const QStringList& format, int version) {
+static void toolSession(const QString& name, const QStringList& format, int version) {
     const QString file = ProgramFolder() + QStringLiteral("vk.dbc");
     TempEnvironment::writeFile(ProgramFolder() + "bob.pw", "pa,ss%w\n");
     for (const QStringList& row : TableRows(QStringLiteral("vkdbsession.txt"))) {
