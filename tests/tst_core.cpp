@@ -53,7 +53,7 @@ struct Raw {
     explicit Raw(const QString& path) : name(QStringLiteral("raw%1").arg(++count)) {
         QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), name);
         db.setDatabaseName(path);
-        open = db.open();
+        db.open(); // a failure shows in every statement's result
     }
     ~Raw() {
         QSqlDatabase::database(name, false).close();
@@ -70,7 +70,6 @@ struct Raw {
     }
     static inline int count = 0;
     QString name;
-    bool open = false;
 };
 
 std::unique_ptr<TVKDB> openAs(int version, const QString& path) {
@@ -103,11 +102,11 @@ QStringList records(TVKDB& db) {
 }
 
 // Puts a file in place for a row: "data"/"data1"/"locked" hold the proxy Tor
-// and one value in format 2/1; "text" is
-// not SQLite, "foreign" another program's database, "vN" ours of format N
-// without our tables, "cutN" a data file cut to N bytes, "damaged" one that
-// shows its damage only when the proxies are read; "folder", "empty" and
-// "header" (SQLite's alone) are what they say; anything else no file.
+// and one value in format 2/1; "text" is not SQLite, "foreign" another
+// program's database, "vN" ours of format N without our tables, "cutN" a
+// data file cut to N bytes, "damaged" one that shows its damage only when
+// the proxies are read; "folder", "empty" and "header" (SQLite's alone) are
+// what they say; anything else no file.
 void prepare(const QString& setup, const QString& file) {
     QString error;
     if (setup == "data" || setup == "data1" || setup == "locked") {
