@@ -713,17 +713,17 @@ void TestCore::sourceOrderRefused() {
 
 // A row's stored pages after the bars: "-" none, "=" as placed, else the
 // real page with the named edits joined by +, in tests/data/barred.
-static QStringList storedPage(const QString& name, const QString& spec) {
-    if (spec == u'-')
+static QStringList storedPage(const QString& name, const QString& edits) {
+    if (edits == u'-')
         return {};
-    if (spec == u'=')
+    if (edits == u'=')
         return name == "type2.list" ? QStringList{"type2.list as it was"}
                                     : RealPageLines("2001-11-07", name);
     bool ok = false;
     const QStringList lines =
-        ReadLines(QStringLiteral(VK_TESTDATA "/barred/%1.%2").arg(name, spec), &ok);
+        ReadLines(QStringLiteral(VK_TESTDATA "/barred/%1.%2").arg(name, edits), &ok);
     if (!ok)
-        qFatal("no test page %s.%s", qPrintable(name), qPrintable(spec));
+        qFatal("no test page %s.%s", qPrintable(name), qPrintable(edits));
     return lines;
 }
 
