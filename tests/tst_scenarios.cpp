@@ -171,7 +171,7 @@ void TestScenarios::run() {
             QSKIP(qPrintable(proxy.errorString()));
         const QStringList s = proxy.settings();
         QVERIFY(TVKDB2(programFolder + QStringLiteral("vk.dbc"))
-                    .addProxy({"proxy", s[0].mid(5), false, "127.0.0.1", quint16(s[2].mid(5).toInt()),
+                    .addProxy({"proxy", s[0].mid(5), false, "127.0.0.1", s[2].mid(5).toInt(),
                                proxyWords.value(1), proxyWords.value(2)}));
         connect(&pinger, &TestPinger::requestReceived, this, [&](const TestPinger::Request& r) {
             if ("stop " + r.path == proxyLines.value(1))

@@ -26,7 +26,8 @@ bool ProxyProcess::start(const QString& user, const QString& password) {
         m_port = probe.serverPort();
         probe.close();
         // Out from 127.0.0.2, so that the pinger tells proxied requests apart.
-        QStringList arguments = {"-i", "127.0.0.1", "-p", QString::number(m_port), "-b", "127.0.0.2"};
+        QStringList arguments = {"-i", "127.0.0.1", "-p", QString::number(m_port),
+                                 "-b", "127.0.0.2"};
         if (m_kind == Kind::Tinyproxy) {
             QFile config(m_dir.filePath("tinyproxy.conf"));
             if (!config.open(QIODevice::WriteOnly | QIODevice::Truncate))
