@@ -265,15 +265,6 @@ private slots:
         QCOMPARE(ProxySelection::proxyManagerPath(), m_env->programFolder() + "vkproxy");
         QCOMPARE(PagePath("nymserver.asc"), m_env->programFolder() + "nymserver.asc");
     }
-    void nothingMarked() {
-        ready({});
-        m_controller->setLastSource("second");
-        m_controller->fileUpdate();
-        QCOMPARE(m_ui->messageTexts(), QStringList{"No pages marked for update!     "});
-        QCOMPARE(m_ui->messages[0].type, Information);
-        QCOMPARE(m_pinger->connectionCount(), 0);
-        QCOMPARE(m_controller->lastSource(), QStringLiteral("second"));
-    }
     void closeRefusedWhileRunning() {
         route("/first/mlist.txt", "delay=600");
         ready("mlist.txt");
