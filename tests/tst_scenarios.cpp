@@ -1,4 +1,6 @@
 #include "ProgramRun.h"
+#include "ProxyProcess.h"
+#include "SuiteDatabase.h"
 #include "TempEnvironment.h"
 #include "TestData.h"
 #include "TestPinger.h"
@@ -158,6 +160,24 @@ void TestScenarios::run() {
         !QFileInfo::exists(programFolder + QStringLiteral("no-vk.dbc")))
         QCOMPARE(CreateDataFile(programFolder), QString());
 
+    // proxy: "tinyproxy" or "microsocks USER PASSWORD", stored as the proxy "proxy"; a
+    // second line "stop PATH" stops it when the pinger is asked for PATH.
+    const QStringList proxyLines = dataLines(folder + QStringLiteral("/proxy"));
+    const QStringList proxyWords = proxyLines.value(0).split(u' ');
+    ProxyProcess proxy(proxyWords[0] == "microsocks" ? ProxyProcess::Kind::Microsocks
+                                                     : ProxyProcess::Kind::Tinyproxy);
+    if (!proxyLines.isEmpty()) {
+        if (!proxy.start(proxyWords.value(1), proxyWords.value(2)))
+            QSKIP(qPrintable(proxy.errorString()));
+        const QStringList s = proxy.settings();
+        QVERIFY(TVKDB2(programFolder + QStringLiteral("vk.dbc"))
+                    .addProxy({"proxy", s[0].mid(5), false, "127.0.0.1", s[2].mid(5).toInt(),
+                               proxyWords.value(1), proxyWords.value(2)}));
+        connect(&pinger, &TestPinger::requestReceived, this, [&](const TestPinger::Request& r) {
+            if ("stop " + r.path == proxyLines.value(1))
+                proxy.stop();
+        });
+    }
     QProcessEnvironment environment =
         ChildEnvironment(programFolder, mix.path() + u'/', home.path(),
                          QStringLiteral("unix:path=") + home.path() + QStringLiteral("/no-bus"));
@@ -226,7 +246,7 @@ void TestScenarios::run() {
 
     QStringList paths;
     for (const TestPinger::Request& request : pinger.requests())
-        paths << QString::fromUtf8(request.path);
+        paths << QString::fromUtf8(request.path) + (request.proxied ? " (proxied)" : "");
     paths.sort();
     check(QStringLiteral("requests"), expect + QStringLiteral("requests"),
           paths.join(u'\n').toUtf8() + '\n', false);

@@ -25,14 +25,16 @@ bool ProxyProcess::start(const QString& user, const QString& password) {
             return false;
         m_port = probe.serverPort();
         probe.close();
-        QStringList arguments = {"-i", "127.0.0.1", "-p", QString::number(m_port)};
+        // Out from 127.0.0.2, so that the pinger tells proxied requests apart.
+        QStringList arguments = {"-i", "127.0.0.1", "-p", QString::number(m_port),
+                                 "-b", "127.0.0.2"};
         if (m_kind == Kind::Tinyproxy) {
             QFile config(m_dir.filePath("tinyproxy.conf"));
             if (!config.open(QIODevice::WriteOnly | QIODevice::Truncate))
                 return false;
             config.write(
                 QStringLiteral("Port %1\nListen 127.0.0.1\nAllow 127.0.0.1\nLogFile \"%2\"\n"
-                               "LogLevel Info\nTimeout 30\nMaxClients 20\n")
+                               "LogLevel Info\nTimeout 30\nMaxClients 20\nBind 127.0.0.2\n")
                     .arg(m_port)
                     .arg(m_dir.filePath("proxy.log"))
                     .toUtf8());

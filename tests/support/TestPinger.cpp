@@ -114,6 +114,7 @@ private:
             if (parts.size() != 3)
                 return badRequest();
             Request request;
+            request.proxied = m_socket->peerAddress() != QHostAddress(QHostAddress::LocalHost);
             for (const QByteArray& line : std::as_const(lines)) {
                 const qsizetype colon = line.indexOf(':');
                 if (colon > 0)

@@ -53,6 +53,7 @@ public:
     struct Request {
         QByteArray path; // also from the absolute form sent to an HTTP proxy
         QList<Header> headers;
+        bool proxied = false; // from 127.0.0.2, where the test proxies connect from
         // Empty when missing; names ignore case.
         QByteArray header(const QByteArray& name) const;
     };
