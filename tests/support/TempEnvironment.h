@@ -1,8 +1,12 @@
 #pragma once
 
 #include <QByteArray>
+#include <QList>
 #include <QStringList>
 #include <QTemporaryDir>
+
+#include <optional>
+#include <utility>
 
 // A fresh program folder and Mixmaster folder for one test, pointed to by
 // VKSTATS_HOME and MIXPATH; the old values come back when it goes.
@@ -25,8 +29,5 @@ public:
 private:
     QTemporaryDir m_program;
     QTemporaryDir m_mix;
-    QByteArray m_oldHome;
-    QByteArray m_oldMix;
-    bool m_hadHome;
-    bool m_hadMix;
+    QList<std::pair<const char*, std::optional<QByteArray>>> m_old; // as they were
 };

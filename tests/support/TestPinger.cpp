@@ -35,13 +35,8 @@ QByteArray httpDate(const QDateTime& time) {
 // ends in between so that a line-based reader gets lines to choke on.
 QByteArray garbage() {
     QByteArray bytes;
-    quint32 state = 0x2545F491;
-    while (bytes.size() < 4096) {
-        state = state * 1664525u + 1013904223u;
-        bytes.append(char(state >> 24));
-        if (bytes.size() % 200 == 0)
-            bytes.append("\r\n");
-    }
+    for (int i = 0; i < 20; ++i)
+        bytes += QByteArray(200, char(0x80 + 5 * i)) + "\r\n";
     bytes[0] = '\x00';
     return bytes;
 }
@@ -155,7 +150,7 @@ private:
         case Mode::Silent:
             return; // stays busy: later requests on this connection wait forever too
         case Mode::Garbage:
-            m_socket->write(route.body.isEmpty() ? garbage() : route.body);
+            m_socket->write(garbage());
             if (!route.keepOpen)
                 m_socket->disconnectFromHost();
             return;
@@ -299,32 +294,23 @@ void TestPinger::setRoute(const QString& path, const Route& route) {
 }
 
 void TestPinger::serve(const QString& path, const QByteArray& body, const QDateTime& lastModified) {
-    Route route;
-    route.body = body;
-    route.lastModified = lastModified;
-    setRoute(path, route);
+    setRoute(path, {.body = body, .lastModified = lastModified});
 }
 
 void TestPinger::fail(const QString& path, int status, const QByteArray& body) {
-    Route route;
-    route.status = status;
-    route.body = body;
-    route.headers.append(TestPinger::Header{"Content-Type", "text/html; charset=ISO-8859-1"});
-    setRoute(path, route);
+    setRoute(path, {.status = status,
+                    .body = body,
+                    .headers = {{"Content-Type", "text/html; charset=ISO-8859-1"}}});
 }
 
 void TestPinger::redirect(const QString& path, const QString& location, int status) {
-    Route route;
-    route.status = status;
-    route.headers.append(TestPinger::Header{"Location", location.toLatin1()});
-    setRoute(path, route);
+    setRoute(path, {.status = status, .headers = {{"Location", location.toLatin1()}}});
 }
 
 TestPinger::Route TestPinger::routeFor(const QByteArray& path) const {
-    Route missing;
-    missing.status = 404;
-    missing.body = "<html><body><h1>Not Found</h1></body></html>\r\n";
-    return m_routes.value(QString::fromLatin1(path), missing);
+    return m_routes.value(
+        QString::fromLatin1(path),
+        {.status = 404, .body = "<html><body><h1>Not Found</h1></body></html>\r\n"});
 }
 
 void TestPinger::clearLog() {

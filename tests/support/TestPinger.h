@@ -36,17 +36,17 @@ public:
     struct Route {
         Mode mode = Mode::Normal;
         int status = 200;
-        QByteArray body;
+        QByteArray body{};
         // Sent as Last-Modified; a request whose If-Modified-Since is at or
         // after it gets 304.
-        QDateTime lastModified;
-        QList<Header> headers; // added as they are
+        QDateTime lastModified{};
+        QList<Header> headers{}; // added as they are
         int delayMs = 0;       // before the answer starts
         int dripBytes = 16;
         int dripIntervalMs = 100;
         // Without a length the body ends when the connection closes.
         bool sendLength = true;
-        // Garbage: the connection stays open after the bytes.
+        // Garbage (made up here): the connection stays open after the bytes.
         bool keepOpen = false;
     };
 
@@ -76,11 +76,8 @@ public:
     QList<Request> requests() const { return m_requests; }
     void clearLog();
 
-    // Sets route from "key=value" words: status, mode (normal, drip, endless,
-    // reset, garbage, silent, headerflood, endlessheader), delay (ms),
-    // lastmodified (ISO), header (Name:Value), drip (BYTES/MS), lines (the
-    // body: that many bytes of 64-byte lines), length=0 (no Content-Length),
-    // keepopen. Returns what was wrong with a word, or nothing.
+    // Sets route from "key=value" words, those of a scenario's pinger.txt
+    // (tests/scenarios/README.md). Returns what was wrong with a word, or nothing.
     static QString applyRouteWords(Route& route, const QStringList& words);
     // size bytes of 64-byte lines, so that a body cut at a multiple of 64
     // still ends in a line end.
