@@ -55,6 +55,15 @@ struct ProgramSetup {
     QTemporaryDir program, mix, home;
     QString programFolder() const { return program.path() + u'/'; }
     QString mixFolder() const { return mix.path() + u'/'; }
+    // For a copy with a window (offscreen) or without; withMix false leaves MIXPATH unset.
+    QProcessEnvironment environment(bool window, bool withMix = true) const {
+        QProcessEnvironment environment =
+            ChildEnvironment(programFolder(), withMix ? mixFolder() : QString(), home.path(),
+                             qEnvironmentVariable("DBUS_SESSION_BUS_ADDRESS"));
+        if (window)
+            environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+        return environment;
+    }
 };
 
 } // namespace
@@ -75,7 +84,6 @@ private:
     QDBusConnection open(const QString& name);
     void prepareProgram(ProgramSetup& setup, const QString& lastSource = {},
                         const QStringList& pages = StatsPages);
-    QProcessEnvironment environment(const ProgramSetup& setup, bool withMix = true) const;
     QString heardUpToMarker(const QStringList& heard);
     bool nameOwned() const;
     QDBusConnectionInterface::RegisterServiceReply holdNameSilently();
@@ -156,11 +164,6 @@ void TestSuiteBus::prepareProgram(ProgramSetup& setup, const QString& lastSource
                                urls + "\n[velkin]\n");
 }
 
-QProcessEnvironment TestSuiteBus::environment(const ProgramSetup& setup, bool withMix) const {
-    return ChildEnvironment(setup.programFolder(), withMix ? setup.mixFolder() : QString(),
-                            setup.home.path(), qEnvironmentVariable("DBUS_SESSION_BUS_ADDRESS"));
-}
-
 // What was heard ("code,value" words) up to a marker sent now. A sender's
 // signal is on the bus before its program ends (SuiteBus makes sure of that),
 // so a marker sent after the end arrives after everything the run sent;
@@ -219,10 +222,8 @@ void TestSuiteBus::silentHolderIsNotActivated() {
 void TestSuiteBus::secondCopyLeavesAndFirstClosesOnCode1() {
     ProgramSetup firstSetup;
     prepareProgram(firstSetup, QStringLiteral("pinger"));
-    QProcessEnvironment firstEnvironment = environment(firstSetup);
-    firstEnvironment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
     m_desktop = std::make_unique<QProcess>();
-    m_desktop->setProcessEnvironment(firstEnvironment);
+    m_desktop->setProcessEnvironment(firstSetup.environment(true));
     m_desktop->start(QStringLiteral(VKSTATS), QStringList());
     QVERIFY2(m_desktop->waitForStarted(30000), qPrintable(m_desktop->errorString()));
     QTRY_VERIFY_WITH_TIMEOUT(nameOwned() || m_desktop->state() == QProcess::NotRunning, 60000);
@@ -234,11 +235,9 @@ void TestSuiteBus::secondCopyLeavesAndFirstClosesOnCode1() {
     ProgramSetup secondSetup;
     prepareProgram(secondSetup);
     QVERIFY(QFile::remove(secondSetup.programFolder() + QStringLiteral("urls.txt")));
-    QProcessEnvironment secondEnvironment = environment(secondSetup);
-    secondEnvironment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
     const QString ini = secondSetup.programFolder() + QStringLiteral("vkstats.ini");
     const QByteArray iniBefore = TempEnvironment::readFile(ini);
-    const ProgramRun second = RunToEnd(QStringLiteral(VKSTATS), {}, secondEnvironment, 60000);
+    const ProgramRun second = RunToEnd(VKSTATS, {}, secondSetup.environment(true), 60000);
     QVERIFY2(second.endedWith(0), second.describe(VKSTATS, {}).constData());
     QVERIFY(!QFileInfo::exists(secondSetup.programFolder() + QStringLiteral("urls.txt")));
     QCOMPARE(TempEnvironment::readFile(ini), iniBefore);
@@ -304,8 +303,8 @@ void TestSuiteBus::headlessBroadcasts() {
     QVERIFY(listenerBus.connect(QString(), SuiteBus::objectPath(), SuiteBus::interfaceName(),
                                 QStringLiteral("VKAppMessage"), &listener,
                                 SLOT(PostMessage(int, int))));
-    const ProgramRun run =
-        RunToEnd(QStringLiteral(VKSTATS), arguments, environment(setup, situation != "nomix"));
+    const ProgramRun run = RunToEnd(QStringLiteral(VKSTATS), arguments,
+                                    setup.environment(false, situation != "nomix"));
     QVERIFY2(run.endedWith(exitCode), run.describe(VKSTATS, arguments).constData());
     QCOMPARE(heardUpToMarker(heard), f[3]);
     QCOMPARE(activated.count(), 0);
