@@ -187,11 +187,9 @@ private:
     template <typename D>
     bool modal(const std::function<bool()>& open, const std::function<void(D*)>& act);
     bool urlManager(const std::function<void(TURLDlg*)>& act);
-    bool barManager(const std::function<void(TBarRemsDlg2*)>& act);
     QString path(const QString& name) const { return m_env->programFolder() + name; }
     QByteArray file(const QString& name) const;
     QByteArray placeUrls();
-    void placeBarred(const QByteArray& bytes);
     void startWindow(const QStringList& arguments, const QByteArray& urls);
 
     std::unique_ptr<TempEnvironment> m_env;
@@ -247,14 +245,6 @@ bool TestWindows::urlManager(const std::function<void(TURLDlg*)>& act) {
         [&] { return ShowURLManager(nullptr, &m_ui, path("urls.txt"), "<none>", {}); }, act);
 }
 
-bool TestWindows::barManager(const std::function<void(TBarRemsDlg2*)>& act) {
-    QWidget owner;
-    owner.setGeometry(20, 30, 740, 520);
-    owner.show();
-    return modal<TBarRemsDlg2>([&] { return ShowBarRemailers(&owner, &m_ui, path("barred.txt")); },
-                               act);
-}
-
 QByteArray TestWindows::file(const QString& name) const {
     return QFileInfo::exists(path(name)) ? TempEnvironment::readFile(path(name)) : "<missing>";
 }
@@ -265,18 +255,6 @@ QByteArray TestWindows::placeUrls() {
         path("urls.txt"), "velkin urls\n[a]\nmlist.txt http://127.0.0.1:9/mlist.txt\n\n"
                           "[velkin]\nurls.txt " +
                               m_pinger->url("/urls.txt").toLatin1() + "\n"));
-}
-
-// The mlist pages as a save leaves them: dizum, barred entirely, only in the
-// unfiltered copy.
-void TestWindows::placeBarred(const QByteArray& bytes) {
-    for (const char* name : {"mlist.txt", "mlist.org.txt"})
-        TempEnvironment::writeFile(PagePath(name), data(name));
-    QFile::remove(path("barred.txt"));
-    if (bytes == "<folder>")
-        QDir().mkpath(path("barred.txt"));
-    else if (bytes != "<missing>")
-        TempEnvironment::writeFile(path("barred.txt"), bytes);
 }
 
 void TestWindows::startWindow(const QStringList& arguments, const QByteArray& urls) {
@@ -437,18 +415,30 @@ void TestWindows::import(const QStringList& f) {
 // the rows and the last menu are those after the steps.
 void TestWindows::barred(const QStringList& f) {
     const QByteArray before = f[1] == "barred" ? Barred : f[1].toLatin1();
-    placeBarred(before);
+    // The mlist pages as a save leaves them: dizum, barred entirely, only in
+    // the unfiltered copy.
+    for (const char* name : {"mlist.txt", "mlist.org.txt"})
+        TempEnvironment::writeFile(PagePath(name), data(name));
+    if (before == "<folder>")
+        QDir().mkpath(path("barred.txt"));
+    else if (before != "<missing>")
+        TempEnvironment::writeFile(path("barred.txt"), before);
     for (const QString& answer : listOf(f[4]))
         m_ui.answers << (answer == "cancel" ? IdCancel : IdOk);
     QStringList menu, rows;
     bool closed = false;
-    const bool result = barManager([&](TBarRemsDlg2* dialog) {
-        menu = playBars(dialog, f[2] == u'-' ? QStringList() : f[2].split(" ; "));
-        rows = rowsOf(dialog->RemailerList);
-        for (const QString& how : f[3].split(" ; "))
-            closeBy(dialog, how);
-        closed = !dialog->isVisible();
-    });
+    QWidget owner;
+    owner.setGeometry(20, 30, 740, 520);
+    owner.show();
+    const bool result = modal<TBarRemsDlg2>(
+        [&] { return ShowBarRemailers(&owner, &m_ui, path("barred.txt")); },
+        [&](TBarRemsDlg2* dialog) {
+            menu = playBars(dialog, f[2] == u'-' ? QStringList() : f[2].split(" ; "));
+            rows = rowsOf(dialog->RemailerList);
+            for (const QString& how : f[3].split(" ; "))
+                closeBy(dialog, how);
+            closed = !dialog->isVisible();
+        });
     QCOMPARE(m_acted && closed, before != "<folder>"); // a list that cannot be read is not edited
     QVERIFY2(!menu.value(0).startsWith("no "), qPrintable(menu.value(0)));
     QCOMPARE(result, f[5] == u'1');

@@ -16,14 +16,6 @@ TempEnvironment::~TempEnvironment() {
         old ? qputenv(name, *old) : qunsetenv(name);
 }
 
-QString TempEnvironment::programFolder() const {
-    return m_program.path() + u'/';
-}
-
-QString TempEnvironment::mixFolder() const {
-    return m_mix.path() + u'/';
-}
-
 QString TempEnvironment::writeFile(const QString& path, const QByteArray& bytes) {
     QFile file(path);
     if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())

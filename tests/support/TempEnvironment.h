@@ -19,8 +19,8 @@ public:
 
     bool isValid() const { return m_program.isValid() && m_mix.isValid(); }
     // Both with a trailing slash, as the program sees them.
-    QString programFolder() const;
-    QString mixFolder() const;
+    QString programFolder() const { return m_program.path() + u'/'; }
+    QString mixFolder() const { return m_mix.path() + u'/'; }
 
     // Writes a file below a folder; returns its path.
     static QString writeFile(const QString& path, const QByteArray& bytes);

@@ -244,10 +244,6 @@ private:
     int m_dripBytes = 1;
 };
 
-TestPinger::TestPinger(QObject* parent) : QObject(parent) {}
-
-TestPinger::~TestPinger() = default;
-
 bool TestPinger::listen() {
     return startListening(new QTcpServer(this));
 }
@@ -289,10 +285,6 @@ QString TestPinger::url(const QString& path, const QString& host) const {
         .arg(path);
 }
 
-void TestPinger::setRoute(const QString& path, const Route& route) {
-    m_routes.insert(path, route);
-}
-
 void TestPinger::serve(const QString& path, const QByteArray& body, const QDateTime& lastModified) {
     setRoute(path, {.body = body, .lastModified = lastModified});
 }
@@ -311,10 +303,6 @@ TestPinger::Route TestPinger::routeFor(const QByteArray& path) const {
     return m_routes.value(
         QString::fromLatin1(path),
         {.status = 404, .body = "<html><body><h1>Not Found</h1></body></html>\r\n"});
-}
-
-void TestPinger::clearLog() {
-    m_requests.clear();
 }
 
 QString TestPinger::applyRouteWords(Route& route, const QStringList& words) {

@@ -41,7 +41,7 @@ public:
         // after it gets 304.
         QDateTime lastModified{};
         QList<Header> headers{}; // added as they are
-        int delayMs = 0;       // before the answer starts
+        int delayMs = 0;         // before the answer starts
         int dripBytes = 16;
         int dripIntervalMs = 100;
         // Without a length the body ends when the connection closes.
@@ -57,8 +57,7 @@ public:
         QByteArray header(const QByteArray& name) const;
     };
 
-    explicit TestPinger(QObject* parent = nullptr);
-    ~TestPinger() override;
+    explicit TestPinger(QObject* parent = nullptr) : QObject(parent) {}
 
     // Listens on 127.0.0.1 at a free port; listenTls speaks https.
     bool listen();
@@ -67,14 +66,14 @@ public:
     quint16 port() const;
     QString url(const QString& path, const QString& host = QStringLiteral("127.0.0.1")) const;
 
-    void setRoute(const QString& path, const Route& route);
+    void setRoute(const QString& path, const Route& route) { m_routes.insert(path, route); }
     void serve(const QString& path, const QByteArray& body, const QDateTime& lastModified = {});
     void fail(const QString& path, int status, const QByteArray& body);
     void redirect(const QString& path, const QString& location, int status = 302);
 
     int connectionCount() const { return m_connections; }
     QList<Request> requests() const { return m_requests; }
-    void clearLog();
+    void clearLog() { m_requests.clear(); }
 
     // Sets route from "key=value" words, those of a scenario's pinger.txt
     // (tests/scenarios/README.md). Returns what was wrong with a word, or nothing.
