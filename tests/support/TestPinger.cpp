@@ -289,12 +289,6 @@ void TestPinger::serve(const QString& path, const QByteArray& body, const QDateT
     setRoute(path, {.body = body, .lastModified = lastModified});
 }
 
-void TestPinger::fail(const QString& path, int status, const QByteArray& body) {
-    setRoute(path, {.status = status,
-                    .body = body,
-                    .headers = {{"Content-Type", "text/html; charset=ISO-8859-1"}}});
-}
-
 void TestPinger::redirect(const QString& path, const QString& location, int status) {
     setRoute(path, {.status = status, .headers = {{"Location", location.toLatin1()}}});
 }

@@ -68,7 +68,6 @@ public:
 
     void setRoute(const QString& path, const Route& route) { m_routes.insert(path, route); }
     void serve(const QString& path, const QByteArray& body, const QDateTime& lastModified = {});
-    void fail(const QString& path, int status, const QByteArray& body);
     void redirect(const QString& path, const QString& location, int status = 302);
 
     int connectionCount() const { return m_connections; }
