@@ -72,7 +72,6 @@ class TestSuiteBus : public QObject {
     Q_OBJECT
 private slots:
     void initTestCase();
-    void init();
     void cleanup();
     void claimActivateAndPost();
     void secondCopyLeavesAndFirstClosesOnCode1();
@@ -87,7 +86,7 @@ private:
     bool nameOwned() const;
 
     QStringList m_connections;
-    std::unique_ptr<TestPinger> m_pinger;
+    TestPinger m_pinger; // its routes set anew by each run, its log cleared
     std::unique_ptr<QProcess> m_desktop;
     int m_markers = 0;
 };
@@ -98,11 +97,7 @@ void TestSuiteBus::initTestCase() {
         QSKIP("needs a session bus of its own: run under dbus-run-session");
     if (nameOwned())
         QSKIP("another program holds the suite's name on this bus");
-}
-
-void TestSuiteBus::init() {
-    m_pinger = std::make_unique<TestPinger>();
-    QVERIFY(m_pinger->listen());
+    QVERIFY(m_pinger.listen());
 }
 
 void TestSuiteBus::cleanup() {
@@ -111,7 +106,7 @@ void TestSuiteBus::cleanup() {
         m_desktop->waitForFinished(10000);
     }
     m_desktop.reset();
-    m_pinger.reset();
+    m_pinger.clearLog();
     // A connection keeps its names until it is closed; then the name is free.
     for (const QString& name : std::as_const(m_connections))
         QDBusConnection::disconnectFromBus(name);
@@ -147,7 +142,7 @@ void TestSuiteBus::prepareProgram(ProgramSetup& setup, const QString& lastSource
                                "timeoutseconds=5\n");
     QByteArray urls = "velkin urls\n[pinger]\n";
     for (const QString& page : pages)
-        urls += page.toLatin1() + ' ' + m_pinger->url(u'/' + page).toLatin1() + '\n';
+        urls += page.toLatin1() + ' ' + m_pinger.url(u'/' + page).toLatin1() + '\n';
     TempEnvironment::writeFile(setup.programFolder() + QStringLiteral("urls.txt"),
                                urls + "\n[velkin]\n");
 }
@@ -251,10 +246,10 @@ void TestSuiteBus::headlessBroadcasts() {
     prepareProgram(setup, {},
                    situation == "nourl" ? QStringList{"mlist.txt", "rlist.txt"} : StatsPages);
     for (const QString& page : StatsPages)
-        m_pinger->serve(u'/' + page, RealPage(Served, page));
+        m_pinger.serve(u'/' + page, RealPage(Served, page));
     const QString data = setup.programFolder() + QStringLiteral("vk.dbc");
     if (situation == "fail")
-        m_pinger->setRoute("/pubring.asc", {.status = 500, .body = "<html>Server Error</html>\n"});
+        m_pinger.setRoute("/pubring.asc", {.status = 500, .body = "<html>Server Error</html>\n"});
     if (situation == "nodata" || situation == "encrypted")
         QVERIFY(QFile::remove(data));
     if (situation == "junk")
@@ -293,7 +288,7 @@ void TestSuiteBus::headlessBroadcasts() {
         QVERIFY(!window.claim() && !activateRunning(window));
     if (situation == "update" || situation == "holder" || situation == "window") {
         QCOMPARE(run.err.contains(QStringLiteral("Another update is running")), exitCode == 3);
-        QCOMPARE(m_pinger->requests().isEmpty(), exitCode == 3);
+        QCOMPARE(m_pinger.requests().isEmpty(), exitCode == 3);
         QCOMPARE(TempEnvironment::readFile(setup.mixFolder() + QStringLiteral("pubring.mix")),
                  exitCode == 3 ? QByteArray() : RealPage(Served, QStringLiteral("pubring.mix")));
     }

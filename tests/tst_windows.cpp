@@ -362,13 +362,12 @@ void TestWindows::firstline(const QStringList& f) {
     QVERIFY(m_acted && !result);
     QCOMPARE(seen[0], shown(outcome.size() > 1 ? before : f[1].toLatin1()));
     QCOMPARE(seen[1], outcome == u'1' ? "10" : outcome == u'0' ? "11" : "00");
-    QCOMPARE(m_ui.messageTexts(),
-             QStringList({FetchQuestion, outcome == u'1' ? UrlsQuestion
-                                         : outcome == u'0'
-                                             ? BadPage
-                                             : "I was unable to fetch urls.txt from\n" +
-                                                   m_pinger->url("/urls.txt") + u'\n' + outcome +
-                                                   "\nYour URLs are unchanged."}));
+    const QString told = outcome == u'1'   ? UrlsQuestion
+                         : outcome == u'0' ? BadPage
+                                           : "I was unable to fetch urls.txt from\n" +
+                                                 m_pinger->url("/urls.txt") + u'\n' + outcome +
+                                                 "\nYour URLs are unchanged.";
+    QCOMPARE(m_ui.messageTexts(), QStringList({FetchQuestion, told}));
     if (outcome != u'1')
         QCOMPARE(m_ui.messages.at(1).type, outcome == u'0' ? Warning : Error);
     if (outcome == u'0') {

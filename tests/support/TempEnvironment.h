@@ -1,12 +1,10 @@
 #pragma once
 
 #include <QByteArray>
-#include <QList>
 #include <QStringList>
 #include <QTemporaryDir>
 
 #include <optional>
-#include <utility>
 
 // A fresh program folder and Mixmaster folder for one test, pointed to by
 // VKSTATS_HOME and MIXPATH; the old values come back when it goes.

@@ -255,7 +255,7 @@ bool TestPinger::listenTls(const QSslConfiguration& configuration) {
 }
 
 bool TestPinger::startListening(QTcpServer* server) {
-    close();
+    delete m_server; // a listen again replaces the server
     m_server = server;
     const auto acceptAll = [this] {
         while (m_server && m_server->hasPendingConnections()) {
@@ -266,11 +266,6 @@ bool TestPinger::startListening(QTcpServer* server) {
     connect(m_server, &QTcpServer::pendingConnectionAvailable, this, acceptAll);
     connect(m_server, &QTcpServer::newConnection, this, acceptAll);
     return m_server->listen(QHostAddress::LocalHost, 0);
-}
-
-void TestPinger::close() {
-    delete m_server;
-    m_server = nullptr;
 }
 
 quint16 TestPinger::port() const {

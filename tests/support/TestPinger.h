@@ -12,7 +12,6 @@
 
 class QSslConfiguration;
 class QTcpServer;
-class QTcpSocket;
 
 // A small HTTP/1.1 server on 127.0.0.1 that plays a pinger site, well
 // behaved or not, for the download tests and the demo. Each path is set up
@@ -62,7 +61,6 @@ public:
     // Listens on 127.0.0.1 at a free port; listenTls speaks https.
     bool listen();
     bool listenTls(const QSslConfiguration& configuration);
-    void close();
     quint16 port() const;
     QString url(const QString& path, const QString& host = QStringLiteral("127.0.0.1")) const;
 
