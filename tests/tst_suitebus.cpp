@@ -10,6 +10,7 @@
 #include <QDBusPendingCall>
 #include <QFileInfo>
 #include <QLockFile>
+#include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -25,7 +26,6 @@
 namespace {
 
 using Message = QPair<int, int>;
-using Messages = QList<Message>;
 
 const char* const Served = "2001-11-07";
 // Sent by the test after a run; everything the run broadcast comes before it.
@@ -50,30 +50,20 @@ bool activateRunning(SuiteBus& bus) {
     return ended && answered;
 }
 
-// Every VKAppMessage signal on the bus, from whoever sent it.
-class Listener : public QObject {
-    Q_OBJECT
-public:
-    explicit Listener(QDBusConnection bus) : m_bus(std::move(bus)) {
-        m_connected = m_bus.connect(QString(), SuiteBus::objectPath(), SuiteBus::interfaceName(),
-                                    QStringLiteral("VKAppMessage"), this, SLOT(record(int, int)));
-    }
-    bool isConnected() const { return m_connected; }
-    Messages messages;
-
-public slots:
-    void record(int code, int value) { messages.append({code, value}); }
-
-private:
-    QDBusConnection m_bus;
-    bool m_connected = false;
-};
-
 // A program folder, Mixmaster folder and home a copy of vkstats can start in.
 struct ProgramSetup {
     QTemporaryDir program, mix, home;
     QString programFolder() const { return program.path() + u'/'; }
     QString mixFolder() const { return mix.path() + u'/'; }
+    // For a copy with a window (offscreen) or without; withMix false leaves MIXPATH unset.
+    QProcessEnvironment environment(bool window, bool withMix = true) const {
+        QProcessEnvironment environment =
+            ChildEnvironment(programFolder(), withMix ? mixFolder() : QString(), home.path(),
+                             qEnvironmentVariable("DBUS_SESSION_BUS_ADDRESS"));
+        if (window)
+            environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+        return environment;
+    }
 };
 
 } // namespace
@@ -82,24 +72,21 @@ class TestSuiteBus : public QObject {
     Q_OBJECT
 private slots:
     void initTestCase();
-    void init();
     void cleanup();
     void claimActivateAndPost();
-    void silentHolderIsNotActivated();
     void secondCopyLeavesAndFirstClosesOnCode1();
-    void headlessBroadcasts_data();
+    void headlessBroadcasts_data() { AddTableRows(QStringLiteral("suitebus.txt")); }
     void headlessBroadcasts();
 
 private:
     QDBusConnection open(const QString& name);
-    void prepareProgram(ProgramSetup& setup, const QString& lastSource = QString());
-    QProcessEnvironment environment(const ProgramSetup& setup, bool withMix = true) const;
-    Messages heardUpToMarker(Listener& listener);
+    void prepareProgram(ProgramSetup& setup, const QString& lastSource = {},
+                        const QStringList& pages = StatsPages);
+    QString heardUpToMarker(const QStringList& heard);
     bool nameOwned() const;
-    QDBusConnectionInterface::RegisterServiceReply holdNameSilently();
 
     QStringList m_connections;
-    std::unique_ptr<TestPinger> m_pinger;
+    TestPinger m_pinger; // its routes set anew by each run, its log cleared
     std::unique_ptr<QProcess> m_desktop;
     int m_markers = 0;
 };
@@ -110,11 +97,7 @@ void TestSuiteBus::initTestCase() {
         QSKIP("needs a session bus of its own: run under dbus-run-session");
     if (nameOwned())
         QSKIP("another program holds the suite's name on this bus");
-}
-
-void TestSuiteBus::init() {
-    m_pinger = std::make_unique<TestPinger>();
-    QVERIFY(m_pinger->listen());
+    QVERIFY(m_pinger.listen());
 }
 
 void TestSuiteBus::cleanup() {
@@ -123,7 +106,7 @@ void TestSuiteBus::cleanup() {
         m_desktop->waitForFinished(10000);
     }
     m_desktop.reset();
-    m_pinger.reset();
+    m_pinger.clearLog();
     // A connection keeps its names until it is closed; then the name is free.
     for (const QString& name : std::as_const(m_connections))
         QDBusConnection::disconnectFromBus(name);
@@ -140,50 +123,42 @@ bool TestSuiteBus::nameOwned() const {
     return QDBusConnection::sessionBus().interface()->isServiceRegistered(SuiteBus::serviceName());
 }
 
-// Takes the suite's name on a bus connection without ever answering for it,
-// as a copy still starting would hold it.
-QDBusConnectionInterface::RegisterServiceReply TestSuiteBus::holdNameSilently() {
-    return open(QStringLiteral("holder"))
-        .interface()
-        ->registerService(SuiteBus::serviceName(), QDBusConnectionInterface::DontQueueService,
-                          QDBusConnectionInterface::DontAllowReplacement)
-        .value();
-}
-
-// The program folder with a new data file made by vkdbtool, and
-// vkstats.ini ticking the four pages, urls.txt with the one source
-// "pinger". With lastSource the data file remembers that source as the one
-// last used, so a window closing finds nothing changed to ask about.
-void TestSuiteBus::prepareProgram(ProgramSetup& setup, const QString& lastSource) {
+// The program folder with a new data file, and vkstats.ini ticking the
+// pages, urls.txt with them at the one source "pinger". With lastSource the
+// data file remembers that source as the one last used (set by vkdbtool),
+// so a window closing finds nothing changed to ask about.
+void TestSuiteBus::prepareProgram(ProgramSetup& setup, const QString& lastSource,
+                                  const QStringList& pages) {
     QVERIFY(setup.program.isValid() && setup.mix.isValid() && setup.home.isValid());
-    const QString data = setup.programFolder() + QStringLiteral("vk.dbc");
-    QVERIFY(RunsOk(QStringLiteral(VKDBTOOL), {"create", data}));
-    if (!lastSource.isEmpty())
-        QVERIFY(RunsOk(QStringLiteral(VKDBTOOL), {"set", data, "statslastsource", lastSource}));
+    QCOMPARE(CreateDataFile(setup.programFolder()), QString());
+    if (!lastSource.isEmpty()) {
+        const QStringList set = {"set", setup.programFolder() + "vk.dbc", "statslastsource",
+                                 lastSource};
+        const ProgramRun tool = RunToEnd(VKDBTOOL, set, QProcessEnvironment::systemEnvironment());
+        QVERIFY2(tool.endedWith(0), tool.describe(VKDBTOOL, set).constData());
+    }
     TempEnvironment::writeFile(setup.programFolder() + QStringLiteral("vkstats.ini"),
                                "[stats]\npages=mlist.txt,pubring.mix,rlist.txt,pubring.asc\n"
                                "timeoutseconds=5\n");
-    QVERIFY(WritePingerUrls(setup.programFolder(), *m_pinger, StatsPages));
+    QByteArray urls = "velkin urls\n[pinger]\n";
+    for (const QString& page : pages)
+        urls += page.toLatin1() + ' ' + m_pinger.url(u'/' + page).toLatin1() + '\n';
+    TempEnvironment::writeFile(setup.programFolder() + QStringLiteral("urls.txt"),
+                               urls + "\n[velkin]\n");
 }
 
-QProcessEnvironment TestSuiteBus::environment(const ProgramSetup& setup, bool withMix) const {
-    return ChildEnvironment(setup.programFolder(), withMix ? setup.mixFolder() : QString(),
-                            setup.home.path(), qEnvironmentVariable("DBUS_SESSION_BUS_ADDRESS"));
-}
-
-// What the listener heard up to a marker sent now. A sender's signal is
-// on the bus before its program ends (SuiteBus makes sure of that), so a
-// marker sent after the end arrives after everything the run sent; nothing
-// may arrive twice.
-Messages TestSuiteBus::heardUpToMarker(Listener& listener) {
+// What was heard ("code,value" words) up to a marker sent now. A sender's
+// signal is on the bus before its program ends (SuiteBus makes sure of that),
+// so a marker sent after the end arrives after everything the run sent;
+// nothing may arrive twice.
+QString TestSuiteBus::heardUpToMarker(const QStringList& heard) {
     SuiteBus marker(open(QStringLiteral("marker")));
-    const Message sent{MarkerCode, ++m_markers};
-    marker.broadcast(sent.first, sent.second);
-    if (!QTest::qWaitFor([&] { return listener.messages.contains(sent); }, 20000))
-        return {{MarkerCode, 0}}; // the marker itself never came
-    Messages heard = listener.messages.mid(0, listener.messages.indexOf(sent));
-    heard.removeIf([](const Message& m) { return m.first == MarkerCode; });
-    return heard;
+    marker.broadcast(MarkerCode, ++m_markers);
+    const QString sent = QStringLiteral("%1,%2").arg(MarkerCode).arg(m_markers);
+    if (!QTest::qWaitFor([&] { return heard.contains(sent); }, 20000))
+        return QStringLiteral("no marker");
+    const QStringList before = heard.mid(0, heard.indexOf(sent)).filter(QRegularExpression("^\\d"));
+    return before.isEmpty() ? QStringLiteral("-") : before.join(u' ');
 }
 
 // The first to claim the name keeps it; a second is refused, and its
@@ -218,22 +193,11 @@ void TestSuiteBus::claimActivateAndPost() {
     QCOMPARE(activated.count(), 1);
 }
 
-// A holder of the name that answers nothing (a copy still starting) counts
-// as nobody: activateRunning says so, and a new start goes on.
-void TestSuiteBus::silentHolderIsNotActivated() {
-    QCOMPARE(holdNameSilently(), QDBusConnectionInterface::ServiceRegistered);
-    SuiteBus second(open(QStringLiteral("second")));
-    QVERIFY(!second.claim());
-    QVERIFY(!activateRunning(second));
-}
-
 void TestSuiteBus::secondCopyLeavesAndFirstClosesOnCode1() {
     ProgramSetup firstSetup;
     prepareProgram(firstSetup, QStringLiteral("pinger"));
-    QProcessEnvironment firstEnvironment = environment(firstSetup);
-    firstEnvironment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
     m_desktop = std::make_unique<QProcess>();
-    m_desktop->setProcessEnvironment(firstEnvironment);
+    m_desktop->setProcessEnvironment(firstSetup.environment(true));
     m_desktop->start(QStringLiteral(VKSTATS), QStringList());
     QVERIFY2(m_desktop->waitForStarted(30000), qPrintable(m_desktop->errorString()));
     QTRY_VERIFY_WITH_TIMEOUT(nameOwned() || m_desktop->state() == QProcess::NotRunning, 60000);
@@ -245,12 +209,10 @@ void TestSuiteBus::secondCopyLeavesAndFirstClosesOnCode1() {
     ProgramSetup secondSetup;
     prepareProgram(secondSetup);
     QVERIFY(QFile::remove(secondSetup.programFolder() + QStringLiteral("urls.txt")));
-    QProcessEnvironment secondEnvironment = environment(secondSetup);
-    secondEnvironment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
     const QString ini = secondSetup.programFolder() + QStringLiteral("vkstats.ini");
     const QByteArray iniBefore = TempEnvironment::readFile(ini);
-    const ProgramRun second = RunToEnd(QStringLiteral(VKSTATS), {}, secondEnvironment, 60000);
-    EXPECT_EXIT(second, QStringList(), 0);
+    const ProgramRun second = RunToEnd(VKSTATS, {}, secondSetup.environment(true), 60000);
+    QVERIFY2(second.endedWith(0), second.describe(VKSTATS, {}).constData());
     QVERIFY(!QFileInfo::exists(secondSetup.programFolder() + QStringLiteral("urls.txt")));
     QCOMPARE(TempEnvironment::readFile(ini), iniBefore);
     QCOMPARE(m_desktop->state(), QProcess::Running);
@@ -275,46 +237,19 @@ void TestSuiteBus::secondCopyLeavesAndFirstClosesOnCode1() {
     QTRY_VERIFY_WITH_TIMEOUT(!nameOwned(), 10000);
 }
 
-void TestSuiteBus::headlessBroadcasts_data() {
-    QTest::addColumn<QStringList>("arguments");
-    QTest::addColumn<QString>("situation");
-    QTest::addColumn<int>("exitCode");
-    QTest::addColumn<Messages>("expected");
-    const QStringList unattended = {"auto", "--headless"};
-    // The served pages are of 2001, so a run that saves them ends with the
-    // status of stale pages (7); the suite still hears "done".
-    QTest::newRow("done") << unattended << "" << 7 << Messages{{3, 1}};
-    // The pages that came are saved (6); the suite hears the failure.
-    QTest::newRow("last download failed") << unattended << "fail" << 6 << Messages{{3, 4}};
-    QTest::newRow("aborted for a missing URL")
-        << QStringList{"auto", "--headless", "pubring.asc"} << "nourl" << 2 << Messages{{3, 2}};
-    QTest::newRow("no Mixmaster folder") << unattended << "nomix" << 3 << Messages{{3, 3}};
-    QTest::newRow("data file unreadable") << unattended << "junk" << 3 << Messages{{3, 3}};
-    // A headless run makes the missing data file and goes on.
-    QTest::newRow("no data file") << unattended << "nodata" << 7 << Messages{{3, 1}};
-    QTest::newRow("encrypted data file") << unattended << "encrypted" << 3 << Messages{};
-    QTest::newRow("version query") << QStringList{"version", "--headless"} << "" << 0 << Messages{};
-    // Single instance is per role: a run beside an open window, or beside a
-    // copy still starting, does its update and leaves the other alone; only
-    // another update in the same program folder stops it, with a word on stderr.
-    QTest::newRow("beside a window") << unattended << "window" << 7 << Messages{{3, 1}};
-    QTest::newRow("beside a silent holder") << unattended << "holder" << 7 << Messages{{3, 1}};
-    QTest::newRow("beside an update") << unattended << "update" << 3 << Messages{};
-}
-
 void TestSuiteBus::headlessBroadcasts() {
-    QFETCH(QStringList, arguments);
-    QFETCH(QString, situation);
-    QFETCH(int, exitCode);
-    QFETCH(Messages, expected);
+    QFETCH(QStringList, f);
+    const QString situation = f[0];
+    const QStringList arguments = f[1].split(u'|');
+    const int exitCode = f[2].toInt();
     ProgramSetup setup;
-    prepareProgram(setup);
-    ServeRealPages(*m_pinger, Served, StatsPages);
+    prepareProgram(setup, {},
+                   situation == "nourl" ? QStringList{"mlist.txt", "rlist.txt"} : StatsPages);
+    for (const QString& page : StatsPages)
+        m_pinger.serve(u'/' + page, RealPage(Served, page));
     const QString data = setup.programFolder() + QStringLiteral("vk.dbc");
     if (situation == "fail")
-        m_pinger->fail(QStringLiteral("/pubring.asc"), 500, "<html>Internal Server Error</html>\n");
-    if (situation == "nourl")
-        QVERIFY(WritePingerUrls(setup.programFolder(), *m_pinger, {"mlist.txt", "rlist.txt"}));
+        m_pinger.setRoute("/pubring.asc", {.status = 500, .body = "<html>Server Error</html>\n"});
     if (situation == "nodata" || situation == "encrypted")
         QVERIFY(QFile::remove(data));
     if (situation == "junk")
@@ -326,22 +261,34 @@ void TestSuiteBus::headlessBroadcasts() {
     QSignalSpy activated(&window, &SuiteBus::activateRequested);
     if (situation == "window")
         QVERIFY(window.claim());
-    if (situation == "holder")
-        QCOMPARE(holdNameSilently(), QDBusConnectionInterface::ServiceRegistered);
+    if (situation == "holder") // the name taken but never answered for, as by a copy starting
+        QCOMPARE(open("holder").interface()->registerService(SuiteBus::serviceName()).value(),
+                 QDBusConnectionInterface::ServiceRegistered);
     QLockFile update(setup.programFolder() + QStringLiteral("vkstats.lock"));
     if (situation == "update")
         QVERIFY(update.tryLock(0));
 
-    Listener listener(open(QStringLiteral("listener")));
-    QVERIFY(listener.isConnected());
-    const ProgramRun run =
-        RunToEnd(QStringLiteral(VKSTATS), arguments, environment(setup, situation != "nomix"));
-    EXPECT_EXIT(run, arguments, exitCode);
-    QCOMPARE(heardUpToMarker(listener), expected);
+    // A SuiteBus whose PostMessage follows every broadcast on the bus.
+    QDBusConnection listenerBus = open(QStringLiteral("listener"));
+    SuiteBus listener(listenerBus);
+    QStringList heard;
+    connect(&listener, &SuiteBus::messageReceived, this, [&heard](int code, int value) {
+        heard << QStringLiteral("%1,%2").arg(code).arg(value);
+    });
+    QVERIFY(listenerBus.connect(QString(), SuiteBus::objectPath(), SuiteBus::interfaceName(),
+                                QStringLiteral("VKAppMessage"), &listener,
+                                SLOT(PostMessage(int, int))));
+    const ProgramRun run = RunToEnd(QStringLiteral(VKSTATS), arguments,
+                                    setup.environment(false, situation != "nomix"));
+    QVERIFY2(run.endedWith(exitCode), run.describe(VKSTATS, arguments).constData());
+    QCOMPARE(heardUpToMarker(heard), f[3]);
     QCOMPARE(activated.count(), 0);
+    // A silent holder counts as nobody: asked to come forward, it does not answer.
+    if (situation == "holder")
+        QVERIFY(!window.claim() && !activateRunning(window));
     if (situation == "update" || situation == "holder" || situation == "window") {
         QCOMPARE(run.err.contains(QStringLiteral("Another update is running")), exitCode == 3);
-        QCOMPARE(m_pinger->requests().isEmpty(), exitCode == 3);
+        QCOMPARE(m_pinger.requests().isEmpty(), exitCode == 3);
         QCOMPARE(TempEnvironment::readFile(setup.mixFolder() + QStringLiteral("pubring.mix")),
                  exitCode == 3 ? QByteArray() : RealPage(Served, QStringLiteral("pubring.mix")));
     }

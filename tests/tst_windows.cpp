@@ -168,7 +168,6 @@ private slots:
     void cleanup();
     void cases_data() { AddTableRows(QStringLiteral("windows.txt")); }
     void cases();
-    void barredRemailers();
     void statsWindowRun();
     void printPages();
     void statsOptions();
@@ -176,10 +175,8 @@ private slots:
 private:
     void editors(const QStringList& f);
     void firstline(const QStringList& f);
-    void fetchfail(const QStringList& f);
     void import(const QStringList& f);
     void barred(const QStringList& f);
-    void arrows(const QStringList& f);
     void select(const QStringList& f);
     void start(const QStringList& f);
     void keyrow(const QStringList& f);
@@ -190,12 +187,9 @@ private:
     template <typename D>
     bool modal(const std::function<bool()>& open, const std::function<void(D*)>& act);
     bool urlManager(const std::function<void(TURLDlg*)>& act);
-    bool barManager(const std::function<void(TBarRemsDlg2*)>& act);
-    void checkAsked(bool asked, const QString& question);
     QString path(const QString& name) const { return m_env->programFolder() + name; }
     QByteArray file(const QString& name) const;
     QByteArray placeUrls();
-    void placeBarred(const QByteArray& bytes);
     void startWindow(const QStringList& arguments, const QByteArray& urls);
 
     std::unique_ptr<TempEnvironment> m_env;
@@ -251,24 +245,6 @@ bool TestWindows::urlManager(const std::function<void(TURLDlg*)>& act) {
         [&] { return ShowURLManager(nullptr, &m_ui, path("urls.txt"), "<none>", {}); }, act);
 }
 
-bool TestWindows::barManager(const std::function<void(TBarRemsDlg2*)>& act) {
-    QWidget owner;
-    owner.setGeometry(20, 30, 740, 520);
-    owner.show();
-    return modal<TBarRemsDlg2>([&] { return ShowBarRemailers(&owner, &m_ui, path("barred.txt")); },
-                               act);
-}
-
-// The save question alone, centred Yes/No/Cancel, or nothing said.
-void TestWindows::checkAsked(bool asked, const QString& question) {
-    QCOMPARE(m_ui.messageTexts(), asked ? QStringList{question} : QStringList());
-    if (asked) {
-        QCOMPARE(m_ui.messages.first().type, Confirm);
-        QCOMPARE(m_ui.messages.first().buttons, int(MbYesNoCancel));
-        QCOMPARE(m_ui.messages.first().style, MsgStyle::CentredDialog);
-    }
-}
-
 QByteArray TestWindows::file(const QString& name) const {
     return QFileInfo::exists(path(name)) ? TempEnvironment::readFile(path(name)) : "<missing>";
 }
@@ -279,16 +255,6 @@ QByteArray TestWindows::placeUrls() {
         path("urls.txt"), "velkin urls\n[a]\nmlist.txt http://127.0.0.1:9/mlist.txt\n\n"
                           "[velkin]\nurls.txt " +
                               m_pinger->url("/urls.txt").toLatin1() + "\n"));
-}
-
-// The mlist pages as a save leaves them: dizum, barred entirely, only in the
-// unfiltered copy.
-void TestWindows::placeBarred(const QByteArray& bytes) {
-    for (const char* name : {"mlist.txt", "mlist.org.txt"})
-        TempEnvironment::writeFile(PagePath(name), data(name));
-    QFile::remove(path("barred.txt"));
-    if (bytes != "<missing>")
-        TempEnvironment::writeFile(path("barred.txt"), bytes);
 }
 
 void TestWindows::startWindow(const QStringList& arguments, const QByteArray& urls) {
@@ -304,8 +270,7 @@ void TestWindows::cases() {
     QFETCH(QStringList, f);
     static const QHash<QString, void (TestWindows::*)(const QStringList&)> kinds = {
         {"urls", &TestWindows::editors},    {"firstline", &TestWindows::firstline},
-        {"import", &TestWindows::import},   {"fetchfail", &TestWindows::fetchfail},
-        {"barred", &TestWindows::barred},   {"arrows", &TestWindows::arrows},
+        {"import", &TestWindows::import},   {"barred", &TestWindows::barred},
         {"reorder", &TestWindows::editors}, {"select", &TestWindows::select},
         {"start", &TestWindows::start},     {"keyrow", &TestWindows::keyrow},
         {"notice", &TestWindows::notice}};
@@ -324,6 +289,7 @@ void TestWindows::editors(const QStringList& f) {
     if (f[3] != u'-')
         m_ui.answers = {f[3] == "yes" ? int(IdYes) : int(IdNo)};
     bool closed = false;
+    QString state; // reorder: after the steps, the rows and order, the row selected, changed, beeps
     const auto act = [&](auto* dialog) {
         if constexpr (std::is_same_v<decltype(dialog), TURLDlg*>) {
             if (f[1] == u'1') { // a new last line typed
@@ -333,6 +299,13 @@ void TestWindows::editors(const QStringList& f) {
             }
         } else {
             playOrder(dialog, listOf(f[1]));
+            const auto selected = dialog->SourceList->selectedItems();
+            state = QStringList({rowsOf(dialog->SourceList).join(u'|'), dialog->order().join(u'|'),
+                                 QString::number(selected.isEmpty()
+                                                     ? -1
+                                                     : dialog->SourceList->row(selected.first())),
+                                 QString::number(dialog->changed()), QString::number(m_ui.beeps)})
+                        .join(u' ');
         }
         closeBy(dialog, f[2]);
         closed = !dialog->isVisible();
@@ -344,8 +317,15 @@ void TestWindows::editors(const QStringList& f) {
                : modal<TReorderDlg>([&] { return ReorderSources(&owner, &m_ui, path("urls.txt")); },
                                     act);
     QVERIFY(m_acted && closed);
+    if (!isUrls)
+        QCOMPARE(state, QStringList({f[7], f[7], f[8], f[9], f[10]}).join(u' '));
     QCOMPARE(result, f[5] == u'1');
-    checkAsked(f[4] == u'1', isUrls ? UrlsQuestion : OrderQuestion);
+    // The save question alone, centred Yes/No/Cancel, or nothing said.
+    QCOMPARE(m_ui.messageTexts(),
+             f[4] == u'1' ? QStringList{isUrls ? UrlsQuestion : OrderQuestion} : QStringList());
+    if (f[4] == u'1')
+        QVERIFY(m_ui.messages[0].type == Confirm && m_ui.messages[0].buttons == MbYesNoCancel &&
+                m_ui.messages[0].style == MsgStyle::CentredDialog);
     QByteArray after = isUrls ? before + "[c]\n" : ""; // reorder: the sources in the order written
     for (const QChar name : isUrls ? QString() : f[6])
         after += "[" + QByteArray(1, name.toLatin1()) + "]\nmlist.txt http://" + name.toLatin1() +
@@ -359,11 +339,13 @@ void TestWindows::editors(const QStringList& f) {
 }
 
 // A fetched list is shown either way; one without the first line is only
-// for review: Cancel goes back to the file's text.
+// for review: Cancel goes back to the file's text. When the fetch fails the
+// user is told why; the editor and the file stay as they were.
 void TestWindows::firstline(const QStringList& f) {
     const QByteArray before = placeUrls();
-    const bool accepted = f[2] == u'1';
-    m_pinger->serve("/urls.txt", f[1].toLatin1());
+    const QString outcome = f[2]; // 1: a list, 0: for review, otherwise the reason of a failure
+    if (f[1] != "<none>")
+        m_pinger->serve("/urls.txt", f[1].toLatin1());
     m_ui.answers = {IdYes};
     QStringList seen;
     const bool result = urlManager([&](TURLDlg* dialog) {
@@ -378,34 +360,20 @@ void TestWindows::firstline(const QStringList& f) {
             QTest::mouseClick(dialog->CancelBtn, Qt::LeftButton);
     });
     QVERIFY(m_acted && !result);
-    QCOMPARE(seen[0], shown(f[1].toLatin1()));
-    QCOMPARE(seen[1], accepted ? "10" : "11");
-    QCOMPARE(m_ui.messageTexts(), QStringList({FetchQuestion, accepted ? UrlsQuestion : BadPage}));
-    if (!accepted) {
-        QCOMPARE(m_ui.messages.at(1).type, Warning);
+    QCOMPARE(seen[0], shown(outcome.size() > 1 ? before : f[1].toLatin1()));
+    QCOMPARE(seen[1], outcome == u'1' ? "10" : outcome == u'0' ? "11" : "00");
+    const QString told = outcome == u'1'   ? UrlsQuestion
+                         : outcome == u'0' ? BadPage
+                                           : "I was unable to fetch urls.txt from\n" +
+                                                 m_pinger->url("/urls.txt") + u'\n' + outcome +
+                                                 "\nYour URLs are unchanged.";
+    QCOMPARE(m_ui.messageTexts(), QStringList({FetchQuestion, told}));
+    if (outcome != u'1')
+        QCOMPARE(m_ui.messages.at(1).type, outcome == u'0' ? Warning : Error);
+    if (outcome == u'0') {
         QCOMPARE(seen[2], "10");
         QCOMPARE(seen[3], shown(before));
     }
-    QCOMPARE(file("urls.txt"), before);
-}
-
-// The user is told; the editor and the file stay as they were.
-void TestWindows::fetchfail(const QStringList& f) {
-    const QByteArray before = placeUrls();
-    m_ui.answers = {IdYes};
-    QString textAfter;
-    const bool result = urlManager([&](TURLDlg* dialog) {
-        QTest::mouseClick(dialog->RefreshBtn, Qt::LeftButton);
-        textAfter = dialog->Editor->toPlainText() + QString::number(dialog->isModified());
-        QTest::mouseClick(dialog->CancelBtn, Qt::LeftButton); // no question
-    });
-    QVERIFY(m_acted && !result);
-    QCOMPARE(m_ui.messageTexts().value(0), FetchQuestion);
-    QCOMPARE(m_ui.messages.value(1).type, Error);
-    QCOMPARE(m_ui.messages.at(1).text, "I was unable to fetch urls.txt from\n" +
-                                           m_pinger->url("/urls.txt") + u'\n' + f[1] +
-                                           "\nYour URLs are unchanged.");
-    QCOMPARE(textAfter, shown(before) + "0");
     QCOMPARE(file("urls.txt"), before);
 }
 
@@ -442,39 +410,48 @@ void TestWindows::import(const QStringList& f) {
     QCOMPARE(file("urls.txt"), before);
 }
 
+// The closes are tried in turn, the saved-message answered as the row says;
+// the rows and the last menu are those after the steps.
 void TestWindows::barred(const QStringList& f) {
-    const QByteArray before = f[1] == "barred" ? Barred : "<missing>";
-    placeBarred(before);
-    m_ui.answers = {IdOk};
-    QStringList menu;
+    const QByteArray before = f[1] == "barred" ? Barred : f[1].toLatin1();
+    // The mlist pages as a save leaves them: dizum, barred entirely, only in
+    // the unfiltered copy.
+    for (const char* name : {"mlist.txt", "mlist.org.txt"})
+        TempEnvironment::writeFile(PagePath(name), data(name));
+    if (before == "<folder>")
+        QDir().mkpath(path("barred.txt"));
+    else if (before != "<missing>")
+        TempEnvironment::writeFile(path("barred.txt"), before);
+    for (const QString& answer : listOf(f[4]))
+        m_ui.answers << (answer == "cancel" ? IdCancel : IdOk);
+    QStringList menu, rows;
     bool closed = false;
-    const bool result = barManager([&](TBarRemsDlg2* dialog) {
-        menu = playBars(dialog, f[2] == u'-' ? QStringList() : f[2].split(" ; "));
-        closeBy(dialog, f[3]);
-        closed = !dialog->isVisible();
-    });
-    QVERIFY(m_acted && closed);
+    QWidget owner;
+    owner.setGeometry(20, 30, 740, 520);
+    owner.show();
+    const bool result = modal<TBarRemsDlg2>(
+        [&] { return ShowBarRemailers(&owner, &m_ui, path("barred.txt")); },
+        [&](TBarRemsDlg2* dialog) {
+            menu = playBars(dialog, f[2] == u'-' ? QStringList() : f[2].split(" ; "));
+            rows = rowsOf(dialog->RemailerList);
+            for (const QString& how : f[3].split(" ; "))
+                closeBy(dialog, how);
+            closed = !dialog->isVisible();
+        });
+    QCOMPARE(m_acted && closed, before != "<folder>"); // a list that cannot be read is not edited
     QVERIFY2(!menu.value(0).startsWith("no "), qPrintable(menu.value(0)));
-    QCOMPARE(result, f[4] == u'1');
-    QCOMPARE(m_ui.messageTexts(), f[5] == u'1' ? QStringList{BarredTold} : QStringList());
-    if (f[5] == u'1') // an OK/Cancel system box
+    QCOMPARE(result, f[5] == u'1');
+    QCOMPARE(m_ui.messageTexts(),
+             f[6] == "unreadable" ? QStringList{"I was unable to read " + path("barred.txt") +
+                                                ". The barred remailers cannot be changed while "
+                                                "it is unreadable."}
+                                  : QStringList(f[6].toInt(), BarredTold));
+    if (f[6].toInt() > 0) // an OK/Cancel system box
         QVERIFY(m_ui.messages[0].buttons == MbOkCancel &&
                 m_ui.messages[0].style == MsgStyle::SystemBox);
-    QCOMPARE(file("barred.txt"), f[6] == "as it was" ? before : f[6].toLatin1());
-}
-
-void TestWindows::arrows(const QStringList& f) {
-    TempEnvironment::writeFile(path("urls.txt"), data("four-sources.txt"));
-    TReorderDlg dialog(nullptr, &m_ui, path("urls.txt"));
-    dialog.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&dialog));
-    playOrder(&dialog, listOf(f[1]));
-    QCOMPARE(rowsOf(dialog.SourceList) + dialog.order(), listOf(f[2]) + listOf(f[2]));
-    const auto selected = dialog.SourceList->selectedItems();
-    QCOMPARE(selected.isEmpty() ? -1 : dialog.SourceList->row(selected.first()), f[3].toInt());
-    QCOMPARE(dialog.changed(), f[4] == u'1');
-    QCOMPARE(m_ui.beeps, f[5].toInt());
-    QCOMPARE(file("urls.txt"), data("four-sources.txt"));
+    QCOMPARE(file("barred.txt"), f[7] == "as it was" ? before : f[7].toLatin1());
+    if (f.size() > 8)
+        QCOMPARE(rows.join(u';') + " / " + menu.join(u';'), f[8] + " / " + f[9]);
 }
 
 void TestWindows::select(const QStringList& f) {
@@ -519,41 +496,6 @@ void TestWindows::keyrow(const QStringList& f) {
 
 void TestWindows::notice(const QStringList& f) {
     QCOMPARE(CompleteNotice(f[1], QDate(2026, 11, 21)), f[2]);
-}
-
-// The rows, lcs's menu off (always barred), and Cancel on the message after
-// OK undoing the file only.
-void TestWindows::barredRemailers() {
-    placeBarred(Barred);
-    QStringList rows, menus;
-    QByteArray afterCancel;
-    m_ui.answers = {IdCancel, IdOk};
-    const bool result = barManager([&](TBarRemsDlg2* dialog) {
-        rows = rowsOf(dialog->RemailerList);
-        menus = playBars(dialog, {"lcs|-"}) +
-                playBars(dialog, {"anon|&Bar anon", "anon|&Bar anon from last", "anon|-"});
-        QTest::mouseClick(dialog->OkBtn, Qt::LeftButton); // the message answered Cancel
-        afterCancel = file("barred.txt");
-        rows << rowsOf(dialog->RemailerList).value(0);
-        QTest::mouseClick(dialog->OkBtn, Qt::LeftButton); // answered OK
-    });
-    QVERIFY(m_acted && result);
-    QCOMPARE(rows, QStringList({"anon||listed", "dizum|barred|listed", "gone|barred|not listed",
-                                "lcs|always barred|listed", "paranoia|barred from last|listed",
-                                "anon|barred from last|listed"}));
-    QCOMPARE(menus, QStringList({"Un&bar lcs (off)", "&Bar lcs from last (off)",
-                                 "Un&bar anon from last", "&Bar anon"}));
-    QCOMPARE(afterCancel, Barred);
-    QCOMPARE(m_ui.messageTexts(), QStringList({BarredTold, BarredTold}));
-    QCOMPARE(file("barred.txt"), "dizum\nparanoia,last\ngone\nanon,last\n");
-
-    // A list that cannot be read is not edited: no dialog, the user told.
-    QVERIFY(QFile::remove(path("barred.txt")) && QDir().mkpath(path("barred.txt")));
-    m_ui = TestFrontEnd();
-    QVERIFY(!barManager([](TBarRemsDlg2* dialog) { dialog->reject(); }) && !m_acted);
-    QCOMPARE(m_ui.messageTexts(), QStringList{"I was unable to read " + path("barred.txt") +
-                                              ". The barred remailers cannot be changed while it "
-                                              "is unreadable."});
 }
 
 // The main window: choosing a source (asked, answered Cancel), Run fetching

@@ -1,9 +1,5 @@
 #include "ProgramRun.h"
 
-#include "TestData.h"
-#include "TestPinger.h"
-#include "TextFile.h"
-
 #include <QEventLoop>
 #include <QTimer>
 
@@ -70,27 +66,4 @@ QProcessEnvironment ChildEnvironment(const QString& programFolder, const QString
         environment.insert(QStringLiteral("MIXPATH"), mixFolder);
     environment.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), busAddress);
     return environment;
-}
-
-bool RunsOk(const QString& program, const QStringList& arguments) {
-    const ProgramRun run = RunToEnd(program, arguments, QProcessEnvironment::systemEnvironment());
-    if (run.endedWith(0))
-        return true;
-    qWarning("%s", run.describe(program, arguments).constData());
-    return false;
-}
-
-bool WritePingerUrls(const QString& programFolder, const TestPinger& pinger,
-                     const QStringList& pages) {
-    QStringList lines = {"velkin urls", "[pinger]"};
-    for (const QString& page : pages)
-        lines << page + u' ' + pinger.url(u'/' + page);
-    lines << ""
-          << "[velkin]";
-    return WriteLines(programFolder + QStringLiteral("urls.txt"), lines);
-}
-
-void ServeRealPages(TestPinger& pinger, const char* day, const QStringList& pages) {
-    for (const QString& page : pages)
-        pinger.serve(u'/' + page, RealPage(day, page));
 }

@@ -6,8 +6,6 @@
 #include <QString>
 #include <QStringList>
 
-class TestPinger;
-
 // How a built program ended when run by RunToEnd.
 struct ProgramRun {
     bool finished = false; // it ended by itself within the time-out
@@ -41,22 +39,3 @@ bool WaitForEnd(QProcess& process, int timeoutMs);
 // session bus address.
 QProcessEnvironment ChildEnvironment(const QString& programFolder, const QString& mixFolder,
                                      const QString& home, const QString& busAddress);
-
-// Runs program to its end in this process's environment; true when it ended
-// with 0, otherwise false with all it said logged.
-bool RunsOk(const QString& program, const QStringList& arguments);
-
-// Writes urls.txt in programFolder with the one stats source "pinger",
-// whose pages are at the test pinger, and the suite's own section, empty.
-// With one source a failing page has nowhere to fall back to.
-bool WritePingerUrls(const QString& programFolder, const TestPinger& pinger,
-                     const QStringList& pages);
-
-// Serves each of pages at "/<page>" as a real pinger served it on day.
-void ServeRealPages(TestPinger& pinger, const char* day, const QStringList& pages);
-
-// Checks that a run of the built vkstats (the test's VKSTATS) ended by
-// itself with the expected code, and shows all it said when not.
-#define EXPECT_EXIT(run, arguments, expected)                                                      \
-    QVERIFY2((run).endedWith(expected),                                                            \
-             (run).describe(QStringLiteral(VKSTATS), arguments).constData())

@@ -3,31 +3,17 @@
 #include <QFile>
 #include <QFileInfo>
 
-TempEnvironment::TempEnvironment()
-    : m_oldHome(qgetenv("VKSTATS_HOME")), m_oldMix(qgetenv("MIXPATH")),
-      m_hadHome(qEnvironmentVariableIsSet("VKSTATS_HOME")),
-      m_hadMix(qEnvironmentVariableIsSet("MIXPATH")) {
-    qputenv("VKSTATS_HOME", m_program.path().toLocal8Bit());
-    qputenv("MIXPATH", m_mix.path().toLocal8Bit());
+TempEnvironment::TempEnvironment() {
+    for (const auto& [name, dir] : {std::pair("VKSTATS_HOME", &m_program), {"MIXPATH", &m_mix}}) {
+        m_old.append(
+            {name, qEnvironmentVariableIsSet(name) ? std::optional(qgetenv(name)) : std::nullopt});
+        qputenv(name, dir->path().toLocal8Bit());
+    }
 }
 
 TempEnvironment::~TempEnvironment() {
-    if (m_hadHome)
-        qputenv("VKSTATS_HOME", m_oldHome);
-    else
-        qunsetenv("VKSTATS_HOME");
-    if (m_hadMix)
-        qputenv("MIXPATH", m_oldMix);
-    else
-        qunsetenv("MIXPATH");
-}
-
-QString TempEnvironment::programFolder() const {
-    return m_program.path() + u'/';
-}
-
-QString TempEnvironment::mixFolder() const {
-    return m_mix.path() + u'/';
+    for (const auto& [name, old] : std::as_const(m_old))
+        old ? qputenv(name, *old) : qunsetenv(name);
 }
 
 QString TempEnvironment::writeFile(const QString& path, const QByteArray& bytes) {

@@ -4,6 +4,8 @@
 #include <QStringList>
 #include <QTemporaryDir>
 
+#include <optional>
+
 // A fresh program folder and Mixmaster folder for one test, pointed to by
 // VKSTATS_HOME and MIXPATH; the old values come back when it goes.
 class TempEnvironment {
@@ -15,8 +17,8 @@ public:
 
     bool isValid() const { return m_program.isValid() && m_mix.isValid(); }
     // Both with a trailing slash, as the program sees them.
-    QString programFolder() const;
-    QString mixFolder() const;
+    QString programFolder() const { return m_program.path() + u'/'; }
+    QString mixFolder() const { return m_mix.path() + u'/'; }
 
     // Writes a file below a folder; returns its path.
     static QString writeFile(const QString& path, const QByteArray& bytes);
@@ -25,8 +27,5 @@ public:
 private:
     QTemporaryDir m_program;
     QTemporaryDir m_mix;
-    QByteArray m_oldHome;
-    QByteArray m_oldMix;
-    bool m_hadHome;
-    bool m_hadMix;
+    QList<std::pair<const char*, std::optional<QByteArray>>> m_old; // as they were
 };

@@ -4,6 +4,7 @@
 #include "TempEnvironment.h"
 #include "TextFile.h"
 
+#include <QRegularExpression>
 #include <QTest>
 
 const QStringList StatsPages = {"mlist.txt", "pubring.mix", "rlist.txt", "pubring.asc"};
@@ -28,22 +29,20 @@ QString CreateDataFile(const QString& programFolder) {
 }
 
 static QString Unescape(const QString& field) {
+    static const QRegularExpression escape(QStringLiteral(R"(\\(x[0-9A-Fa-f]{2}|.))"));
     QString out;
-    for (qsizetype i = 0; i < field.size(); ++i) {
-        const QChar c = field.at(i);
-        if (c != u'\\' || i + 1 == field.size()) {
-            out += c;
-            continue;
-        }
-        const QChar e = field.at(++i);
-        if (e == u'x' && i + 2 < field.size()) {
-            out += QChar(field.mid(i + 1, 2).toUShort(nullptr, 16));
-            i += 2;
-        } else {
-            out += e == u'n' ? u'\n' : e == u'r' ? u'\r' : e == u't' ? u'\t' : e;
-        }
+    qsizetype from = 0;
+    for (const QRegularExpressionMatch& match : escape.globalMatch(field)) {
+        const QString e = match.captured(1);
+        out += field.mid(from, match.capturedStart() - from);
+        out += e.size() == 3 ? QChar(e.mid(1).toUShort(nullptr, 16))
+               : e == u'n'   ? u'\n'
+               : e == u'r'   ? u'\r'
+               : e == u't'   ? u'\t'
+                             : e.at(0);
+        from = match.capturedEnd();
     }
-    return out;
+    return out + field.mid(from);
 }
 
 QList<QStringList> TableRows(const QString& name) {

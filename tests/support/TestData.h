@@ -17,10 +17,9 @@ QStringList RealPageLines(const char* day, const QString& name);
 // could not, or nothing when it is made.
 QString CreateDataFile(const QString& programFolder);
 
-// Adds the rows of the case table tests/tables/<name> to the running _data()
-// function as one QStringList column "f". A row is one line of fields split
-// at tabs, with \n \r \t \\ and \xHH undone; blank lines and lines starting
-// with '#' are skipped. Rows are tagged with their line number and first field.
+// Adds the rows of the case table tests/tables/<name> (its form in
+// tests/tables/README.md) to the running _data() function as one QStringList
+// column "f", tagged with their line number and first field.
 void AddTableRows(const QString& name);
 // The same rows for a test that runs them in turn, each led by its line number.
 QList<QStringList> TableRows(const QString& name);

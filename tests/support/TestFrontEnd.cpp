@@ -11,11 +11,6 @@ int TestFrontEnd::showMessage(const QString& text, MsgDlgType type, int buttons,
     return IdOk;
 }
 
-bool TestFrontEnd::openUrl(const QUrl& url) {
-    openedUrls.append(url);
-    return urlOpener;
-}
-
 bool TestFrontEnd::askAddKeys(const QString& caption, std::array<bool, 4>& ticks) {
     addKeysQuestions.append({caption, ticks});
     if (addKeysAnswers.isEmpty())

@@ -35,13 +35,8 @@ QByteArray httpDate(const QDateTime& time) {
 // ends in between so that a line-based reader gets lines to choke on.
 QByteArray garbage() {
     QByteArray bytes;
-    quint32 state = 0x2545F491;
-    while (bytes.size() < 4096) {
-        state = state * 1664525u + 1013904223u;
-        bytes.append(char(state >> 24));
-        if (bytes.size() % 200 == 0)
-            bytes.append("\r\n");
-    }
+    for (int i = 0; i < 20; ++i)
+        bytes += QByteArray(200, char(0x80 + 5 * i)) + "\r\n";
     bytes[0] = '\x00';
     return bytes;
 }
@@ -156,7 +151,7 @@ private:
         case Mode::Silent:
             return; // stays busy: later requests on this connection wait forever too
         case Mode::Garbage:
-            m_socket->write(route.body.isEmpty() ? garbage() : route.body);
+            m_socket->write(garbage());
             if (!route.keepOpen)
                 m_socket->disconnectFromHost();
             return;
@@ -250,10 +245,6 @@ private:
     int m_dripBytes = 1;
 };
 
-TestPinger::TestPinger(QObject* parent) : QObject(parent) {}
-
-TestPinger::~TestPinger() = default;
-
 bool TestPinger::listen() {
     return startListening(new QTcpServer(this));
 }
@@ -265,7 +256,7 @@ bool TestPinger::listenTls(const QSslConfiguration& configuration) {
 }
 
 bool TestPinger::startListening(QTcpServer* server) {
-    close();
+    delete m_server; // a listen again replaces the server
     m_server = server;
     const auto acceptAll = [this] {
         while (m_server && m_server->hasPendingConnections()) {
@@ -276,11 +267,6 @@ bool TestPinger::startListening(QTcpServer* server) {
     connect(m_server, &QTcpServer::pendingConnectionAvailable, this, acceptAll);
     connect(m_server, &QTcpServer::newConnection, this, acceptAll);
     return m_server->listen(QHostAddress::LocalHost, 0);
-}
-
-void TestPinger::close() {
-    delete m_server;
-    m_server = nullptr;
 }
 
 quint16 TestPinger::port() const {
@@ -295,41 +281,18 @@ QString TestPinger::url(const QString& path, const QString& host) const {
         .arg(path);
 }
 
-void TestPinger::setRoute(const QString& path, const Route& route) {
-    m_routes.insert(path, route);
-}
-
 void TestPinger::serve(const QString& path, const QByteArray& body, const QDateTime& lastModified) {
-    Route route;
-    route.body = body;
-    route.lastModified = lastModified;
-    setRoute(path, route);
-}
-
-void TestPinger::fail(const QString& path, int status, const QByteArray& body) {
-    Route route;
-    route.status = status;
-    route.body = body;
-    route.headers.append(TestPinger::Header{"Content-Type", "text/html; charset=ISO-8859-1"});
-    setRoute(path, route);
+    setRoute(path, {.body = body, .lastModified = lastModified});
 }
 
 void TestPinger::redirect(const QString& path, const QString& location, int status) {
-    Route route;
-    route.status = status;
-    route.headers.append(TestPinger::Header{"Location", location.toLatin1()});
-    setRoute(path, route);
+    setRoute(path, {.status = status, .headers = {{"Location", location.toLatin1()}}});
 }
 
 TestPinger::Route TestPinger::routeFor(const QByteArray& path) const {
-    Route missing;
-    missing.status = 404;
-    missing.body = "<html><body><h1>Not Found</h1></body></html>\r\n";
-    return m_routes.value(QString::fromLatin1(path), missing);
-}
-
-void TestPinger::clearLog() {
-    m_requests.clear();
+    return m_routes.value(
+        QString::fromLatin1(path),
+        {.status = 404, .body = "<html><body><h1>Not Found</h1></body></html>\r\n"});
 }
 
 QString TestPinger::applyRouteWords(Route& route, const QStringList& words) {

@@ -12,7 +12,6 @@
 
 class QSslConfiguration;
 class QTcpServer;
-class QTcpSocket;
 
 // A small HTTP/1.1 server on 127.0.0.1 that plays a pinger site, well
 // behaved or not, for the download tests and the demo. Each path is set up
@@ -36,17 +35,17 @@ public:
     struct Route {
         Mode mode = Mode::Normal;
         int status = 200;
-        QByteArray body;
+        QByteArray body{};
         // Sent as Last-Modified; a request whose If-Modified-Since is at or
         // after it gets 304.
-        QDateTime lastModified;
-        QList<Header> headers; // added as they are
-        int delayMs = 0;       // before the answer starts
+        QDateTime lastModified{};
+        QList<Header> headers{}; // added as they are
+        int delayMs = 0;         // before the answer starts
         int dripBytes = 16;
         int dripIntervalMs = 100;
         // Without a length the body ends when the connection closes.
         bool sendLength = true;
-        // Garbage: the connection stays open after the bytes.
+        // Garbage (made up here): the connection stays open after the bytes.
         bool keepOpen = false;
     };
 
@@ -58,30 +57,24 @@ public:
         QByteArray header(const QByteArray& name) const;
     };
 
-    explicit TestPinger(QObject* parent = nullptr);
-    ~TestPinger() override;
+    explicit TestPinger(QObject* parent = nullptr) : QObject(parent) {}
 
     // Listens on 127.0.0.1 at a free port; listenTls speaks https.
     bool listen();
     bool listenTls(const QSslConfiguration& configuration);
-    void close();
     quint16 port() const;
     QString url(const QString& path, const QString& host = QStringLiteral("127.0.0.1")) const;
 
-    void setRoute(const QString& path, const Route& route);
+    void setRoute(const QString& path, const Route& route) { m_routes.insert(path, route); }
     void serve(const QString& path, const QByteArray& body, const QDateTime& lastModified = {});
-    void fail(const QString& path, int status, const QByteArray& body);
     void redirect(const QString& path, const QString& location, int status = 302);
 
     int connectionCount() const { return m_connections; }
     QList<Request> requests() const { return m_requests; }
-    void clearLog();
+    void clearLog() { m_requests.clear(); }
 
-    // Sets route from "key=value" words: status, mode (normal, drip, endless,
-    // reset, garbage, silent, headerflood, endlessheader), delay (ms),
-    // lastmodified (ISO), header (Name:Value), drip (BYTES/MS), lines (the
-    // body: that many bytes of 64-byte lines), length=0 (no Content-Length),
-    // keepopen. Returns what was wrong with a word, or nothing.
+    // Sets route from "key=value" words, those of a scenario's pinger.txt
+    // (tests/scenarios/README.md). Returns what was wrong with a word, or nothing.
     static QString applyRouteWords(Route& route, const QStringList& words);
     // size bytes of 64-byte lines, so that a body cut at a multiple of 64
     // still ends in a line end.

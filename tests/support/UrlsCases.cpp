@@ -12,10 +12,6 @@
 
 #include <memory>
 
-QString SaveFailedMessage(const QString& path) {
-    return "I was unable to save " + path + ". Possibly you don't have file permissions.     ";
-}
-
 const QByteArray MissingUrls = QByteArrayLiteral("<missing>");
 
 bool PlaceUrls(const QString& path, const QByteArray& content) {
@@ -58,7 +54,8 @@ void CheckSaveRefused(const QString& obstacle, const QString& urlsPath, const Te
     limit.reset();
 
     QVERIFY(!saved);
-    QCOMPARE(ui.messageTexts(), QStringList{SaveFailedMessage(path)});
+    QCOMPARE(ui.messageTexts(), QStringList{"I was unable to save " + path +
+                                            ". Possibly you don't have file permissions.     "});
     QCOMPARE(ui.messages.first().type, Error);
     QCOMPARE(ui.messages.first().buttons, int(MbOk));
     QCOMPARE(TempEnvironment::readFile(keptPath), original);

@@ -7,9 +7,6 @@
 
 class TestFrontEnd;
 
-// What the user is told when a save of the file at path fails.
-QString SaveFailedMessage(const QString& path);
-
 // Stands for "no urls.txt at all" in a table of urls.txt contents.
 extern const QByteArray MissingUrls;
 
