@@ -42,11 +42,9 @@ QStringList list(const QString& field) {
 }
 
 QList<int> answersOf(const QString& field) {
-    static const QHash<QString, int> ids = {
-        {"ok", IdOk}, {"yes", IdYes}, {"no", IdNo}, {"cancel", IdCancel}};
     QList<int> answers;
     for (const QString& word : list(field))
-        answers << ids.value(word);
+        answers << (word == "ok" ? IdOk : word == "yes" ? IdYes : word == "no" ? IdNo : IdCancel);
     return answers;
 }
 
@@ -130,13 +128,10 @@ Fetch fetch(HttpSession& session, const QString& url, const QStringList& proxy =
     return result;
 }
 
-// A port on which nothing listens, and a URL there.
+// A port on which nothing listens.
 quint16 closedPort() {
     QTcpServer probe;
     return probe.listen(QHostAddress::LocalHost, 0) ? probe.serverPort() : 0;
-}
-QString closedUrl() {
-    return QStringLiteral("http://127.0.0.1:%1/").arg(closedPort());
 }
 
 QStringList settingsFor(const QString& kind, quint16 port, const QString& user = {},
@@ -147,8 +142,7 @@ QStringList settingsFor(const QString& kind, quint16 port, const QString& user =
 
 // A route from words apart by '|' (see TestPinger::applyRouteWords).
 TestPinger::Route routeOf(const QString& words, const QByteArray& body = {}) {
-    TestPinger::Route route;
-    route.body = body;
+    TestPinger::Route route{.body = body};
     const QString problem =
         TestPinger::applyRouteWords(route, words.split(u'|', Qt::SkipEmptyParts));
     if (!problem.isEmpty())
@@ -462,7 +456,6 @@ private slots:
     void fetches() { cases(); }
 
 private:
-    // Each row's first field names its kind.
     void cases() {
         QFETCH(QStringList, f);
         using Case = void (TestEngine::*)(const QStringList&);
@@ -498,12 +491,8 @@ private:
         HttpSession session;
         if (f[7].toLongLong() > 0)
             session.setMaxBytes(f[7].toLongLong());
-        const QString url = f[1].startsWith(u'/')        ? m_pinger->url(f[1])
-                            : f[1].startsWith("closed/") ? closedUrl() + f[1].mid(7)
-                            : f[1] == "onion"            ? OnionUrl
-                                                         : f[1];
         const Fetch got =
-            fetch(session, url, proxy, timeout, QDateTime::fromString(f[5], Qt::ISODate));
+            fetch(session, urlOf(f[1]), proxy, timeout, QDateTime::fromString(f[5], Qt::ISODate));
         QVERIFY2(got.code == expected, qPrintable(f[8] + " " + session.lastErrorText()));
         QVERIFY(got.elapsedMs < timeout * 1000 + SlackMs);
         checkLines(got.lines, QString(f[9]).replace("@high", high));
@@ -550,7 +539,6 @@ private:
         QVERIFY(!ok || none ||
                 proxy.capabilities().testFlag(QNetworkProxy::HostNameLookupCapability));
     }
-    // Each microsocks row first fetches a page with the right credentials.
     void realProxyCase(const QStringList& f) {
         const bool socks = f[1] == "microsocks";
         ProxyProcess proxy(socks ? ProxyProcess::Kind::Microsocks : ProxyProcess::Kind::Tinyproxy);
@@ -563,8 +551,7 @@ private:
         if (socks)
             QCOMPARE(fetch(session, m_pinger->url(QStringLiteral("/a")), proxy.settings(), 5).code,
                      HttpCode::Ok);
-        const QString url = f[4] == "closed" ? closedUrl() + 'x' : m_pinger->url(f[4]);
-        const Fetch got = fetch(session, url, proxy.settings(f[2], f[3]), 5);
+        const Fetch got = fetch(session, urlOf(f[4]), proxy.settings(f[2], f[3]), 5);
         QCOMPARE(got.code, f[5].toInt());
         checkLines(got.lines, f[6]);
         // One stream for the session's pages with the same credentials.
@@ -606,7 +593,6 @@ private:
         QVERIFY(m_pinger->requests().isEmpty());
         QCOMPARE(tlsPinger.requests().size(), tls && f[3] == u'1' ? 1 : 0);
     }
-    // Half a page, cancelled or cut by the quit, never comes back as a page.
     void interruptCase(const QStringList& f) {
         const QString& how = f[1];
         const QByteArray body = TestPinger::linesOfSize(64 * 1024);
@@ -834,6 +820,14 @@ private:
                          qPrintable(name));
         }
         QVERIFY2(kills >= 3, qPrintable(QString::number(kills)));
+    }
+    // A pinger path, "closed/path" on a port where nothing listens, "onion", or a URL as it is.
+    QString urlOf(const QString& field) const {
+        return field.startsWith(u'/') ? m_pinger->url(field)
+               : field.startsWith("closed/")
+                   ? QStringLiteral("http://127.0.0.1:%1/").arg(closedPort()) + field.mid(7)
+               : field == "onion" ? OnionUrl
+                                  : field;
     }
     void addProxy(const QString& name, bool hidden = false) {
         const ProxyEntry entry{name, "socks5", hidden, "127.0.0.1", 9050, "stream-" + name, "pw"};
