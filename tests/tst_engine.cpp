@@ -182,19 +182,12 @@ private slots:
         IniFile ini(IniFileName());
         ini.writeInteger("stats", "timeoutseconds", 2);
         ini.writeString("stats", "pages", ""); // each test ticks its own
-        QStringList lines = {"velkin urls"};
-        for (const QString source : {"first", "second"}) {
-            lines << '[' + source + ']';
-            for (const QString& page : StatsPages) {
-                lines << page + ' ' + m_pinger->url('/' + source + '/' + page);
+        for (const QString source : {"first", "second"})
+            for (const QString& page : StatsPages)
                 m_pinger->serve('/' + source + '/' + page, RealPage("2012-11-30", page));
-            }
-            lines << "";
-        }
-        lines << "[velkin]"
-              << "advisory.txt " + m_pinger->url("/velkin/advisory.txt")
-              << "../escape.txt " + m_pinger->url("/velkin/x");
-        QVERIFY(WriteLines(m_env->programFolder() + "urls.txt", lines));
+        TempEnvironment::writeFile(m_env->programFolder() + "urls.txt",
+                                   TempEnvironment::readFile(VK_TESTDATA "/engine/urls.txt")
+                                       .replace("@PINGER@", m_pinger->url({}).toLatin1()));
         // Redirects: up to five are followed, relative or absolute.
         m_pinger->serve(QStringLiteral("/r0"), "arrived\n");
         for (int i = 1; i <= 6; ++i) {
@@ -315,12 +308,11 @@ private slots:
     // An open line is ended before a message. Without a window nothing
     // repaints: a pause handles what is pending and returns at once.
     void headless() {
-        const QString outPath = m_env->programFolder() + "out", errPath = outPath + "err";
-        std::FILE* out = std::fopen(qPrintable(outPath), "w");
-        std::FILE* err = std::fopen(qPrintable(errPath), "w");
-        QVERIFY(out && err);
+        const QString path = m_env->programFolder() + "out";
+        std::FILE* out = std::fopen(qPrintable(path), "w"); // messages too, to see the order
+        QVERIFY(out);
         {
-            HeadlessFrontEnd ui(out, err);
+            HeadlessFrontEnd ui(out, out);
             PageSet pages(&ui);
             ui.watch(pages);
             pages.addPage("status", pages.makeDocument("download", "status.txt", true, {}));
@@ -332,16 +324,13 @@ private slots:
             ui.finish();
             bool handled = false;
             QTimer::singleShot(0, this, [&] { handled = true; });
-            QElapsedTimer clock;
-            clock.start();
+            const QDeadlineTimer quick(30000);
             WaitTicks(&ui, 60000);
-            QVERIFY(handled);
-            QVERIFY2(clock.elapsed() < 30000, qPrintable(QString::number(clock.elapsed())));
+            QVERIFY(handled && !quick.hasExpired());
         }
         std::fclose(out);
-        std::fclose(err);
-        QCOMPARE(TempEnvironment::readFile(outPath) + "--\n" + TempEnvironment::readFile(errPath),
-                 QByteArray("rlist.txt...\ntimed out\nnext source...\n--\nWarning: no URL\n"));
+        QCOMPARE(TempEnvironment::readFile(path),
+                 QByteArray("rlist.txt...\nWarning: no URL\ntimed out\nnext source...\n"));
     }
 
     // One connection per session; the free HTTPGet (a session each) is the control.
