@@ -216,6 +216,7 @@ private slots:
         QCOMPARE(m_controller->pages().documentAt(0)->Lines(), QStringList{"old run"});
         for (const QString& page : StatsPages)
             QCOMPARE(m_controller->isTicked(page), page.contains("list.txt"));
+        QVERIFY(!m_controller->autoMode());
         // The proxy manager belongs to the program folder.
         QCOMPARE(ProxySelection::proxyManagerPath(), m_env->programFolder() + "vkproxy");
     }
@@ -612,7 +613,6 @@ private:
     }
     void closeCase(const QStringList& f) {
         const bool unsaved = f[1] == u'1', closes = f[5] == u'1';
-        const QList<int> answers = answersOf(f[4]);
         ready(unsaved ? "mlist.txt" : "");
         if (unsaved) {
             m_controller->fileUpdate();
@@ -621,13 +621,13 @@ private:
         m_controller->setLastSource(f[2]);
         m_controller->setCurrentSource(f[3].toInt());
         m_ui->messages.clear();
-        m_ui->answers = answers;
+        m_ui->answers = answersOf(f[4]);
 
         QCOMPARE(m_controller->closeQuery("0,0,10,20,600,400"), closes);
         QStringList asked;
         if (unsaved)
             asked << "Your remailer pages are not saved. Save them now?     ";
-        if (f[3].toInt() != (f[2] == "second") && (!unsaved || answers[0] != IdCancel))
+        if (f[3].toInt() != (f[2] == "second") && (!unsaved || !f[4].startsWith("cancel")))
             asked << "Your stats source has been changed. Do you wish to keep the current source?  "
                      "   ";
         QCOMPARE(m_ui->messageTexts(), asked);
@@ -691,6 +691,7 @@ private:
         QCOMPARE(selection.blockReason().join(u' ').contains(u'"' + f[1] + u'"'), blocked);
         if (blocked) { // a held-back run says why on the status bar too
             engine().refuseRun(selection.blockReason());
+            QCOMPARE(engine().lastResult(), UpdateEngine::RefusedResult);
             QCOMPARE(m_ui->statusTexts.last(), QStringLiteral("Nothing downloaded: no proxy"));
         }
         // The user's own choice lifts the hold.
