@@ -6,6 +6,7 @@
 #include <QFileInfo>
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -116,30 +117,33 @@ int ExtractCypherpunkNames(const QStringList& lines, QStringList& names) {
 bool AppendRemailerChanges(const QStringList& oldNames, const QStringList& newNames,
                            const QString& newHeading, const QString& deceasedHeading,
                            QStringList& report, QStringList& newbars) {
-    QStringList work;
-    for (const QString& name : newNames) {
-        if (ContainsRemailerName(oldNames, name))
+    // Both lists are sorted: one walk through them side by side finds what
+    // is new and what is gone, however long a hostile page makes them.
+    QStringList added;
+    QStringList gone;
+    auto o = oldNames.cbegin();
+    auto n = newNames.cbegin();
+    while (o != oldNames.cend() || n != newNames.cend()) {
+        const int order = o == oldNames.cend()   ? 1
+                          : n == newNames.cend() ? -1
+                                                 : o->compare(*n, Qt::CaseInsensitive);
+        if (order < 0)
+            gone.append(*o++);
+        else if (order > 0)
+            added.append(*n++);
+        else
+            ++o, ++n;
+    }
+    // Collected whatever the bar-new option says; whoever bars them decides
+    // whether to use the list.
+    newbars.append(added);
+    for (const auto& [heading, names] :
+         {std::pair{&newHeading, &added}, {&deceasedHeading, &gone}}) {
+        if (names->isEmpty())
             continue;
-        // Collected whatever the bar-new option says; whoever bars them
-        // decides whether to use the list.
-        newbars.append(name);
-        work.append(name);
-    }
-    if (!work.isEmpty()) {
         report.append(QString());
-        report.append(newHeading);
-        report.append(work);
-    }
-
-    work.clear();
-    for (const QString& name : oldNames) {
-        if (!ContainsRemailerName(newNames, name))
-            work.append(name);
-    }
-    if (!work.isEmpty()) {
-        report.append(QString());
-        report.append(deceasedHeading);
-        report.append(work);
+        report.append(*heading);
+        report.append(*names);
     }
     return !report.isEmpty();
 }
