@@ -6,7 +6,6 @@
 #include <QFileInfo>
 
 #include <algorithm>
-#include <utility>
 
 namespace {
 
@@ -100,12 +99,6 @@ void SortRemailerNames(QStringList& names) {
     names.erase(end, names.end());
 }
 
-bool ContainsRemailerName(const QStringList& sortedNames, const QString& name) {
-    const auto it =
-        std::lower_bound(sortedNames.cbegin(), sortedNames.cend(), name, lessIgnoringCase);
-    return it != sortedNames.cend() && it->compare(name, Qt::CaseInsensitive) == 0;
-}
-
 int ExtractMixmasterNames(const QStringList& lines, QStringList& names) {
     return extractNames(lines, names, true);
 }
@@ -137,14 +130,15 @@ bool AppendRemailerChanges(const QStringList& oldNames, const QStringList& newNa
     // Collected whatever the bar-new option says; whoever bars them decides
     // whether to use the list.
     newbars.append(added);
-    for (const auto& [heading, names] :
-         {std::pair{&newHeading, &added}, {&deceasedHeading, &gone}}) {
-        if (names->isEmpty())
-            continue;
+    const auto section = [&report](const QString& heading, const QStringList& names) {
+        if (names.isEmpty())
+            return;
         report.append(QString());
-        report.append(*heading);
-        report.append(*names);
-    }
+        report.append(heading);
+        report.append(names);
+    };
+    section(newHeading, added);
+    section(deceasedHeading, gone);
     return !report.isEmpty();
 }
 

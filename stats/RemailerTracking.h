@@ -13,9 +13,6 @@
 // names that differ only in case the first one stays.
 void SortRemailerNames(QStringList& names);
 
-// Binary search in a list made by SortRemailerNames.
-bool ContainsRemailerName(const QStringList& sortedNames, const QString& name);
-
 // Remailer names of a Mixmaster statistics page (mlist.txt): the table starts
 // after the line of hyphens and ends at a blank line or at a line without
 // "%". Replaces names with the sorted list and returns how many it holds.

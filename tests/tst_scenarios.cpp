@@ -169,10 +169,10 @@ void TestScenarios::run() {
     if (!proxyLines.isEmpty()) {
         if (!proxy.start(proxyWords.value(1), proxyWords.value(2)))
             QSKIP(qPrintable(proxy.errorString()));
-        const QStringList s = proxy.settings();
+        const QString kind = proxyWords[0] == "microsocks" ? "socks5" : "http";
         QVERIFY(TVKDB2(programFolder + QStringLiteral("vk.dbc"))
-                    .addProxy({"proxy", s[0].mid(5), false, "127.0.0.1", s[2].mid(5).toInt(),
-                               proxyWords.value(1), proxyWords.value(2)}));
+                    .addProxy({"proxy", kind, false, "127.0.0.1", proxy.port(), proxyWords.value(1),
+                               proxyWords.value(2)}));
         connect(&pinger, &TestPinger::requestReceived, this, [&](const TestPinger::Request& r) {
             if ("stop " + r.path == proxyLines.value(1))
                 proxy.stop();

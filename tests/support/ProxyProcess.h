@@ -20,6 +20,7 @@ public:
     bool start(const QString& user = {}, const QString& password = {});
     void stop();
     QString errorString() const { return m_error; }
+    quint16 port() const { return m_port; }
     // What the proxy has logged: tinyproxy's log file, microsocks' output.
     QString log() const;
 
