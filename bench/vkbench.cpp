@@ -100,12 +100,12 @@ struct PageFigures {
 };
 
 PageFigures measurePage(const QString& page, int lineCount, int repeats) {
-    const QStringList lines = page == QStringLiteral("pubring.mix")
-                                  ? SyntheticPages::pubringMix(lineCount)
-                                  : SyntheticPages::mlist(lineCount);
+    const PageLines lines = page == QStringLiteral("pubring.mix")
+                                ? SyntheticPages::pubringMix(lineCount)
+                                : SyntheticPages::mlist(lineCount);
     PageFigures best;
     best.lines = int(lines.size());
-    best.bytes = LinesToBytes(lines).size();
+    best.bytes = lines.toBytes().size();
     best.make = best.check = best.filter = best.type2 = best.save = 1e300;
     for (int r = 0; r < repeats; ++r) {
         NoPauseFrontEnd ui;
@@ -124,14 +124,14 @@ PageFigures measurePage(const QString& page, int lineCount, int repeats) {
         best.check = std::min(best.check, elapsedMs(clock));
         Q_UNUSED(valid);
 
-        QStringList copy = lines;
+        PageLines copy = lines;
         clock.restart();
         RemoveBarredRemailers(copy, page);
         best.filter = std::min(best.filter, elapsedMs(clock));
 
         if (page == QStringLiteral("pubring.mix")) {
             clock.restart();
-            const QStringList kept = Type2ListLines(doc->Lines());
+            const QStringList kept = Type2ListLines(doc->Lines().toStringList());
             best.type2 = std::min(best.type2, elapsedMs(clock));
             if (kept.isEmpty())
                 qFatal("no type2.list lines");
@@ -278,8 +278,8 @@ bool largeInputs() {
     };
     const auto report = [&](int count) {
         WriteLines(PagePath(QStringLiteral("mlist.txt")), mlist(0, count, "r"));
-        const QStringList fresh = mlist(count / 2, count, "R");
-        QStringList lines;
+        const PageLines fresh = mlist(count / 2, count, "R");
+        PageLines lines;
         QStringList newbars;
         QElapsedTimer clock;
         clock.start();
@@ -368,11 +368,11 @@ bool wholeRun(int runs) {
     QHash<QString, QByteArray> bodies;
     for (const QString& page : run.statsPages)
         bodies.insert(page, realPage(page));
-    bodies.insert("nymserver.asc", LinesToBytes(SyntheticPages::pgpKeys(2)));
+    bodies.insert("nymserver.asc", PageLines(SyntheticPages::pgpKeys(2)).toBytes());
     bodies.insert("mail2news.txt", "mail2news@news.example.org alt.anonymous\n");
     bodies.insert("advisory.txt", "velkin user advisory\n\nNothing new.\n");
     bodies.insert("advisory.html", "<html><body><p>Nothing new.</p></body></html>\n");
-    bodies.insert("urls.txt", LinesToBytes(urls));
+    bodies.insert("urls.txt", PageLines(urls).toBytes());
     qint64 total = 0;
     for (const QString& page : run.statsPages)
         pinger.serve(u'/' + page, bodies.value(page), date);
@@ -385,7 +385,7 @@ bool wholeRun(int runs) {
     // starts no other program.
     WriteLines(BarredList::path(), {"dizum", "frell,last"});
     for (const QString& page : run.statsPages + run.suitePages) {
-        QStringList lines = BytesToLines(bodies.value(page));
+        PageLines lines(bodies.value(page));
         RemoveBarredRemailers(lines, page);
         WriteLines(PagePath(page), lines);
     }
@@ -415,7 +415,7 @@ bool wholeRun(int runs) {
         engine.runUpdate(QStringLiteral("pinger"), run.statsPages, run.suitePages);
         const double ms = elapsedMs(clock);
         const int connections = pinger.connectionCount() - before;
-        const QStringList status = pageSet.documentAt(0)->Lines();
+        const PageLines status = pageSet.documentAt(0)->Lines();
         int good = 0;
         for (const QString& line : status)
             good +=
@@ -427,7 +427,8 @@ bool wholeRun(int runs) {
         std::printf("%5s %10.1f %12.1f %10.1f%% %12d %s\n",
                     i == 0 ? "cold" : qPrintable(QString::number(i)), ms, overhead,
                     100.0 * overhead / pauses, connections,
-                    ok ? "all pages came" : qPrintable(status.join(QStringLiteral(" | "))));
+                    ok ? "all pages came"
+                       : qPrintable(status.toStringList().join(QStringLiteral(" | "))));
         if (i > 0)
             warm.push_back(overhead);
     }

@@ -319,14 +319,14 @@ static bool isBlankLine(const QString& line) {
     return line.trimmed().isEmpty();
 }
 
-void TrimLeadingBlankLines(QStringList& lines) {
+void TrimLeadingBlankLines(PageLines& lines) {
     qsizetype n = 0;
     while (n < lines.size() && isBlankLine(lines.at(n)))
         ++n;
     lines.remove(0, n);
 }
 
-void TrimTrailingBlankLines(QStringList& lines) {
+void TrimTrailingBlankLines(PageLines& lines) {
     while (!lines.isEmpty() && isBlankLine(lines.constLast()))
         lines.removeLast();
 }

@@ -3,6 +3,8 @@
 #include <QString>
 #include <QStringList>
 
+#include "PageLines.h"
+
 #include "FrontEnd.h"
 
 // The suite environment: where the program's files live, the suite data file,
@@ -59,8 +61,8 @@ QString GetField(int index, const QString& line, QChar separator, const QString&
 int MonthNumber(const QString& name);
 QString StripAmpersand(const QString& caption);
 
-void TrimLeadingBlankLines(QStringList& lines);
-void TrimTrailingBlankLines(QStringList& lines);
+void TrimLeadingBlankLines(PageLines& lines);
+void TrimTrailingBlankLines(PageLines& lines);
 
 // A font as the suite stores it: face, point size, styles and a 0x00BBGGRR
 // colour. Kept as plain data so the core needs no GUI module.

@@ -3,73 +3,82 @@
 #include <QFile>
 #include <QSaveFile>
 
-namespace {
-
-// One pass over the text, one string per line: a large page is never held
-// whole a second time on its way into lines.
-template <typename View> QStringList splitLines(View text) {
+QStringList SplitLines(const QString& text) {
     QStringList lines;
     qsizetype start = 0;
     const qsizetype n = text.size();
     for (qsizetype i = 0; i < n; ++i) {
-        const auto c = text.at(i).unicode();
+        const char16_t c = text.at(i).unicode();
         if (c != u'\r' && c != u'\n')
             continue;
-        lines.append(text.mid(start, i - start).toString());
+        lines.append(text.mid(start, i - start));
         if (c == u'\r' && i + 1 < n && text.at(i + 1).unicode() == u'\n')
             ++i;
         start = i + 1;
     }
     if (start < n)
-        lines.append(text.mid(start).toString());
+        lines.append(text.mid(start));
     return lines;
 }
 
-} // namespace
-
-QStringList SplitLines(const QString& text) {
-    return splitLines(QStringView(text));
-}
-
-QStringList BytesToLines(const QByteArray& bytes) {
-    return splitLines(QLatin1StringView(bytes));
-}
-
-QByteArray LinesToBytes(const QStringList& lines) {
-    qsizetype size = 0;
-    for (const QString& line : lines)
-        size += line.size() + 1;
-    QByteArray out;
-    out.reserve(size);
-    for (const QString& line : lines) {
-        out += line.toLatin1();
-        out += '\n';
-    }
-    return out;
-}
-
-QStringList ReadLines(const QString& path, bool* ok) {
+PageLines ReadPage(const QString& path, bool* ok) {
     QFile file(path);
     const bool opened = file.open(QIODevice::ReadOnly);
     if (ok)
         *ok = opened;
     if (!opened)
         return {};
-    return BytesToLines(file.readAll());
+    return PageLines(file.readAll());
 }
 
-bool WriteBytes(const QString& path, const QByteArray& bytes, QString* error) {
+QStringList ReadLines(const QString& path, bool* ok) {
+    return ReadPage(path, ok).toStringList();
+}
+
+bool ForEachLine(const QString& path, const std::function<bool(QLatin1StringView)>& each) {
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return false;
+    while (!file.atEnd()) {
+        QByteArray line = file.readLine();
+        if (line.endsWith('\n'))
+            line.chop(1);
+        if (line.endsWith('\r'))
+            line.chop(1);
+        // A lone CR ends a line too.
+        qsizetype start = 0;
+        for (qsizetype cr = line.indexOf('\r'); cr >= 0; cr = line.indexOf('\r', start)) {
+            if (!each(QLatin1StringView(line.constData() + start, cr - start)))
+                return true;
+            start = cr + 1;
+        }
+        if (!each(QLatin1StringView(line.constData() + start, line.size() - start)))
+            return true;
+    }
+    return true;
+}
+
+namespace {
+
+template <typename Write> bool save(const QString& path, QString* error, Write write) {
     QSaveFile file(path);
     // The flush is checked before the commit: QSaveFile (Qt 6.4) commits even
     // when the final flush of its buffer failed, which would swap a cut-off
     // file in for the old one.
-    const bool done = file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() &&
-                      file.flush() && file.commit();
+    const bool done =
+        file.open(QIODevice::WriteOnly) && write(file) && file.flush() && file.commit();
     if (!done && error)
         *error = QStringLiteral("Cannot write %1: %2").arg(path, file.errorString());
     return done;
 }
 
-bool WriteLines(const QString& path, const QStringList& lines, QString* error) {
-    return WriteBytes(path, LinesToBytes(lines), error);
+} // namespace
+
+bool WriteBytes(const QString& path, const QByteArray& bytes, QString* error) {
+    return save(path, error,
+                [&bytes](QSaveFile& file) { return file.write(bytes) == bytes.size(); });
+}
+
+bool WriteLines(const QString& path, const PageLines& lines, QString* error) {
+    return save(path, error, [&lines](QSaveFile& file) { return lines.writeTo(file); });
 }

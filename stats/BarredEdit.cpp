@@ -59,7 +59,7 @@ bool BarredEdit::namesRemailer(const QString& line) {
     return !name.isEmpty() && !name.contains(u' ');
 }
 
-BarredEdit::BarredEdit(const QList<QStringList>& pages, const QStringList& fileLines)
+BarredEdit::BarredEdit(const QList<PageLines>& pages, const QStringList& fileLines)
     : m_fileLines(fileLines) {
     QHash<QString, int> index;
     auto rowFor = [&](const QString& name) -> BarredRow& {
@@ -74,10 +74,10 @@ BarredEdit::BarredEdit(const QList<QStringList>& pages, const QStringList& fileL
         return m_rows[*it];
     };
 
-    for (const QStringList& page : pages) {
-        QStringList names;
+    for (const PageLines& page : pages) {
+        PageLines names;
         ExtractMixmasterNames(page, names);
-        for (const QString& name : std::as_const(names))
+        for (const QString& name : names)
             rowFor(name).listed = true;
     }
     // A name with a full bar anywhere in the file is barred entirely, as the
@@ -107,8 +107,8 @@ BarredEdit BarredEdit::fromStoredFiles(const QString& barredPath, bool* ok) {
     const QStringList fileLines = ReadLines(barredPath, &read);
     if (ok)
         *ok = read || !QFileInfo::exists(barredPath);
-    return BarredEdit({ReadLines(PagePath(QStringLiteral("mlist.txt"))),
-                       ReadLines(PagePath(QStringLiteral("mlist.org.txt")))},
+    return BarredEdit({ReadPage(PagePath(QStringLiteral("mlist.txt"))),
+                       ReadPage(PagePath(QStringLiteral("mlist.org.txt")))},
                       fileLines);
 }
 

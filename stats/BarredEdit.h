@@ -5,6 +5,8 @@
 #include <QString>
 #include <QStringList>
 
+#include "PageLines.h"
+
 // The editable list behind the Barred Remailers dialog: one row per remailer
 // of the Mixmaster stats page or of barred.txt, each with its bar, and the
 // barred.txt that the rows make. No widgets, so that it is tested directly.
@@ -35,7 +37,7 @@ class BarredEdit {
 public:
     // pages: the stats pages whose remailers are listed (mlist.txt and its
     // unfiltered copy); fileLines: barred.txt.
-    BarredEdit(const QList<QStringList>& pages, const QStringList& fileLines);
+    BarredEdit(const QList<PageLines>& pages, const QStringList& fileLines);
 
     // The stored mlist.txt and mlist.org.txt by their page paths, and the
     // barred list at barredPath. ok is false when barred.txt is there but

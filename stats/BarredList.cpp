@@ -35,15 +35,15 @@ QString field(const QString& line, QChar separator, int n) {
 
 // Reads a stored page that exists. An existing file that cannot be read is
 // an error: writing it back would replace it with nothing.
-bool readExisting(const QString& path, QStringList& lines, QStringList& errors) {
+bool readExisting(const QString& path, PageLines& lines, QStringList& errors) {
     bool ok = false;
-    lines = ReadLines(path, &ok);
+    lines = ReadPage(path, &ok);
     if (!ok)
         errors.append(QStringLiteral("Cannot read %1").arg(path));
     return ok;
 }
 
-bool writeBack(const QString& path, const QStringList& lines, QStringList& errors) {
+bool writeBack(const QString& path, const PageLines& lines, QStringList& errors) {
     QString error;
     if (WriteLines(path, lines, &error))
         return true;
@@ -103,7 +103,7 @@ bool BarredList::isLastOnlyLine(const QString& line) {
     return field(line, u',', 1).trimmed().toLower() == QStringLiteral("last");
 }
 
-bool ApplyBarredList(QStringList& lines, const QString& pageName, const BarredList& list) {
+bool ApplyBarredList(PageLines& lines, const QString& pageName, const BarredList& list) {
     // One pass, the kept lines closing up behind (removeIf), never a line
     // deleted on its own, which would move the rest of a long page each
     // time. A page with nothing to delete is not copied at all.
@@ -125,43 +125,46 @@ bool ApplyBarredList(QStringList& lines, const QString& pageName, const BarredLi
     return changed;
 }
 
-void RemoveBarredRemailers(QStringList& lines, const QString& pageName) {
+void RemoveBarredRemailers(PageLines& lines, const QString& pageName) {
     ApplyBarredList(lines, pageName, BarredList::read());
 }
 
-bool MarkLastOnlyCypherpunk(QStringList& lines, const BarredList& list) {
+bool MarkLastOnlyCypherpunk(PageLines& lines, const BarredList& list) {
     static const QString middle = QStringLiteral(" middle");
     if (list.lastOnly().isEmpty())
         return false;
     bool changed = false;
-    for (QString& line : lines) {
-        if (!line.startsWith(CapabilityLine))
+    for (qsizetype i = 0; i < lines.size(); ++i) {
+        if (!lines.view(i).startsWith(CapabilityLine))
             continue;
+        QString line = lines.at(i);
         // The name stands between the first two double quotes.
         if (!list.isLastOnly(field(line, u'"', 1)) || line.contains(middle))
             continue;
         // The capability words follow the ">" that ends the address; a line
         // without one gets the word at its start (indexOf gives -1).
         line.insert(line.indexOf(u'>') + 1, middle);
+        lines.replace(i, line);
         changed = true;
     }
     return changed;
 }
 
-bool MarkLastOnlyMixmaster(QStringList& lines, const BarredList& list) {
+bool MarkLastOnlyMixmaster(PageLines& lines, const BarredList& list) {
     if (list.lastOnly().isEmpty())
         return false;
     bool changed = false;
-    // Read through a const view: a page shared with its unfiltered copy is
-    // only copied when a line really changes.
+    // A page shared with its unfiltered copy is only copied when a line
+    // really changes.
     for (qsizetype i = 0; i < lines.size(); ++i) {
-        const QString& line = std::as_const(lines).at(i);
         // Key block lines hold no blank; only the header lines name a
-        // remailer. The name is looked at before the line is split, so the
-        // many key block lines cost no copies.
-        const qsizetype blank = line.indexOf(u' ');
-        if (blank < 0 || !list.isLastOnly(line.left(blank)))
+        // remailer. The name is looked at before the line is made a string,
+        // so the many key block lines cost no copies.
+        const QLatin1StringView view = lines.view(i);
+        const qsizetype blank = view.indexOf(u' ');
+        if (blank < 0 || !list.isLastOnly(view.left(blank)))
             continue;
+        const QString line = lines.at(i);
         QStringList fields = line.split(u' ');
         while (fields.size() <= 4)
             fields.append(QString());
@@ -172,7 +175,7 @@ bool MarkLastOnlyMixmaster(QStringList& lines, const BarredList& list) {
                                              [](const QString& f) { return f.isEmpty(); });
         const QString rebuilt = QStringList(fields.cbegin(), firstEmpty).join(u' ');
         if (rebuilt != line) {
-            lines[i] = rebuilt;
+            lines.replace(i, rebuilt);
             changed = true;
         }
     }
@@ -182,7 +185,7 @@ bool MarkLastOnlyMixmaster(QStringList& lines, const BarredList& list) {
 bool ApplyBarredListToStoredFiles(QString* error) {
     const BarredList list = BarredList::read();
     QStringList errors;
-    QStringList lines;
+    PageLines lines;
 
     const QString mlistPath = PagePath(Mlist);
     if (QFileInfo::exists(mlistPath) && readExisting(mlistPath, lines, errors)) {
@@ -218,7 +221,7 @@ bool ApplyBarredListToStoredFiles(QString* error) {
 bool AppendNewlyBarred(const QStringList& newbars, QString* error) {
     VK_ASSERT_TEXT(!newbars.isEmpty(), "newbars != NULL && newbars->Count > 0", StatsWins4Unit);
     const QString path = BarredList::path();
-    QStringList lines;
+    PageLines lines;
     QStringList errors;
     if (QFileInfo::exists(path) && !readExisting(path, lines, errors)) {
         if (error)

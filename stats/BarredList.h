@@ -4,6 +4,8 @@
 #include <QString>
 #include <QStringList>
 
+#include "PageLines.h"
+
 // The barred remailers of barred.txt, one per line: "name" bars a remailer
 // entirely, "name,last" only as the last hop of a chain (it stays usable in
 // the middle). Barred remailers are kept out of the pages Mixmaster and the
@@ -51,21 +53,21 @@ private:
 // Deletes the statistics lines (lines holding "%") of fully barred remailers
 // from a page, then, for "rlist.txt" and "pubring.mix", marks the last-only
 // remailers as middlemen. Returns whether the page changed.
-bool ApplyBarredList(QStringList& lines, const QString& pageName, const BarredList& list);
+bool ApplyBarredList(PageLines& lines, const QString& pageName, const BarredList& list);
 
 // The same with barred.txt read afresh; the form the page set's filter takes.
-void RemoveBarredRemailers(QStringList& lines, const QString& pageName);
+void RemoveBarredRemailers(PageLines& lines, const QString& pageName);
 
 // rlist.txt: every "$remailer{" line of a last-only remailer gets " middle"
 // after the ">" that closes its address (at the start of the line when there
 // is none), unless it holds " middle" already. Returns whether a line changed.
-bool MarkLastOnlyCypherpunk(QStringList& lines, const BarredList& list);
+bool MarkLastOnlyCypherpunk(PageLines& lines, const BarredList& list);
 
 // pubring.mix: a last-only remailer's key line gets "M" (middleman) added to
 // its capabilities, the fifth blank-separated field, unless it has one
 // already; the line is rebuilt from its fields up to the first empty one,
 // joined by single blanks. Returns whether a line changed.
-bool MarkLastOnlyMixmaster(QStringList& lines, const BarredList& list);
+bool MarkLastOnlyMixmaster(PageLines& lines, const BarredList& list);
 
 // Applies barred.txt to the stored mlist.txt, pubring.mix (and then a
 // type2.list of the keyring's address lines) and rlist.txt, each when it

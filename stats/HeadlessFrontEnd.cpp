@@ -63,9 +63,9 @@ void HeadlessFrontEnd::watch(PageSet& pages) {
 
 // Prints what the status page gained since the last call. The last line
 // stays open, since the engine adds each page's result word to it.
-void HeadlessFrontEnd::follow(const QStringList& lines) {
+void HeadlessFrontEnd::follow(const PageLines& lines) {
     while (m_line < lines.size()) {
-        const QString& line = lines[m_line];
+        const QString line = lines.at(m_line);
         if (line.size() > m_printed) {
             write(m_out, line.mid(m_printed));
             m_printed = line.size();

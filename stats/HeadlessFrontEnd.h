@@ -1,6 +1,7 @@
 #pragma once
 
 #include "FrontEnd.h"
+#include "PageLines.h"
 
 #include <QObject>
 #include <QStringList>
@@ -45,7 +46,7 @@ public:
     void finish();
 
 private:
-    void follow(const QStringList& lines);
+    void follow(const PageLines& lines);
     void write(std::FILE* stream, const QString& text);
 
     std::FILE* m_out;

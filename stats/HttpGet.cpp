@@ -158,7 +158,7 @@ bool HttpSession::proxyFromSettings(const QStringList& settings, QNetworkProxy& 
     return true;
 }
 
-int HttpSession::HTTPGet(FrontEnd* owner, const QString& url, QStringList& lines,
+int HttpSession::HTTPGet(FrontEnd* owner, const QString& url, PageLines& lines,
                          const QStringList& proxySettings, const bool* cancel, int timeoutSeconds,
                          QDateTime& lastModified) {
     lines.clear();
@@ -202,7 +202,14 @@ int HttpSession::HTTPGet(FrontEnd* owner, const QString& url, QStringList& lines
             return;
         const bool errorPage = httpStatus(*reply) >= 400;
         const qint64 cap = errorPage ? qMin(ErrorPageMaxBytes, m_maxBytes) : m_maxBytes;
-        body += reply->read(cap + 1 - body.size());
+        // Read straight into the body: asked for more than it holds, a
+        // reply makes a buffer of the size asked for.
+        const qsizetype held = body.size();
+        const qint64 want = qMin(reply->bytesAvailable(), cap + 1 - held);
+        if (want > 0) {
+            body.resize(held + want);
+            body.resize(held + qMax(reply->read(body.data() + held, want), qint64(0)));
+        }
         if (body.size() <= cap)
             return;
         if (errorPage) {
@@ -287,7 +294,7 @@ int HttpSession::HTTPGet(FrontEnd* owner, const QString& url, QStringList& lines
     if (error == QNetworkReply::ProxyAuthenticationRequiredError)
         return fail(HttpCode::LibraryError, reply->errorString());
     if (status >= 400) {
-        lines = BytesToLines(body);
+        lines = PageLines(std::move(body));
         return fail(HttpCode::HttpError, QStringLiteral("HTTP %1 %2").arg(status).arg(reason));
     }
     if (error != QNetworkReply::NoError)
@@ -313,7 +320,7 @@ int HttpSession::HTTPGet(FrontEnd* owner, const QString& url, QStringList& lines
                         .arg(body.size())
                         .arg(announced.toLongLong()));
     if (status >= 200 && status < 300) {
-        lines = BytesToLines(body);
+        lines = PageLines(std::move(body));
         lastModified = pageDate;
         if (owner)
             owner->setProgress(100);
@@ -321,7 +328,7 @@ int HttpSession::HTTPGet(FrontEnd* owner, const QString& url, QStringList& lines
     }
     // An answer that is neither the page nor an error: a redirect that was
     // not followed (no Location), or an informational status.
-    lines = BytesToLines(body.left(qMin(ErrorPageMaxBytes, m_maxBytes)));
+    lines = PageLines(body.left(qMin(ErrorPageMaxBytes, m_maxBytes)));
     return fail(HttpCode::HttpError, QStringLiteral("HTTP %1 %2").arg(status).arg(reason));
 }
 
@@ -407,9 +414,8 @@ void HttpSession::dropPrefetched() {
     });
 }
 
-int HTTPGet(FrontEnd* owner, const QString& url, QStringList& lines,
-            const QStringList& proxySettings, const bool* cancel, int timeoutSeconds,
-            QDateTime& lastModified) {
+int HTTPGet(FrontEnd* owner, const QString& url, PageLines& lines, const QStringList& proxySettings,
+            const bool* cancel, int timeoutSeconds, QDateTime& lastModified) {
     HttpSession session;
     return session.HTTPGet(owner, url, lines, proxySettings, cancel, timeoutSeconds, lastModified);
 }

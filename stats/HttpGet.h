@@ -6,6 +6,8 @@
 #include <QString>
 #include <QStringList>
 
+#include "PageLines.h"
+
 #include <memory>
 #include <vector>
 
@@ -81,7 +83,7 @@ public:
     //                  out: the page's Last-Modified, invalid when it had none
     // Returns one of the HttpCode values. lines holds the page on Ok, the
     // (shortened) error page on HttpError, and nothing otherwise.
-    int HTTPGet(FrontEnd* owner, const QString& url, QStringList& lines,
+    int HTTPGet(FrontEnd* owner, const QString& url, PageLines& lines,
                 const QStringList& proxySettings, const bool* cancel, int timeoutSeconds,
                 QDateTime& lastModified);
 
@@ -132,6 +134,5 @@ private:
 
 // A single download in a session of its own, for callers outside an update
 // run (the URL list manager).
-int HTTPGet(FrontEnd* owner, const QString& url, QStringList& lines,
-            const QStringList& proxySettings, const bool* cancel, int timeoutSeconds,
-            QDateTime& lastModified);
+int HTTPGet(FrontEnd* owner, const QString& url, PageLines& lines, const QStringList& proxySettings,
+            const bool* cancel, int timeoutSeconds, QDateTime& lastModified);

@@ -17,12 +17,15 @@ QStringList Type2ListLines(const QStringList& pubringLines) {
     return kept;
 }
 
-QStringList MergedNymserverKeys(const QStringList& ring, const QStringList& nym) {
+PageLines MergedNymserverKeys(const PageLines& ring, const PageLines& nym) {
     // The nymserver page may carry text above its keys; only the keys go in.
     qsizetype first = 0;
-    while (first < nym.size() && !nym.at(first).contains(QStringLiteral("-----BEGIN PGP PUBLIC")))
+    while (first < nym.size() && !nym.view(first).contains(QLatin1String("-----BEGIN PGP PUBLIC")))
         ++first;
-    return ring + nym.mid(first);
+    PageLines merged = ring;
+    for (qsizetype i = first; i < nym.size(); ++i)
+        merged.append(nym.at(i));
+    return merged;
 }
 
 QString MixmasterKeyringCommand(const QString& programFolder, const QString& mixmasterDir) {

@@ -3,6 +3,8 @@
 #include <QString>
 #include <QStringList>
 
+#include "PageLines.h"
+
 #include <array>
 
 class FrontEnd;
@@ -20,7 +22,7 @@ QStringList Type2ListLines(const QStringList& pubringLines);
 
 // pubring.asc as the save writes it: ring followed by the keys of nym (from
 // its first "-----BEGIN PGP PUBLIC" line on).
-QStringList MergedNymserverKeys(const QStringList& ring, const QStringList& nym);
+PageLines MergedNymserverKeys(const PageLines& ring, const PageLines& nym);
 
 // The key tools, started with the program folder before their names. The
 // Mixmaster folder is the copy the main window took at start; the nymserver

@@ -58,21 +58,21 @@ bool isPassedOver(const QString& line) {
     return line.trimmed().isEmpty() || line.startsWith(u'#');
 }
 
-// Reads the block that starts at lines[at] (the begin marker) and checks
+// Reads the block that starts at line at (the begin marker) and checks
 // its packet against key; at ends past the end marker.
-QString checkBlock(const QStringList& lines, qsizetype& at, const MixKey& key) {
+QString checkBlock(const PageLines& lines, qsizetype& at, const MixKey& key) {
     ++at;
     if (at + 1 >= lines.size())
         return cutShort(key.name);
-    const QString id = lines[at].trimmed();
-    const QString length = lines[at + 1].trimmed();
+    const QString id = lines.at(at).trimmed();
+    const QString length = lines.at(at + 1).trimmed();
     bool number = false;
     length.toInt(&number);
     if (!isKeyId(id) || !number)
         return NotMixmaster;
     QByteArray base64;
-    for (at += 2; at < lines.size() && lines[at] != EndMarker; ++at) {
-        const QString text = lines[at].trimmed();
+    for (at += 2; at < lines.size() && lines.at(at) != EndMarker; ++at) {
+        const QString text = lines.at(at).trimmed();
         if (!isBase64Line(text))
             return text == BeginMarker ? cutShort(key.name) : NotMixmaster;
         base64 += text.toLatin1();
@@ -97,22 +97,22 @@ QString checkBlock(const QStringList& lines, qsizetype& at, const MixKey& key) {
 
 } // namespace
 
-MixKeyringCheck CheckMixKeyring(const QStringList& lines) {
+MixKeyringCheck CheckMixKeyring(const PageLines& lines) {
     MixKeyringCheck result;
     qsizetype at = 0;
     while (at < lines.size()) {
-        if (isPassedOver(lines[at])) {
+        if (isPassedOver(lines.at(at))) {
             ++at;
             continue;
         }
         MixKey key;
-        if (!parseHeader(lines[at], key)) {
+        if (!parseHeader(lines.at(at), key)) {
             result.problem = NotMixmaster;
             break;
         }
-        for (++at; at < lines.size() && lines[at].trimmed().isEmpty(); ++at) {
+        for (++at; at < lines.size() && lines.at(at).trimmed().isEmpty(); ++at) {
         }
-        if (at >= lines.size() || lines[at] != BeginMarker) {
+        if (at >= lines.size() || lines.at(at) != BeginMarker) {
             result.problem = cutShort(key.name);
             break;
         }

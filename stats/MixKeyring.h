@@ -5,6 +5,8 @@
 #include <QString>
 #include <QStringList>
 
+#include "PageLines.h"
+
 // The checks a pubring.mix page must pass before it may become Mixmaster's
 // keyring. Each key is a header line ("name address keyid version
 // [capabilities [created [expires]]]") followed by a block: the begin
@@ -31,7 +33,7 @@ struct MixKeyringCheck {
 // Checks every key of the page. The first key that fails refuses the whole
 // page: a keyring is replaced whole or not at all. Blank lines and lines
 // starting with "#" between keys are passed over, as Mixmaster does.
-MixKeyringCheck CheckMixKeyring(const QStringList& lines);
+MixKeyringCheck CheckMixKeyring(const PageLines& lines);
 
 // Mixmaster drops a key on the day its expiry date is reached.
 bool IsKeyExpired(const MixKey& key, const QDate& today);

@@ -51,7 +51,7 @@ PageFindings keyringFindings(const TRemailerDoc& doc, const QDate& today) {
 
 } // namespace
 
-QDate StatsPageDate(const QStringList& lines, QString* written) {
+QDate StatsPageDate(const PageLines& lines, QString* written) {
     for (const QString& line : lines) {
         if (!line.startsWith(LastUpdate, Qt::CaseInsensitive))
             continue;

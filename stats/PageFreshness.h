@@ -4,6 +4,8 @@
 #include <QString>
 #include <QStringList>
 
+#include "PageLines.h"
+
 class TRemailerDoc;
 
 // Whether what was just downloaded will still route mail: statistics pages
@@ -23,7 +25,7 @@ struct PageFindings {
 // The date of a statistics page's "Last update: " line (pingers write a
 // small "u", some a capital one), with the date as the page writes it.
 // Null when there is no such line or it names no calendar date.
-QDate StatsPageDate(const QStringList& lines, QString* written = nullptr);
+QDate StatsPageDate(const PageLines& lines, QString* written = nullptr);
 
 // Looks at a page that passed its check: a statistics page more than
 // StaleAfterDays old is marked stale (on its view too); a keyring lists its

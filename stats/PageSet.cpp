@@ -46,23 +46,22 @@ std::unique_ptr<TRemailerDoc> PageSet::createDocument(const QString& pageName,
 }
 
 std::unique_ptr<TRemailerDoc> PageSet::makeDocument(const QString& source, const QString& pageName,
-                                                    bool check, const QStringList& lines) {
+                                                    bool check, PageLines lines) {
     VK_ASSERT_TEXT(!source.isEmpty() && !pageName.isEmpty(), "Name != \"\" && Lines != NULL",
                    StatsWins4Unit);
     const QString name = pageName.toLower();
-    QStringList text = lines;
-    QStringList* unfiltered = nullptr;
+    PageLines* unfiltered = nullptr;
     if (name == QStringLiteral("mlist.txt"))
         unfiltered = &m_mixUnfiltered;
     else if (name == QStringLiteral("rlist.txt") || name == QStringLiteral("pubring.mix"))
         unfiltered = &m_cpkUnfiltered; // pubring.mix shares the Cypherpunk copy on purpose
     if (unfiltered) {
-        *unfiltered = text;
+        *unfiltered = lines;
         if (barFilter)
-            barFilter(text, name);
+            barFilter(lines, name);
     }
 
-    auto* view = new PageView(std::move(text));
+    auto* view = new PageView(std::move(lines));
     view->setWordWrap(name == QStringLiteral("advisory.txt"));
     auto doc = createDocument(name, source, view);
     doc->Active = check;
@@ -80,9 +79,8 @@ std::unique_ptr<TRemailerDoc> PageSet::makeDocument(const QString& source, const
     return doc;
 }
 
-std::unique_ptr<TRemailerDoc> PageSet::makeLocalDocument(const QString& pageName,
-                                                         const QStringList& lines) {
-    auto* view = new PageView(lines);
+std::unique_ptr<TRemailerDoc> PageSet::makeLocalDocument(const QString& pageName, PageLines lines) {
+    auto* view = new PageView(std::move(lines));
     view->setWordWrap(pageName == QStringLiteral("advisory.txt") ||
                       pageName == QStringLiteral("advisory.html"));
     auto doc = createDocument(pageName, localFile(), view);
@@ -113,12 +111,12 @@ bool PageSet::openLocalFile(const QString& path) {
             return true;
         }
     }
-    QStringList lines = ReadLines(path);
+    PageLines lines = ReadPage(path);
     TrimLeadingBlankLines(lines);
     TrimTrailingBlankLines(lines);
     const QString caption =
         pageName == QStringLiteral("status.txt") ? QStringLiteral("status") : pageName;
-    addPage(caption, makeLocalDocument(pageName, lines));
+    addPage(caption, makeLocalDocument(pageName, std::move(lines)));
     if (m_frontEnd)
         m_frontEnd->setStatusText(localFile() + QStringLiteral(": ") + fileName);
     return true;
@@ -170,7 +168,7 @@ int PageSet::tabIndexOfPage(const QString& name) const {
     return -1;
 }
 
-void PageSet::pageLines(const QString& name, QStringList& lines) const {
+void PageSet::pageLines(const QString& name, PageLines& lines) const {
     lines.clear();
     const int index = tabIndexOfPage(name);
     if (index >= 0)

@@ -29,13 +29,13 @@ public:
 
     // Removes barred remailers from a downloaded page; set by whoever owns
     // the barred list. Without one nothing is removed.
-    std::function<void(QStringList& lines, const QString& pageName)> barFilter;
+    std::function<void(PageLines& lines, const QString& pageName)> barFilter;
 
     // A downloaded page: unfiltered copies kept, barred remailers removed,
     // content checked when check is set (a failed page gets its banner).
     // The page set keeps the document; add it with addPage.
     std::unique_ptr<TRemailerDoc> makeDocument(const QString& source, const QString& pageName,
-                                               bool check, const QStringList& lines);
+                                               bool check, PageLines lines);
     int addPage(const QString& caption, std::unique_ptr<TRemailerDoc> doc);
 
     bool openLocalFile(const QString& path);
@@ -47,7 +47,7 @@ public:
     QString tabTextAt(int index) const;
     TRemailerDoc* documentAt(int index) const;
     int tabIndexOfPage(const QString& name) const;
-    void pageLines(const QString& name, QStringList& lines) const;
+    void pageLines(const QString& name, PageLines& lines) const;
     // The last downloaded page of that name that passed its check, or null:
     // a refused page must not stand in for the one taken after it.
     TRemailerDoc* acceptedPage(const QString& name) const;
@@ -55,8 +55,8 @@ public:
     void setCurrent(int index);
     void closeAll();
 
-    QStringList& mixUnfiltered() { return m_mixUnfiltered; }
-    QStringList& cpkUnfiltered() { return m_cpkUnfiltered; }
+    PageLines& mixUnfiltered() { return m_mixUnfiltered; }
+    PageLines& cpkUnfiltered() { return m_cpkUnfiltered; }
 
 signals:
     void pageAdded(int index);
@@ -68,11 +68,10 @@ private:
         QString caption;
         std::unique_ptr<TRemailerDoc> doc;
     };
-    std::unique_ptr<TRemailerDoc> makeLocalDocument(const QString& pageName,
-                                                    const QStringList& lines);
+    std::unique_ptr<TRemailerDoc> makeLocalDocument(const QString& pageName, PageLines lines);
     FrontEnd* m_frontEnd;
     std::vector<Page> m_pages;
     int m_current = -1;
-    QStringList m_mixUnfiltered;
-    QStringList m_cpkUnfiltered;
+    PageLines m_mixUnfiltered;
+    PageLines m_cpkUnfiltered;
 };

@@ -1,14 +1,12 @@
 #include "PageView.h"
 
-#include <algorithm>
 #include <utility>
 
 PageView::PageView(QObject* parent) : QObject(parent) {}
 
-PageView::PageView(QStringList lines, QObject* parent)
-    : QObject(parent), m_lines(std::move(lines)) {}
+PageView::PageView(PageLines lines, QObject* parent) : QObject(parent), m_lines(std::move(lines)) {}
 
-void PageView::setLines(QStringList lines) {
+void PageView::setLines(PageLines lines) {
     m_lines = std::move(lines);
     emit linesChanged();
 }
@@ -23,12 +21,12 @@ void PageView::appendToLastLine(const QString& text) {
     if (m_lines.isEmpty())
         m_lines.append(text);
     else
-        m_lines.last() += text;
+        m_lines.replace(m_lines.size() - 1, m_lines.constLast() + text);
     emit linesChanged();
 }
 
 void PageView::insertLine(qsizetype index, const QString& line) {
-    m_lines.insert(std::clamp<qsizetype>(index, 0, m_lines.size()), line);
+    m_lines.insert(index, line);
     emit linesChanged();
 }
 

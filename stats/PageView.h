@@ -2,7 +2,8 @@
 
 #include <QObject>
 #include <QString>
-#include <QStringList>
+
+#include "PageLines.h"
 
 // The core's stand-in for a page's text view: the page's lines and the three
 // flags the page set and the viewer care about. A document owns one; the
@@ -15,14 +16,14 @@ class PageView : public QObject {
     Q_OBJECT
 public:
     explicit PageView(QObject* parent = nullptr);
-    explicit PageView(QStringList lines, QObject* parent = nullptr);
+    explicit PageView(PageLines lines, QObject* parent = nullptr);
 
     // The list itself, so that documents check and edit the page in place.
     // Whoever edits it directly calls notifyChanged() afterwards.
-    QStringList& lines() { return m_lines; }
-    const QStringList& lines() const { return m_lines; }
+    PageLines& lines() { return m_lines; }
+    const PageLines& lines() const { return m_lines; }
 
-    void setLines(QStringList lines);
+    void setLines(PageLines lines);
     void appendLine(const QString& line);
     // Adds text to the last line; on an empty view the text becomes the
     // first line.
@@ -48,7 +49,7 @@ signals:
     void lineAppended(const QString& line);
 
 private:
-    QStringList m_lines;
+    PageLines m_lines;
     bool m_modified = false;
     // Pages are shown, not edited, and most are tables that must not wrap.
     bool m_readOnly = true;

@@ -4,20 +4,29 @@
 #include "MixKeyring.h"
 
 #include <algorithm>
+#include <functional>
 #include <initializer_list>
 
 namespace {
 
 // The statistics pages name their format version in a header line; only
 // version 1 is understood here.
-bool isStatsVersion2(const QStringList& lines) {
-    // The marker holds no line break, so looking line by line finds exactly
-    // what a search of the joined text would, without building that text.
-    for (const QString& line : lines) {
-        if (line.contains(QLatin1String("Stats-Version: 2.0")))
+// The checks below look at the lines' bytes where they lie: a long page is
+// read many times, and a string made of every line would cost each time.
+bool anyLine(const PageLines& lines, const std::function<bool(QLatin1StringView)>& test) {
+    for (qsizetype i = 0; i < lines.size(); ++i) {
+        if (test(lines.view(i)))
             return true;
     }
     return false;
+}
+
+bool isStatsVersion2(const PageLines& lines) {
+    // The marker holds no line break, so looking line by line finds exactly
+    // what a search of the joined text would, without building that text.
+    return anyLine(lines, [](QLatin1StringView line) {
+        return line.contains(QLatin1String("Stats-Version: 2.0"));
+    });
 }
 
 // Puts the "Last update: " line first, moving whatever stood above it (a
@@ -27,48 +36,45 @@ bool isStatsVersion2(const QStringList& lines) {
 // The served order is kept for the page's file.
 void normaliseStatsPage(TRemailerDoc& doc) {
     PageView& view = *doc.Viewer;
-    QStringList& lines = view.lines();
+    PageLines& lines = view.lines();
     doc.Served = lines;
     TrimLeadingBlankLines(lines);
     TrimTrailingBlankLines(lines);
     lines.append(QString());
-    const auto first = std::find_if(lines.begin(), lines.end(), [](const QString& line) {
-        return line.contains(QLatin1String("Last update: "));
-    });
-    if (first != lines.end())
-        std::rotate(lines.begin(), first, lines.end());
+    for (qsizetype i = 0; i < lines.size(); ++i) {
+        if (lines.view(i).contains(QLatin1String("Last update: "))) {
+            lines.rotate(i);
+            break;
+        }
+    }
     view.notifyChanged();
 }
 
 // A header line starts with the first column's name and carries the others
 // further on; blanks around and capitals are forgiven, a colon after the
 // first word is not.
-bool hasHeaderLine(const QStringList& lines, QLatin1String firstWord,
+bool hasHeaderLine(const PageLines& lines, QLatin1String firstWord,
                    std::initializer_list<QLatin1String> columns) {
-    for (const QString& line : lines) {
-        const QString text = line.trimmed().toLower();
-        if (!text.startsWith(firstWord))
-            continue;
-        const bool all = std::all_of(columns.begin(), columns.end(), [&](QLatin1String column) {
-            return text.indexOf(column) > 0;
-        });
-        if (all)
-            return true;
-    }
-    return false;
+    return anyLine(lines, [&](QLatin1StringView line) {
+        const QLatin1StringView text = PageLines::trimmed(line);
+        return text.startsWith(firstWord, Qt::CaseInsensitive) &&
+               std::all_of(columns.begin(), columns.end(), [&](QLatin1String column) {
+                   return text.indexOf(column, 0, Qt::CaseInsensitive) > 0;
+               });
+    });
 }
 
 // Stale when the "Last Update: " date lies more than 3 days back. Pingers
 // write "Last update: " with a small "u", which this deliberately does not
 // match, so such pages never count as stale; anything unreadable counts as
 // current too, since a page is refused for its content, not for its date.
-bool isStatsPageOutOfDate(const QStringList& lines, const QDate& today) {
-    const auto found = std::find_if(lines.begin(), lines.end(), [](const QString& line) {
-        return line.startsWith(QLatin1String("Last Update: "));
-    });
-    if (found == lines.end())
+bool isStatsPageOutOfDate(const PageLines& lines, const QDate& today) {
+    qsizetype found = 0;
+    while (found < lines.size() && !lines.view(found).startsWith(QLatin1String("Last Update: ")))
+        ++found;
+    if (found == lines.size())
         return false;
-    const QString& line = *found;
+    const QString line = lines.at(found);
     const auto number = [&line](int index) {
         bool ok = false;
         const int value = GetField(index, line, u' ', QStringLiteral("1")).toInt(&ok);
@@ -84,8 +90,10 @@ bool isStatsPageOutOfDate(const QStringList& lines, const QDate& today) {
 }
 
 // Key and notice pages carry a marker as a line of its own, in any case.
-bool hasMarkerLine(const QStringList& lines, QLatin1String marker) {
-    return lines.contains(marker, Qt::CaseInsensitive);
+bool hasMarkerLine(const PageLines& lines, QLatin1String marker) {
+    return anyLine(lines, [marker](QLatin1StringView line) {
+        return line.compare(marker, Qt::CaseInsensitive) == 0;
+    });
 }
 
 const QLatin1String PgpKeyMarker("-----BEGIN PGP PUBLIC KEY BLOCK-----");
@@ -178,13 +186,13 @@ TMixType2List::TMixType2List(const QString& origin, PageView* viewer)
 // Every line names a remailer and then its address; blank lines around the
 // list are dropped from the page first, so they do not spoil it.
 bool TMixType2List::IsValidPage() {
-    QStringList& lines = Lines();
+    PageLines& lines = Lines();
     const qsizetype before = lines.size();
     TrimLeadingBlankLines(lines);
     TrimTrailingBlankLines(lines);
     if (lines.size() != before)
         Viewer->notifyChanged();
-    return std::all_of(lines.cbegin(), lines.cend(),
+    return std::all_of(lines.begin(), lines.end(),
                        [](const QString& line) { return GetField(1, line, u' ').contains(u'@'); });
 }
 

@@ -24,11 +24,11 @@ public:
     TRemailerDoc(const TRemailerDoc&) = delete;
     TRemailerDoc& operator=(const TRemailerDoc&) = delete;
 
-    QStringList& Lines() { return Viewer->lines(); }
-    const QStringList& Lines() const { return Viewer->lines(); }
+    PageLines& Lines() { return Viewer->lines(); }
+    const PageLines& Lines() const { return Viewer->lines(); }
     // What goes into the page's file: the lines as served where the viewer
     // shows them turned round, otherwise the lines shown.
-    const QStringList& FileLines() const { return Served ? *Served : Lines(); }
+    const PageLines& FileLines() const { return Served ? *Served : Lines(); }
 
     virtual bool IsStatsVersion2() const;
     // Stale against the local clock's date; the dated form lets a caller
@@ -46,7 +46,7 @@ public:
     // A statistics page in the order it was served (barred remailers
     // removed all the same). Mixmaster reads the type-I remailers from the
     // top of rlist.txt down to the table, so its file must keep that order.
-    std::optional<QStringList> Served;
+    std::optional<PageLines> Served;
 };
 
 // Mixmaster statistics. Version-1 pages are turned so that the

@@ -5,70 +5,76 @@
 
 #include <QFileInfo>
 
-#include <algorithm>
+#include <utility>
 
 namespace {
 
-const QString MixmasterTableRule = QStringLiteral("----------------");
+const QLatin1String MixmasterTableRule("----------------");
 
-bool lessIgnoringCase(const QString& a, const QString& b) {
-    return a.compare(b, Qt::CaseInsensitive) < 0;
-}
+// Collects the names of a statistics table, one line at a time, so that a
+// stored page can be read without holding it. The two page kinds differ
+// only in what opens the table: Mixmaster pages have a rule of hyphens above
+// it, Cypherpunk pages are recognised by their first "%" row.
+class TableNames {
+public:
+    // Names taken from lines of page share its bytes.
+    TableNames(bool opensAtHyphens, const PageLines& page = {})
+        : names(page.withoutLines()), m_opensAtHyphens(opensAtHyphens) {}
 
-// The text before the first blank; the whole text when there is none.
-QString firstWord(const QString& line) {
-    const qsizetype blank = line.indexOf(u' ');
-    return blank < 0 ? line : line.left(blank);
-}
-
-// The two page kinds differ only in what opens the table: Mixmaster pages
-// have a rule of hyphens above it, Cypherpunk pages are recognised by their
-// first "%" row.
-int extractNames(const QStringList& lines, QStringList& names, bool opensAtHyphens) {
-    names.clear();
-    bool inTable = false;
-    for (const QString& raw : lines) {
-        const QString line = raw.trimmed();
-        if (line.isEmpty()) {
-            if (inTable)
-                break;
-            continue;
+    // False once the table has ended: the lines after it are not read.
+    bool take(QLatin1StringView raw) {
+        const QLatin1StringView line = PageLines::trimmed(raw);
+        if (line.isEmpty())
+            return !m_inTable;
+        if (m_opensAtHyphens && line.startsWith(MixmasterTableRule)) {
+            m_inTable = true;
+            return true;
         }
-        if (opensAtHyphens && line.startsWith(MixmasterTableRule)) {
-            inTable = true;
-            continue;
-        }
-        if (!inTable) {
-            if (opensAtHyphens || !line.contains(u'%'))
-                continue;
-            inTable = true;
+        if (!m_inTable) {
+            if (m_opensAtHyphens || !line.contains(u'%'))
+                return true;
+            m_inTable = true;
         }
         // A row without a percentage is no longer the table: whatever comes
         // after it is not trusted to be remailers.
         if (!line.contains(u'%'))
-            break;
-        names.append(firstWord(line));
+            return false;
+        const qsizetype blank = line.indexOf(u' ');
+        names.append(blank < 0 ? line : line.left(blank));
+        return true;
     }
-    SortRemailerNames(names);
+
+    PageLines names;
+
+private:
+    bool m_opensAtHyphens;
+    bool m_inTable = false;
+};
+
+int extractNames(const PageLines& lines, PageLines& names, bool opensAtHyphens) {
+    TableNames table(opensAtHyphens, lines);
+    qsizetype i = 0;
+    while (i < lines.size() && table.take(lines.view(i)))
+        ++i;
+    names = std::move(table.names);
+    names.sortUniqueIgnoringCase();
     return int(names.size());
 }
 
-bool reportChanges(const QString& pageName, const QString& kind, const QStringList& newPage,
-                   QStringList& report, bool barnew, QStringList& newbars) {
+bool reportChanges(const QString& pageName, const QString& kind, const PageLines& newPage,
+                   PageLines& report, bool barnew, QStringList& newbars) {
     const bool mixmaster = pageName == QStringLiteral("mlist.txt");
-    // A missing stored copy reads as no lines, so every remailer is new.
-    const QStringList oldPage = ReadLines(PagePath(pageName));
-    QStringList oldNames;
-    QStringList newNames;
+    // The stored page is read a line at a time: only its names are kept. A
+    // missing stored copy reads as no lines, so every remailer is new.
+    TableNames stored(mixmaster);
+    ForEachLine(PagePath(pageName),
+                [&stored](QLatin1StringView line) { return stored.take(line); });
+    PageLines oldNames = std::move(stored.names);
+    oldNames.sortUniqueIgnoringCase();
+    PageLines newNames;
+    extractNames(newPage, newNames, mixmaster);
     // Only the names that are new go to newbars, with or without barnew:
     // barring every listed remailer would leave Mixmaster nothing to use.
-    if (mixmaster) {
-        ExtractMixmasterNames(oldPage, oldNames);
-        ExtractMixmasterNames(newPage, newNames);
-    } else {
-        ExtractCypherpunkNames(oldPage, oldNames);
-        ExtractCypherpunkNames(newPage, newNames);
-    }
     QString newHeading = QStringLiteral("NEW ") + kind + QStringLiteral(" Remailers:");
     const QString deceasedHeading =
         QStringLiteral("DECEASED ") + kind + QStringLiteral(" Remailers:");
@@ -89,41 +95,32 @@ bool reportChanges(const QString& pageName, const QString& kind, const QStringLi
 
 } // namespace
 
-void SortRemailerNames(QStringList& names) {
-    // Stable, so that of two spellings of one name the first met survives.
-    std::stable_sort(names.begin(), names.end(), lessIgnoringCase);
-    const auto end =
-        std::unique(names.begin(), names.end(), [](const QString& a, const QString& b) {
-            return a.compare(b, Qt::CaseInsensitive) == 0;
-        });
-    names.erase(end, names.end());
-}
-
-int ExtractMixmasterNames(const QStringList& lines, QStringList& names) {
+int ExtractMixmasterNames(const PageLines& lines, PageLines& names) {
     return extractNames(lines, names, true);
 }
 
-int ExtractCypherpunkNames(const QStringList& lines, QStringList& names) {
+int ExtractCypherpunkNames(const PageLines& lines, PageLines& names) {
     return extractNames(lines, names, false);
 }
 
-bool AppendRemailerChanges(const QStringList& oldNames, const QStringList& newNames,
+bool AppendRemailerChanges(const PageLines& oldNames, const PageLines& newNames,
                            const QString& newHeading, const QString& deceasedHeading,
-                           QStringList& report, QStringList& newbars) {
+                           PageLines& report, QStringList& newbars) {
     // Both lists are sorted: one walk through them side by side finds what
     // is new and what is gone, however long a hostile page makes them.
     QStringList added;
     QStringList gone;
-    auto o = oldNames.cbegin();
-    auto n = newNames.cbegin();
-    while (o != oldNames.cend() || n != newNames.cend()) {
-        const int order = o == oldNames.cend()   ? 1
-                          : n == newNames.cend() ? -1
-                                                 : o->compare(*n, Qt::CaseInsensitive);
+    qsizetype o = 0;
+    qsizetype n = 0;
+    while (o < oldNames.size() || n < newNames.size()) {
+        const int order = o == oldNames.size() ? 1
+                          : n == newNames.size()
+                              ? -1
+                              : oldNames.view(o).compare(newNames.view(n), Qt::CaseInsensitive);
         if (order < 0)
-            gone.append(*o++);
+            gone.append(oldNames.at(o++));
         else if (order > 0)
-            added.append(*n++);
+            added.append(newNames.at(n++));
         else
             ++o, ++n;
     }
@@ -135,20 +132,21 @@ bool AppendRemailerChanges(const QStringList& oldNames, const QStringList& newNa
             return;
         report.append(QString());
         report.append(heading);
-        report.append(names);
+        for (const QString& name : names)
+            report.append(name);
     };
     section(newHeading, added);
     section(deceasedHeading, gone);
     return !report.isEmpty();
 }
 
-bool ReportMixmasterChanges(const QStringList& newPage, QStringList& report, bool barnew,
+bool ReportMixmasterChanges(const PageLines& newPage, PageLines& report, bool barnew,
                             QStringList& newbars) {
     return reportChanges(QStringLiteral("mlist.txt"), QStringLiteral("Mixmaster"), newPage, report,
                          barnew, newbars);
 }
 
-bool ReportCypherpunkChanges(const QStringList& newPage, QStringList& report, bool barnew,
+bool ReportCypherpunkChanges(const PageLines& newPage, PageLines& report, bool barnew,
                              QStringList& newbars) {
     return reportChanges(QStringLiteral("rlist.txt"), QStringLiteral("Cypherpunk"), newPage, report,
                          barnew, newbars);

@@ -31,7 +31,7 @@ bool isDownloaded(const TRemailerDoc* doc) {
 struct SetFile {
     int group = 0;
     QString path;
-    QByteArray bytes;
+    PageLines lines;
     QString dateKey; // empty: no date goes with this file
     QString date;
     PageView* view = nullptr; // marked saved once the file is in place
@@ -55,15 +55,15 @@ class SaveSet {
 public:
     // Later files join the group the next call to newGroup() ends.
     void newGroup() { ++m_group; }
-    void add(const QString& path, const QStringList& lines, const QString& dateKey = {},
+    void add(const QString& path, const PageLines& lines, const QString& dateKey = {},
              const QString& date = {}, PageView* view = nullptr) {
-        m_files.push_back({m_group, path, LinesToBytes(lines), dateKey, date, view, nullptr});
+        m_files.push_back({m_group, path, lines, dateKey, date, view, nullptr});
     }
     // Replaces the content of a file already in the set, or adds it.
-    void replace(const QString& path, const QStringList& lines) {
+    void replace(const QString& path, const PageLines& lines) {
         for (SetFile& file : m_files) {
             if (file.path == path) {
-                file.bytes = LinesToBytes(lines);
+                file.lines = lines;
                 return;
             }
         }
@@ -90,8 +90,8 @@ void SaveSet::stage(SaveResult& result) {
         file.staged = std::make_unique<QSaveFile>(file.path);
         QSaveFile& out = *file.staged;
         errno = 0;
-        const bool written = out.open(QIODevice::WriteOnly) &&
-                             out.write(file.bytes) == file.bytes.size() && out.flush();
+        const bool written =
+            out.open(QIODevice::WriteOnly) && file.lines.writeTo(out) && out.flush();
         if (!written) {
             result.errors.append(failure(file, reason(out, errno)));
             drop(file.group);
@@ -142,9 +142,9 @@ void SaveSet::commit(SaveResult& result) {
     recordDates(dates, result);
 }
 
-QStringList readIfThere(const QString& path, SaveResult& result) {
+PageLines readIfThere(const QString& path, SaveResult& result) {
     bool ok = false;
-    const QStringList lines = ReadLines(path, &ok);
+    PageLines lines = ReadPage(path, &ok);
     if (!ok && QFileInfo::exists(path))
         result.errors.append(QStringLiteral("Cannot read %1").arg(path));
     return lines;
@@ -152,10 +152,10 @@ QStringList readIfThere(const QString& path, SaveResult& result) {
 
 // The PGP keyring as it will be: the new page, or the file already there,
 // with the nymserver keys (new or already there) added.
-QStringList mergedPgpRing(const TRemailerDoc* asc, const TRemailerDoc* nym, SaveResult& result) {
+PageLines mergedPgpRing(const TRemailerDoc* asc, const TRemailerDoc* nym, SaveResult& result) {
     const QString ringPath = GetMixmasterDir() + PubringAsc;
-    const QStringList ring = asc ? asc->Lines() : readIfThere(ringPath, result);
-    const QStringList keys = nym ? nym->Lines() : readIfThere(PagePath(NymserverAsc), result);
+    const PageLines ring = asc ? asc->Lines() : readIfThere(ringPath, result);
+    const PageLines keys = nym ? nym->Lines() : readIfThere(PagePath(NymserverAsc), result);
     return MergedNymserverKeys(ring, keys);
 }
 

@@ -282,7 +282,7 @@ void UpdateEngine::pageLoop(const QString& runSource, const QStringList& pages) 
 int UpdateEngine::fetchPage(const QString& source, const QString& url, const QString& pageName,
                             bool firstTry) {
     QDateTime lastModified = dateToSend(pageName, firstTry);
-    QStringList lines;
+    PageLines lines;
     int code =
         m_http->HTTPGet(m_frontEnd, url, lines, proxySettings, &m_cancel, m_timeout, lastModified);
     m_lastResult = code;
@@ -290,11 +290,11 @@ int UpdateEngine::fetchPage(const QString& source, const QString& url, const QSt
     m_findings = {};
     if (code != 200) {
         // shown below the status line for some errors
-        m_replyText = lines;
+        m_replyText = lines.toStringList();
         return code;
     }
-    m_version2 = !lines.isEmpty() && lines.first().startsWith(QStringLiteral("Stats-Version: 2.0"));
-    auto doc = m_pages->makeDocument(source, pageName, true, lines);
+    m_version2 = !lines.isEmpty() && lines.view(0).startsWith(QLatin1String("Stats-Version: 2.0"));
+    auto doc = m_pages->makeDocument(source, pageName, true, std::move(lines));
     doc->Extra = lastModified.isValid() ? lastModified.toUTC().toString(Qt::ISODate) : QString();
     if (!doc->IsValidPage()) {
         code = -6000;
@@ -324,7 +324,7 @@ void UpdateEngine::fetchSuitePages(const QString& suiteSource, const QStringList
         if (url.isEmpty())
             continue;
         addStatus(page + QStringLiteral("..."));
-        const QStringList before = ReadLines(PagePath(page));
+        const PageLines before = ReadPage(PagePath(page));
         const int code = fetchPage(suiteSource, url, page, true);
         WaitTicks(m_frontEnd, 100);
         if (m_cancel)
@@ -333,7 +333,7 @@ void UpdateEngine::fetchSuitePages(const QString& suiteSource, const QStringList
         if (code != 200 && code != 304)
             m_failedPages.append(page);
         if (code == 200 && page == QStringLiteral("advisory.txt")) {
-            QStringList now;
+            PageLines now;
             m_pages->pageLines(page, now);
             m_advisory = now != before;
         }
@@ -361,7 +361,7 @@ void UpdateEngine::prefetch(const StatsSourceList& sources, const QString& sourc
 }
 
 void UpdateEngine::compareRemailers(bool mlist, bool rlist) {
-    QStringList& report = m_status->Lines();
+    PageLines& report = m_status->Lines();
     const qsizetype before = report.size();
     // After a fall-back the refused page is in the set too; only the page
     // taken counts.
@@ -387,7 +387,7 @@ void UpdateEngine::writeReport(ReportPlacement placement) {
 }
 
 void UpdateEngine::showAdvisory() {
-    QStringList lines;
+    PageLines lines;
     m_pages->pageLines(QStringLiteral("advisory.txt"), lines);
     lines.removeIf([](const QString& line) {
         return line.trimmed().compare(QStringLiteral("velkin user advisory"),
@@ -395,8 +395,9 @@ void UpdateEngine::showAdvisory() {
     });
     TrimLeadingBlankLines(lines);
     TrimTrailingBlankLines(lines);
-    for (QString& line : lines)
-        line = serverTextLine(line);
+    QStringList shown;
+    for (const QString& line : lines)
+        shown.append(serverTextLine(line));
     m_advisoryShown = true;
-    MsgDlg(m_frontEnd, lines.join(u'\n'), Information, MbOk);
+    MsgDlg(m_frontEnd, shown.join(u'\n'), Information, MbOk);
 }

@@ -58,10 +58,14 @@ int child(const QString& mode, const QString& page) {
     PageSet pages(&ui);
     pages.addPage(page, pages.makeDocument("pinger", page, true, lines));
     const bool save = mode == "savepages";
-    const QByteArray bytes = LinesToBytes(save ? pages.documentAt(0)->FileLines() : lines);
-    const qint64 floor = save && page == "pubring.mix"
-                             ? LinesToBytes(Type2ListLines(pages.documentAt(0)->Lines())).size()
-                             : 0;
+    const QByteArray bytes =
+        save ? pages.documentAt(0)->FileLines().toBytes() : PageLines(lines).toBytes();
+    const qint64 floor =
+        save && page == "pubring.mix"
+            ? PageLines(Type2ListLines(pages.documentAt(0)->Lines().toStringList()))
+                  .toBytes()
+                  .size()
+            : 0;
     std::printf("saving %lld %s %lld\n", qint64(bytes.size()),
                 QCryptographicHash::hash(bytes, QCryptographicHash::Sha1).toHex().constData(),
                 floor);
@@ -111,7 +115,7 @@ const QString OnionUrl = QStringLiteral(
 
 struct Fetch {
     int code = 0;
-    QStringList lines;
+    PageLines lines;
     QDateTime lastModified;
     qint64 elapsedMs = 0;
 };
@@ -152,14 +156,15 @@ TestPinger::Route routeOf(const QString& words, const QByteArray& body = {}) {
 
 // "=a|b": exactly these lines; "~text": the lines hold text; "#N": the lines make N
 // bytes; "-": none.
-void checkLines(const QStringList& lines, const QString& expected) {
+void checkLines(const PageLines& page, const QString& expected) {
+    const QStringList lines = page.toStringList();
     const QString all = lines.join(u'\n'), rest = expected.mid(1);
     if (expected.startsWith(u'='))
         QCOMPARE(lines, rest.split(u'|'));
     else if (expected.startsWith(u'~'))
         QVERIFY2(all.contains(rest), qPrintable(all.left(500)));
     else
-        QCOMPARE(lines.isEmpty() ? 0 : LinesToBytes(lines).size(), rest.toLongLong());
+        QCOMPARE(page.toBytes().size(), rest.toLongLong());
 }
 
 } // namespace
@@ -341,7 +346,7 @@ private slots:
                 QCOMPARE(fetch(session, m_pinger->url(page)).code, HttpCode::Ok);
         }
         QCOMPARE(m_pinger->connectionCount(), 1);
-        QStringList lines;
+        PageLines lines;
         QDateTime none;
         for (const QString& page : pages)
             QCOMPARE(HTTPGet(nullptr, m_pinger->url(page), lines, {}, nullptr, 2, none), 200);
@@ -587,7 +592,7 @@ private:
             return;
         }
         QCOMPARE(got.code, HttpCode::Ok);
-        QCOMPARE(LinesToBytes(got.lines), body);
+        QCOMPARE(got.lines.toBytes(), body);
         // The progress climbs from 0 to 100 with steps between.
         const QList<int>& p = ui.progress;
         QVERIFY(std::is_sorted(p.cbegin(), p.cend()) && p.value(0) == 0 && p.constLast() == 100);
@@ -598,7 +603,8 @@ private:
         if (f[3] != u'-')
             QTimer::singleShot(f[3].toInt(), this, [this] { m_engine->cancel(); });
         engine().runUpdate("first", StatsPages, list(f[4]));
-        const QStringList status = m_pages->documentAt(m_pages->tabIndexOfPage("status"))->Lines();
+        const QStringList status =
+            m_pages->documentAt(m_pages->tabIndexOfPage("status"))->Lines().toStringList();
         const QString all = status.join(u'\n');
         for (const QString& line : list(f[5]))
             QVERIFY2(status.count(line) == 1, qPrintable(all));

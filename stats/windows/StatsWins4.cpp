@@ -520,9 +520,9 @@ QPlainTextEdit* TVKStatsWin4::makeView(int index) {
     view->setPalette(BlankView->palette());
     PageView* lines = doc->Viewer;
     view->setLineWrapMode(lines->wordWrap() ? QPlainTextEdit::WidgetWidth : QPlainTextEdit::NoWrap);
-    view->setPlainText(lines->lines().join(u'\n'));
+    view->setPlainText(lines->lines().text());
     connect(lines, &PageView::linesChanged, view,
-            [view, lines] { view->setPlainText(lines->lines().join(u'\n')); });
+            [view, lines] { view->setPlainText(lines->lines().text()); });
     return view;
 }
 
@@ -764,9 +764,9 @@ void TVKStatsWin4::KeyringsMenuClick() {
 
 // The newest keys of the open type2.list page.
 void TVKStatsWin4::SpeedButton1Click() {
-    QStringList keys;
-    m_controller.pages().pageLines(QStringLiteral("type2.list"), keys);
-    keys = LastKeyLines(keys);
+    PageLines page;
+    m_controller.pages().pageLines(QStringLiteral("type2.list"), page);
+    QStringList keys = LastKeyLines(page.toStringList());
     ShowNewMixKeys(this, &keys);
 }
 

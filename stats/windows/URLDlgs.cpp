@@ -125,9 +125,11 @@ int TURLDlg::download(const QString& url, QStringList& lines, QString& reason) {
     setBusy(true);
     HttpSession session;
     QDateTime lastModified; // none sent: always the whole list
+    PageLines page;
     const int code =
-        session.HTTPGet(m_downloadFrontEnd.get(), url, lines, m_proxySettings, &m_cancel,
+        session.HTTPGet(m_downloadFrontEnd.get(), url, page, m_proxySettings, &m_cancel,
                         ReadTimeoutSeconds(IniFile(IniFileName())), lastModified);
+    lines = page.toStringList();
     setBusy(false);
     reason = session.lastErrorText();
     return code;

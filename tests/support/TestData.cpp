@@ -18,7 +18,7 @@ QByteArray RealPage(const char* day, const QString& name) {
 }
 
 QStringList RealPageLines(const char* day, const QString& name) {
-    return BytesToLines(RealPage(day, name));
+    return PageLines(RealPage(day, name)).toStringList();
 }
 
 QString CreateDataFile(const QString& programFolder) {
