@@ -40,6 +40,10 @@ PageLines::PageLines(QByteArray bytes) : m_bytes(std::move(bytes)) {
 }
 
 PageLines::PageLines(const QStringList& lines) {
+    qsizetype bytes = 0;
+    for (const QString& line : lines)
+        bytes += line.size();
+    m_bytes.reserve(bytes);
     m_spans.reserve(lines.size());
     for (const QString& line : lines)
         append(line);
@@ -81,7 +85,7 @@ PageLines::Span PageLines::store(const QString& line) {
     const bool latin1 =
         std::all_of(line.cbegin(), line.cend(), [](QChar c) { return c.unicode() < 0x100; });
     const QByteArray bytes = latin1 ? line.toLatin1() : line.toUtf8();
-    m_bytes += bytes;
+    m_bytes.append(bytes.constData(), bytes.size());
     return {span.start, quint32(bytes.size()) | (latin1 ? 0 : Utf8)};
 }
 

@@ -3,10 +3,12 @@
 #include <QCryptographicHash>
 #include <QRegularExpression>
 
+#include <algorithm>
+
 namespace {
 
-const QString BeginMarker = QStringLiteral("-----Begin Mix Key-----");
-const QString EndMarker = QStringLiteral("-----End Mix Key-----");
+const QLatin1StringView BeginMarker("-----Begin Mix Key-----");
+const QLatin1StringView EndMarker("-----End Mix Key-----");
 
 const QString NotMixmaster = QStringLiteral("not a Mixmaster keyring");
 
@@ -19,17 +21,47 @@ QString idMismatch(const QString& name) {
 }
 
 bool isKeyId(const QString& text) {
-    static const QRegularExpression hex(QStringLiteral("^[0-9a-fA-F]{32}$"));
-    return hex.match(text).hasMatch();
+    return text.size() == 32 && std::all_of(text.cbegin(), text.cend(), [](QChar c) {
+               return c.isDigit() ? c.unicode() <= u'9'
+                                  : (c.toLower() >= u'a' && c.toLower() <= u'f');
+           });
 }
 
-bool isBase64Line(const QString& text) {
-    static const QRegularExpression base64(QStringLiteral("^[A-Za-z0-9+/]+=*$"));
-    return base64.match(text).hasMatch();
+// Base64 characters, then only "=" padding; checked by hand, since a key
+// block has many lines and a pattern match costs many times this.
+bool isBase64Line(QLatin1StringView text) {
+    const auto digit = [](char c) {
+        return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') ||
+               c == '+' || c == '/';
+    };
+    const char* end = text.data() + text.size();
+    const char* p = std::find_if_not(text.data(), end, digit);
+    if (p == text.data())
+        return false;
+    return std::all_of(p, end, [](char c) { return c == '='; });
 }
 
-// Key dates are written "YYYY-MM-DD".
+// Key dates are written "YYYY-MM-DD". That form is read directly (every
+// key has two dates, and the general parser costs more than the rest of the
+// key); anything else goes to the general parser.
 bool parseDate(const QString& text, QDate& date) {
+    const auto digits = [&text](qsizetype from, qsizetype n) {
+        int value = 0;
+        for (qsizetype i = from; i < from + n; ++i) {
+            const char16_t c = text.at(i).unicode();
+            if (c < u'0' || c > u'9')
+                return -1;
+            value = value * 10 + (c - u'0');
+        }
+        return value;
+    };
+    if (text.size() == 10 && text.at(4) == u'-' && text.at(7) == u'-') {
+        const int year = digits(0, 4), month = digits(5, 2), day = digits(8, 2);
+        if (year >= 0 && month >= 0 && day >= 0) {
+            date = QDate(year, month, day);
+            return date.isValid();
+        }
+    }
     date = QDate::fromString(text, QStringLiteral("yyyy-MM-dd"));
     return date.isValid();
 }
@@ -38,8 +70,8 @@ bool parseDate(const QString& text, QDate& date) {
 // id and a version of protocol 2 (written "2.x" by old remailers, "2:x" by
 // new ones; other protocols such as YAMN's "4:" are not Mixmaster's).
 bool parseHeader(const QString& line, MixKey& key) {
-    const QStringList fields =
-        line.split(QRegularExpression(QStringLiteral("\\s+")), Qt::SkipEmptyParts);
+    static const QRegularExpression blanks(QStringLiteral("\\s+"));
+    const QStringList fields = line.split(blanks, Qt::SkipEmptyParts);
     if (fields.size() < 4 || fields.size() > 7)
         return false;
     if (!fields[1].contains(u'@') || !isKeyId(fields[2]) || !fields[3].startsWith(u'2'))
@@ -71,11 +103,11 @@ QString checkBlock(const PageLines& lines, qsizetype& at, const MixKey& key) {
     if (!isKeyId(id) || !number)
         return NotMixmaster;
     QByteArray base64;
-    for (at += 2; at < lines.size() && lines.at(at) != EndMarker; ++at) {
-        const QString text = lines.at(at).trimmed();
+    for (at += 2; at < lines.size() && lines.view(at) != EndMarker; ++at) {
+        const QLatin1StringView text = PageLines::trimmed(lines.view(at));
         if (!isBase64Line(text))
             return text == BeginMarker ? cutShort(key.name) : NotMixmaster;
-        base64 += text.toLatin1();
+        base64.append(text.data(), text.size());
     }
     if (at >= lines.size())
         return cutShort(key.name);
