@@ -29,7 +29,6 @@ public:
     qsizetype size() const { return m_spans.size(); }
     bool isEmpty() const { return m_spans.isEmpty(); }
     QString at(qsizetype i) const;
-    QString constFirst() const { return at(0); }
     QString constLast() const { return at(size() - 1); }
     // The line's bytes, valid until the page changes; no string is made.
     // A line kept as UTF-8 shows its UTF-8 bytes.
