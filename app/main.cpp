@@ -1,9 +1,11 @@
 #include "HeadlessFrontEnd.h"
 #include "StatsController.h"
-#include "StatsWins4.h"
 #include "SuiteBus.h"
+#include "WindowRun.h"
 
-#include <QApplication>
+#include <QCoreApplication>
+#include <QFileInfo>
+#include <QLibrary>
 #include <QTimer>
 
 #include <cstdio>
@@ -66,19 +68,14 @@ bool hasDisplay() {
            !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
 }
 
-StatsController::Broadcast broadcastOn(SuiteBus& bus) {
-    return [&bus](int code, int value) {
-        bus.broadcast(code, value);
-    };
-}
-
-int runHeadless(int argc, char* argv[], const QStringList& arguments) {
+int runHeadless(int& argc, char* argv[], const QStringList& arguments) {
     QCoreApplication app(argc, argv);
     // A headless run never takes the window's place on the bus nor brings a
     // window forward; only another update keeps it from running.
     SuiteBus bus;
     HeadlessFrontEnd frontEnd;
-    StatsController controller(&frontEnd, broadcastOn(bus));
+    StatsController controller(&frontEnd,
+                               [&bus](int code, int value) { bus.broadcast(code, value); });
     // Code 1 needs nothing here: the run closes by itself when it is done.
     QObject::connect(&bus, &SuiteBus::messageReceived, &controller, [&controller](int code, int) {
         if (code == 2)
@@ -87,20 +84,28 @@ int runHeadless(int argc, char* argv[], const QStringList& arguments) {
     return RunHeadless(controller, frontEnd, arguments);
 }
 
-int runDesktop(int argc, char* argv[], const QStringList& arguments) {
-    QApplication app(argc, argv);
-    SuiteBus bus;
-    if (!bus.claim() && bus.activateRunning())
-        return ExitDone;
-    TVKStatsWin4 window(broadcastOn(bus));
-    QObject::connect(&bus, &SuiteBus::activateRequested, &window, &TVKStatsWin4::bringToFront);
-    QObject::connect(&bus, &SuiteBus::messageReceived, &window, &TVKStatsWin4::suiteMessage);
-    const StartResult started = window.start(arguments);
-    if (started != StartResult::Ready)
-        return started == StartResult::Refused ? ExitRefused : ExitDone;
-    if (window.showAtStart())
-        window.show();
-    return app.exec();
+// The window module: beside the program in the build, in the library folder
+// once installed (found from the program's own place, so that a staged or
+// moved install still finds its own copy).
+QString windowModule() {
+    const QString programFolder =
+        QFileInfo(QFileInfo(QStringLiteral("/proc/self/exe")).symLinkTarget()).absolutePath();
+    const QString beside = programFolder + QStringLiteral("/" VKSTATS_WINDOW_MODULE);
+    if (QFileInfo(beside).isFile())
+        return beside;
+    return QFileInfo(programFolder + QStringLiteral("/" VKSTATS_WINDOW_MODULE_FROM_BIN))
+        .absoluteFilePath();
+}
+
+int runDesktop(int& argc, char* argv[], const QStringList& arguments) {
+    QLibrary module(windowModule());
+    const auto run = reinterpret_cast<WindowRunFunction>(module.resolve(WindowRunSymbol));
+    if (!run) {
+        std::fprintf(stderr, "vkstats: the window cannot be opened: %s\n",
+                     qPrintable(module.errorString()));
+        return ExitRefused;
+    }
+    return run(&argc, argv, &arguments);
 }
 
 } // namespace
