@@ -1,8 +1,8 @@
 // The window run, kept out of the program itself so that a headless start
 // never loads Qt Widgets and its graphics libraries; vkstats loads this
 // module only when it opens a window.
-#include "WindowRun.h"
 #include "HeadlessFrontEnd.h"
+#include "Modules.h"
 #include "StatsWins4.h"
 #include "SuiteBus.h"
 

@@ -1,10 +1,9 @@
 #include "HeadlessFrontEnd.h"
+#include "Modules.h"
 #include "StatsController.h"
-#include "SuiteBus.h"
-#include "WindowRun.h"
+#include "SuiteLink.h"
 
 #include <QCoreApplication>
-#include <QFileInfo>
 #include <QLibrary>
 #include <QTimer>
 
@@ -70,35 +69,20 @@ bool hasDisplay() {
 
 int runHeadless(int& argc, char* argv[], const QStringList& arguments) {
     QCoreApplication app(argc, argv);
-    // A headless run never takes the window's place on the bus nor brings a
-    // window forward; only another update keeps it from running.
-    SuiteBus bus;
+    SuiteLink bus;
     HeadlessFrontEnd frontEnd;
     StatsController controller(&frontEnd,
                                [&bus](int code, int value) { bus.broadcast(code, value); });
     // Code 1 needs nothing here: the run closes by itself when it is done.
-    QObject::connect(&bus, &SuiteBus::messageReceived, &controller, [&controller](int code, int) {
+    bus.setReceiver([&controller](int code, int) {
         if (code == 2)
             QTimer::singleShot(200, &controller, [&controller] { controller.proxies().recheck(); });
     });
     return RunHeadless(controller, frontEnd, arguments);
 }
 
-// The window module: beside the program in the build, in the library folder
-// once installed (found from the program's own place, so that a staged or
-// moved install still finds its own copy).
-QString windowModule() {
-    const QString programFolder =
-        QFileInfo(QFileInfo(QStringLiteral("/proc/self/exe")).symLinkTarget()).absolutePath();
-    const QString beside = programFolder + QStringLiteral("/" VKSTATS_WINDOW_MODULE);
-    if (QFileInfo(beside).isFile())
-        return beside;
-    return QFileInfo(programFolder + QStringLiteral("/" VKSTATS_WINDOW_MODULE_FROM_BIN))
-        .absoluteFilePath();
-}
-
 int runDesktop(int& argc, char* argv[], const QStringList& arguments) {
-    QLibrary module(windowModule());
+    QLibrary module(ModulePath(QStringLiteral(VKSTATS_WINDOW_MODULE)));
     const auto run = reinterpret_cast<WindowRunFunction>(module.resolve(WindowRunSymbol));
     if (!run) {
         std::fprintf(stderr, "vkstats: the window cannot be opened: %s\n",

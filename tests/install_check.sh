@@ -15,6 +15,7 @@ fail() { echo "FAIL: $*" >&2; exit 1; }
 DESTDIR="$stage/root" cmake --install "$build" >/dev/null
 root="$stage/root$prefix"
 for file in bin/vkstats bin/vkdbtool "$libdir/vkstats/vkstats-window.so" \
+    "$libdir/vkstats/vkstats-bus.so" \
     share/man/man1/vkstats.1 share/man/man1/vkdbtool.1 \
     share/applications/vkstats.desktop \
     share/icons/hicolor/scalable/apps/vkstats.svg \
