@@ -38,8 +38,9 @@ bool parseDate(const QString& text, QDate& date) {
 // id and a version of protocol 2 (written "2.x" by old remailers, "2:x" by
 // new ones; other protocols such as YAMN's "4:" are not Mixmaster's).
 bool parseHeader(const QString& line, MixKey& key) {
-    const QStringList fields =
-        line.split(QRegularExpression(QStringLiteral("\\s+")), Qt::SkipEmptyParts);
+    // Compiled once: a keyring has a header line for every remailer.
+    static const QRegularExpression blanks(QStringLiteral("\\s+"));
+    const QStringList fields = line.split(blanks, Qt::SkipEmptyParts);
     if (fields.size() < 4 || fields.size() > 7)
         return false;
     if (!fields[1].contains(u'@') || !isKeyId(fields[2]) || !fields[3].startsWith(u'2'))
