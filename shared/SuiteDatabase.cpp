@@ -273,6 +273,20 @@ QString TVKDB::readValue(const QString& name, const QString& def) {
     return found.first();
 }
 
+QHash<QString, QString> TVKDB::readValues() {
+    QHash<QString, QString> values;
+    if (!isOpen())
+        return values;
+    QSqlQuery query(db());
+    if (!query.exec(QStringLiteral("SELECT name, value FROM %1").arg(ValuesTable))) {
+        fail(query.lastError());
+        return values;
+    }
+    while (query.next())
+        values.insert(query.value(0).toString(), query.value(1).toString());
+    return values;
+}
+
 bool TVKDB::writeValue(const QString& name, const QString& value) {
     return exec(QStringLiteral("INSERT INTO %1 (name, value) VALUES (?, ?) "
                                "ON CONFLICT(name) DO UPDATE SET value = excluded.value")

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QHash>
 #include <QSqlDatabase>
 #include <QString>
 #include <QStringList>
@@ -65,6 +66,8 @@ public:
     virtual int version() const = 0;
 
     QString readValue(const QString& name, const QString& def = {});
+    // Every stored value by its name, in one query; empty when none can be read.
+    QHash<QString, QString> readValues();
     bool writeValue(const QString& name, const QString& value);
     // Several values in one transaction: all are stored or none, and the
     // disk is synced once instead of once per value.
