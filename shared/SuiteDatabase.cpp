@@ -193,7 +193,9 @@ TVKDB::TVKDB(const QString& path, int expectedVersion)
     }
     if (code == NoError)
         code = readVersion(db, &version, &why);
+    m_formatUnknown = code != NoError;
     if (code == NoError && version != expectedVersion) {
+        m_otherFormat = version;
         code = ErrorNotDataFile;
         why = QStringLiteral("not a format %1 data file (it is format %2)")
                   .arg(expectedVersion)

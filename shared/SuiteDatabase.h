@@ -62,6 +62,13 @@ public:
     // Non-zero (an ErrorCode) after a construction or operation that failed.
     int error() const { return m_error; }
     QString errorText() const { return m_errorText; }
+    // Construction could not tell the file for a data file of a known format
+    // (missing, foreign, damaged, locked while being looked at): probe()
+    // would have said as much.
+    bool formatUnknown() const { return m_formatUnknown; }
+    // The format the file has when construction refused it for being another
+    // one; 0 otherwise.
+    int otherFormat() const { return m_otherFormat; }
     QString path() const { return m_path; }
     virtual int version() const = 0;
 
@@ -121,6 +128,8 @@ private:
     QString m_connection;
     int m_error = 0;
     QString m_errorText;
+    bool m_formatUnknown = false;
+    int m_otherFormat = 0;
 };
 
 // Format 1: proxy records stored as lines, as the suite's first releases had them.
