@@ -1,9 +1,10 @@
 #include "HeadlessFrontEnd.h"
+#include "Modules.h"
 #include "StatsController.h"
-#include "StatsWins4.h"
-#include "SuiteBus.h"
+#include "SuiteLink.h"
 
-#include <QApplication>
+#include <QCoreApplication>
+#include <QLibrary>
 #include <QTimer>
 
 #include <cstdio>
@@ -66,41 +67,29 @@ bool hasDisplay() {
            !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
 }
 
-StatsController::Broadcast broadcastOn(SuiteBus& bus) {
-    return [&bus](int code, int value) {
-        bus.broadcast(code, value);
-    };
-}
-
-int runHeadless(int argc, char* argv[], const QStringList& arguments) {
+int runHeadless(int& argc, char* argv[], const QStringList& arguments) {
     QCoreApplication app(argc, argv);
-    // A headless run never takes the window's place on the bus nor brings a
-    // window forward; only another update keeps it from running.
-    SuiteBus bus;
+    SuiteLink bus;
     HeadlessFrontEnd frontEnd;
-    StatsController controller(&frontEnd, broadcastOn(bus));
+    StatsController controller(&frontEnd,
+                               [&bus](int code, int value) { bus.broadcast(code, value); });
     // Code 1 needs nothing here: the run closes by itself when it is done.
-    QObject::connect(&bus, &SuiteBus::messageReceived, &controller, [&controller](int code, int) {
+    bus.setReceiver([&controller](int code, int) {
         if (code == 2)
             QTimer::singleShot(200, &controller, [&controller] { controller.proxies().recheck(); });
     });
     return RunHeadless(controller, frontEnd, arguments);
 }
 
-int runDesktop(int argc, char* argv[], const QStringList& arguments) {
-    QApplication app(argc, argv);
-    SuiteBus bus;
-    if (!bus.claim() && bus.activateRunning())
-        return ExitDone;
-    TVKStatsWin4 window(broadcastOn(bus));
-    QObject::connect(&bus, &SuiteBus::activateRequested, &window, &TVKStatsWin4::bringToFront);
-    QObject::connect(&bus, &SuiteBus::messageReceived, &window, &TVKStatsWin4::suiteMessage);
-    const StartResult started = window.start(arguments);
-    if (started != StartResult::Ready)
-        return started == StartResult::Refused ? ExitRefused : ExitDone;
-    if (window.showAtStart())
-        window.show();
-    return app.exec();
+int runDesktop(int& argc, char* argv[], const QStringList& arguments) {
+    QLibrary module(ModulePath(QStringLiteral(VKSTATS_WINDOW_MODULE)));
+    const auto run = reinterpret_cast<WindowRunFunction>(module.resolve(WindowRunSymbol));
+    if (!run) {
+        std::fprintf(stderr, "vkstats: the window cannot be opened: %s\n",
+                     qPrintable(module.errorString()));
+        return ExitRefused;
+    }
+    return run(&argc, argv, &arguments);
 }
 
 } // namespace

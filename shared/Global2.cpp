@@ -16,6 +16,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 
 namespace {
 
@@ -189,29 +190,32 @@ bool OpenSuiteDataFile(FrontEnd* owner) {
                NoIcon, MbOk);
         file->failed = true;
     }
-    int version = 0;
-    // The suite may be writing to the file just now: wait a little for it.
-    TVKDB::ErrorCode probed = TVKDB::probe(path, &version);
-    for (int tries = 0; probed == TVKDB::ErrorLocked && tries < 2; ++tries) {
+    // Opened for use straight away, the file tells its format on the way; a
+    // format 1 file is opened again as one. The suite may be writing to the
+    // file just now: wait a little for it.
+    std::unique_ptr<TVKDB> database;
+    for (int tries = 0;; ++tries) {
+        database = std::make_unique<TVKDB2>(path);
+        if (database->otherFormat() == 1)
+            database = std::make_unique<TVKDB1>(path);
+        if (!database->formatUnknown() || database->error() != TVKDB::ErrorLocked || tries == 2)
+            break;
         WaitTicks(owner, 500);
-        probed = TVKDB::probe(path, &version);
     }
-    if (probed == TVKDB::ErrorLocked) {
+    if (database->formatUnknown() && database->error() == TVKDB::ErrorLocked) {
         MsgBox(owner,
                QStringLiteral("Data file: ") + path +
                    QStringLiteral(" is in use by another program.\n"
                                   "Try again when it has finished. Quitting!"),
                NoIcon, MbOk);
         file->failed = true;
-    } else if (version == 1)
-        file->database = new TVKDB1(path);
-    else if (version == 2)
-        file->database = new TVKDB2(path);
-    else {
+    } else if (database->formatUnknown()) {
         MsgBox(owner,
                QStringLiteral("Data file: ") + path + QStringLiteral(" is not a VK datadase!"),
                NoIcon, MbOk);
         file->failed = true;
+    } else {
+        file->database = database.release();
     }
     if (file->database && file->database->error() != 0) {
         MsgBox(owner,

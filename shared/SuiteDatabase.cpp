@@ -46,32 +46,61 @@ QString oneLine(const QString& text) {
     return text.simplified();
 }
 
-// Opens a read-only connection, runs one pragma and closes again.
-TVKDB::ErrorCode readPragma(const QString& path, const char* pragma, int* value, QString* text) {
-    const QString name = nextConnectionName();
-    TVKDB::ErrorCode code = TVKDB::NoError;
-    {
-        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), name);
-        db.setDatabaseName(path);
-        db.setConnectOptions(QStringLiteral("QSQLITE_OPEN_READONLY;") + BusyTimeout);
-        QSqlError error;
-        if (!db.open()) {
-            error = db.lastError();
-        } else {
-            QSqlQuery query(db);
-            if (query.exec(QStringLiteral("PRAGMA %1").arg(QLatin1String(pragma))) && query.next())
-                *value = query.value(0).toInt();
-            else
-                error = query.lastError();
-        }
-        if (error.isValid()) {
-            code = classify(error);
-            *text = oneLine(error.text());
-        }
-        db.close();
+// Runs one pragma on an open connection.
+TVKDB::ErrorCode readPragma(const QSqlDatabase& db, const char* pragma, int* value, QString* text) {
+    QSqlQuery query(db);
+    if (query.exec(QStringLiteral("PRAGMA %1").arg(QLatin1String(pragma))) && query.next()) {
+        *value = query.value(0).toInt();
+        return TVKDB::NoError;
     }
-    QSqlDatabase::removeDatabase(name);
-    return code;
+    *text = oneLine(query.lastError().text());
+    return classify(query.lastError());
+}
+
+// Whether the file is there and starts as an SQLite database. Checked before
+// SQLite sees the file, which would create a missing one and takes an empty
+// file for an empty database.
+TVKDB::ErrorCode checkFile(const QString& path, QString* why) {
+    const QFileInfo info(path);
+    if (!info.exists()) {
+        *why = QStringLiteral("no such file");
+        return TVKDB::ErrorMissing;
+    }
+    if (!info.isFile()) {
+        *why = QStringLiteral("not a file");
+        return TVKDB::ErrorNotDataFile;
+    }
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        *why = QStringLiteral("cannot read it: ") + file.errorString();
+        return TVKDB::ErrorFailed;
+    }
+    if (file.read(16) != QByteArray("SQLite format 3", 16)) {
+        *why = QStringLiteral("not an SQLite database");
+        return TVKDB::ErrorNotDataFile;
+    }
+    return TVKDB::NoError;
+}
+
+// The format version of the database open on db, when it is a suite data
+// file at all.
+TVKDB::ErrorCode readVersion(const QSqlDatabase& db, int* version, QString* why) {
+    int applicationId = 0;
+    if (const TVKDB::ErrorCode code = readPragma(db, "application_id", &applicationId, why))
+        return code;
+    if (applicationId != VkdbApplicationId) {
+        *why = QStringLiteral("another application's database");
+        return TVKDB::ErrorNotDataFile;
+    }
+    int found = 0;
+    if (const TVKDB::ErrorCode code = readPragma(db, "user_version", &found, why))
+        return code;
+    if (found != 1 && found != 2) {
+        *why = QStringLiteral("format version %1 is not known").arg(found);
+        return TVKDB::ErrorNotDataFile;
+    }
+    *version = found;
+    return TVKDB::NoError;
 }
 
 QString withSlashMarks(QString text) {
@@ -110,44 +139,28 @@ TVKDB::ErrorCode TVKDB::probe(const QString& path, int* version, QString* text) 
     why.clear();
     if (version)
         *version = 0;
-    const QFileInfo info(path);
-    if (!info.exists()) {
-        why = QStringLiteral("no such file");
-        return ErrorMissing;
-    }
-    if (!info.isFile()) {
-        why = QStringLiteral("not a file");
-        return ErrorNotDataFile;
-    }
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        why = QStringLiteral("cannot read it: ") + file.errorString();
-        return ErrorFailed;
-    }
-    // Checked before SQLite sees the file, which takes an empty file for an
-    // empty database.
-    if (file.read(16) != QByteArray("SQLite format 3", 16)) {
-        why = QStringLiteral("not an SQLite database");
-        return ErrorNotDataFile;
-    }
-    file.close();
-    int applicationId = 0;
-    if (const ErrorCode code = readPragma(path, "application_id", &applicationId, &why))
+    if (const ErrorCode code = checkFile(path, &why))
         return code;
-    if (applicationId != VkdbApplicationId) {
-        why = QStringLiteral("another application's database");
-        return ErrorNotDataFile;
+    // One read-only connection for the look, closed again.
+    const QString name = nextConnectionName();
+    ErrorCode code = NoError;
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), name);
+        db.setDatabaseName(path);
+        db.setConnectOptions(QStringLiteral("QSQLITE_OPEN_READONLY;") + BusyTimeout);
+        int found = 0;
+        if (!db.open()) {
+            code = classify(db.lastError());
+            why = oneLine(db.lastError().text());
+        } else {
+            code = readVersion(db, &found, &why);
+        }
+        if (code == NoError && version)
+            *version = found;
+        db.close();
     }
-    int found = 0;
-    if (const ErrorCode code = readPragma(path, "user_version", &found, &why))
-        return code;
-    if (found != 1 && found != 2) {
-        why = QStringLiteral("format version %1 is not known").arg(found);
-        return ErrorNotDataFile;
-    }
-    if (version)
-        *version = found;
-    return NoError;
+    QSqlDatabase::removeDatabase(name);
+    return code;
 }
 
 QString ProxyEntryToRecord(const ProxyEntry& entry) {
@@ -168,18 +181,31 @@ TVKDB::TVKDB(const QString& path, int expectedVersion)
     QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), m_connection);
     db.setDatabaseName(path);
     db.setConnectOptions(BusyTimeout);
-    // Probed first: SQLite would create a missing file on opening, and a
-    // locked file must not be taken for a foreign one.
+    // Looked at as probe() does, but on this connection rather than one of
+    // its own: SQLite would create a missing file on opening, and a locked
+    // file must not be taken for a foreign one.
     int version = 0;
     QString why;
-    if (const ErrorCode code = probe(path, &version, &why))
-        fail(code, why);
-    else if (version != expectedVersion)
-        fail(ErrorNotDataFile, QStringLiteral("not a format %1 data file (it is format %2)")
-                                   .arg(expectedVersion)
-                                   .arg(version));
-    else if (!db.open())
+    ErrorCode code = checkFile(path, &why);
+    if (code == NoError && !db.open()) {
         fail(db.lastError());
+        return;
+    }
+    if (code == NoError)
+        code = readVersion(db, &version, &why);
+    m_formatUnknown = code != NoError;
+    if (code == NoError && version != expectedVersion) {
+        m_otherFormat = version;
+        code = ErrorNotDataFile;
+        why = QStringLiteral("not a format %1 data file (it is format %2)")
+                  .arg(expectedVersion)
+                  .arg(version);
+    }
+    if (code != NoError) {
+        // Left closed, as a file that is no data file of this format is.
+        db.close();
+        fail(code, why);
+    }
 }
 
 void TVKDB::finishConstruction() {
@@ -247,6 +273,20 @@ QString TVKDB::readValue(const QString& name, const QString& def) {
         found.isEmpty())
         return def;
     return found.first();
+}
+
+QHash<QString, QString> TVKDB::readValues() {
+    QHash<QString, QString> values;
+    if (!isOpen())
+        return values;
+    QSqlQuery query(db());
+    if (!query.exec(QStringLiteral("SELECT name, value FROM %1").arg(ValuesTable))) {
+        fail(query.lastError());
+        return values;
+    }
+    while (query.next())
+        values.insert(query.value(0).toString(), query.value(1).toString());
+    return values;
 }
 
 bool TVKDB::writeValue(const QString& name, const QString& value) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QHash>
 #include <QSqlDatabase>
 #include <QString>
 #include <QStringList>
@@ -61,10 +62,19 @@ public:
     // Non-zero (an ErrorCode) after a construction or operation that failed.
     int error() const { return m_error; }
     QString errorText() const { return m_errorText; }
+    // Construction could not tell the file for a data file of a known format
+    // (missing, foreign, damaged, locked while being looked at): probe()
+    // would have said as much.
+    bool formatUnknown() const { return m_formatUnknown; }
+    // The format the file has when construction refused it for being another
+    // one; 0 otherwise.
+    int otherFormat() const { return m_otherFormat; }
     QString path() const { return m_path; }
     virtual int version() const = 0;
 
     QString readValue(const QString& name, const QString& def = {});
+    // Every stored value by its name, in one query; empty when none can be read.
+    QHash<QString, QString> readValues();
     bool writeValue(const QString& name, const QString& value);
     // Several values in one transaction: all are stored or none, and the
     // disk is synced once instead of once per value.
@@ -118,6 +128,8 @@ private:
     QString m_connection;
     int m_error = 0;
     QString m_errorText;
+    bool m_formatUnknown = false;
+    int m_otherFormat = 0;
 };
 
 // Format 1: proxy records stored as lines, as the suite's first releases had them.

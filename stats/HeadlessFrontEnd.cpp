@@ -61,24 +61,27 @@ void HeadlessFrontEnd::watch(PageSet& pages) {
     });
 }
 
-// Prints what the status page gained since the last call. The last line
-// stays open, since the engine adds each page's result word to it.
+// Prints what the status page gained since the last call, in one write. The
+// last line stays open, since the engine adds each page's result word to it.
 void HeadlessFrontEnd::follow(const PageLines& lines) {
+    QString gained;
     while (m_line < lines.size()) {
         const QString line = lines.at(m_line);
         if (line.size() > m_printed) {
-            write(m_out, line.mid(m_printed));
+            gained += QStringView(line).mid(m_printed);
             m_printed = line.size();
             m_lineEnded = false;
         }
         if (m_line == lines.size() - 1)
-            return;
+            break;
         if (!m_lineEnded)
-            write(m_out, QStringLiteral("\n"));
+            gained += u'\n';
         ++m_line;
         m_printed = 0;
         m_lineEnded = false;
     }
+    if (!gained.isEmpty())
+        write(m_out, gained);
 }
 
 void HeadlessFrontEnd::finish() {

@@ -70,6 +70,7 @@ bool parseDate(const QString& text, QDate& date) {
 // id and a version of protocol 2 (written "2.x" by old remailers, "2:x" by
 // new ones; other protocols such as YAMN's "4:" are not Mixmaster's).
 bool parseHeader(const QString& line, MixKey& key) {
+    // Compiled once: a keyring has a header line for every remailer.
     static const QRegularExpression blanks(QStringLiteral("\\s+"));
     const QStringList fields = line.split(blanks, Qt::SkipEmptyParts);
     if (fields.size() < 4 || fields.size() > 7)

@@ -24,11 +24,6 @@ bool isKeyring(const QString& page) {
     return page == QStringLiteral("pubring.mix") || page == QStringLiteral("pubring.asc");
 }
 
-QString storedDate(const QString& pageName) {
-    const SuiteDataFile* file = TheSuiteDataFile();
-    return file && file->database ? file->database->readValue(pageName) : QString();
-}
-
 } // namespace
 
 UpdateEngine::UpdateEngine(FrontEnd* frontEnd, PageSet* pages, QObject* parent)
@@ -143,6 +138,7 @@ void UpdateEngine::runUpdate(const QString& source, const QStringList& pages,
     m_failedPages.clear();
     m_worrying = false;
     newbars.clear();
+    m_storedDates.reset();
     m_timeout = ReadTimeoutSeconds(IniFile(IniFileName()));
     emit runStarted();
 
@@ -340,10 +336,17 @@ void UpdateEngine::fetchSuitePages(const QString& suiteSource, const QStringList
     }
 }
 
-QDateTime UpdateEngine::dateToSend(const QString& pageName, bool firstTry) const {
-    if (automaticMode && firstTry && !commandLinePages)
-        return QDateTime::fromString(storedDate(pageName), Qt::ISODate);
-    return {};
+QDateTime UpdateEngine::dateToSend(const QString& pageName, bool firstTry) {
+    if (!automaticMode || !firstTry || commandLinePages)
+        return {};
+    // Read once per run: every page asks twice (its prefetch, its fetch), and
+    // the run itself stores no date before it is over.
+    if (!m_storedDates) {
+        const SuiteDataFile* file = TheSuiteDataFile();
+        m_storedDates =
+            file && file->database ? file->database->readValues() : QHash<QString, QString>();
+    }
+    return QDateTime::fromString(m_storedDates->value(pageName), Qt::ISODate);
 }
 
 // Starts the source's pages together, so that they travel side by side; the

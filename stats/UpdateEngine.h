@@ -4,6 +4,7 @@
 #include "PageFreshness.h"
 
 #include <QDateTime>
+#include <QHash>
 #include <QObject>
 #include <QPoint>
 #include <QStringList>
@@ -83,7 +84,7 @@ private:
     int fetchPage(const QString& source, const QString& url, const QString& pageName,
                   bool firstTry);
     QString lookUpUrl(const QString& source, const QString& pageName, bool* stop);
-    QDateTime dateToSend(const QString& pageName, bool firstTry) const;
+    QDateTime dateToSend(const QString& pageName, bool firstTry);
     void prefetch(const StatsSourceList& sources, const QString& source, const QStringList& pages);
     void addStatus(const QString& line);
     void addReplyText(int code);
@@ -111,4 +112,6 @@ private:
     PageFindings m_findings;
     QStringList m_failedPages;
     bool m_worrying = false;
+    // The dates the data file holds, read at the run's first need.
+    std::optional<QHash<QString, QString>> m_storedDates;
 };

@@ -3,17 +3,19 @@
 # every file in its standard place, the menu entry valid, the program run
 # from there with a fresh home keeping its files in ~/.local/share/vkstats
 # (an installed bin folder is no program folder).
-# Usage: install_check.sh BUILD_DIR INSTALL_PREFIX
+# Usage: install_check.sh BUILD_DIR INSTALL_PREFIX LIBDIR
 set -euo pipefail
 build=$1
 prefix=$2
+libdir=$3
 stage=$(mktemp -d)
 trap 'rm -rf "$stage"' EXIT
 fail() { echo "FAIL: $*" >&2; exit 1; }
 
 DESTDIR="$stage/root" cmake --install "$build" >/dev/null
 root="$stage/root$prefix"
-for file in bin/vkstats bin/vkdbtool \
+for file in bin/vkstats bin/vkdbtool "$libdir/vkstats/vkstats-window.so" \
+    "$libdir/vkstats/vkstats-bus.so" \
     share/man/man1/vkstats.1 share/man/man1/vkdbtool.1 \
     share/applications/vkstats.desktop \
     share/icons/hicolor/scalable/apps/vkstats.svg \
@@ -52,6 +54,14 @@ done
 grep -q "Created an empty VK data file $folder/vk.dbc" "$stage/err" || fail "creation not said"
 [ ! -e "$root/bin/vk.dbc" ] && [ ! -e "$root/bin/urls.txt" ] || fail "files beside the program"
 run "$root/bin/vkdbtool" list "$folder/vk.dbc" >/dev/null || fail "vkdbtool cannot read vk.dbc"
+
+# With a display the installed program opens its window from the installed
+# module; "version" writes the version and closes without waiting for anyone.
+status=0
+run QT_QPA_PLATFORM=offscreen "$root/bin/vkstats" version >"$stage/out" 2>"$stage/err" ||
+    status=$?
+[ "$status" -eq 0 ] || { cat "$stage/err" >&2; fail "the window run ended with $status"; }
+grep -qx "version=1.9b12" "$folder/vkstats.ini" || fail "the window run wrote no version"
 
 # A file named portable beside the program makes its folder the program folder.
 touch "$root/bin/portable"
