@@ -3,7 +3,6 @@
 #include <QBuffer>
 
 #include <algorithm>
-#include <cstring>
 #include <limits>
 #include <utility>
 
@@ -25,18 +24,11 @@ PageLines::PageLines(QByteArray bytes) : m_bytes(std::move(bytes)) {
     for (qsizetype i = 0; i < n; ++i)
         breaks += data[i] == '\n' || data[i] == '\r';
     m_spans.reserve(breaks + 1);
-    qsizetype start = 0;
-    for (qsizetype i = 0; i < n; ++i) {
-        const char c = data[i];
-        if (c != '\r' && c != '\n')
-            continue;
-        m_spans.append({quint32(start), quint32(i - start)});
-        if (c == '\r' && i + 1 < n && data[i + 1] == '\n')
-            ++i;
-        start = i + 1;
-    }
-    if (start < n)
-        m_spans.append({quint32(start), quint32(n - start)});
+    SplitAtLineEnds(
+        n, [data](qsizetype i) { return data[i]; },
+        [this](qsizetype start, qsizetype length) {
+            m_spans.append({quint32(start), quint32(length)});
+        });
 }
 
 PageLines::PageLines(const QStringList& lines) {

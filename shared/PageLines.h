@@ -11,6 +11,25 @@
 
 class QIODevice;
 
+// Hands take(start, length) each line of a text of n characters, split at
+// CR LF, LF or CR; a final line end adds no empty line. codeAt(i) gives the
+// i-th character's code.
+template <typename CodeAt, typename Take>
+void SplitAtLineEnds(qsizetype n, CodeAt codeAt, Take take) {
+    qsizetype start = 0;
+    for (qsizetype i = 0; i < n; ++i) {
+        const auto c = codeAt(i);
+        if (c != '\r' && c != '\n')
+            continue;
+        take(start, i - start);
+        if (c == '\r' && i + 1 < n && codeAt(i + 1) == '\n')
+            ++i;
+        start = i + 1;
+    }
+    if (start < n)
+        take(start, n - start);
+}
+
 // A page's lines, held as the page's own bytes and where each line lies in
 // them. A list of strings costs about three times the page (UTF-16 and one
 // allocation a line); this costs the bytes and eight more a line, and copies

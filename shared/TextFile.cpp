@@ -5,19 +5,9 @@
 
 QStringList SplitLines(const QString& text) {
     QStringList lines;
-    qsizetype start = 0;
-    const qsizetype n = text.size();
-    for (qsizetype i = 0; i < n; ++i) {
-        const char16_t c = text.at(i).unicode();
-        if (c != u'\r' && c != u'\n')
-            continue;
-        lines.append(text.mid(start, i - start));
-        if (c == u'\r' && i + 1 < n && text.at(i + 1).unicode() == u'\n')
-            ++i;
-        start = i + 1;
-    }
-    if (start < n)
-        lines.append(text.mid(start));
+    SplitAtLineEnds(
+        text.size(), [&text](qsizetype i) { return text.at(i).unicode(); },
+        [&](qsizetype start, qsizetype length) { lines.append(text.mid(start, length)); });
     return lines;
 }
 
